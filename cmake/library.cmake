@@ -1,0 +1,31 @@
+# libmodla.so
+add_library(modla SHARED
+  ${PROJECT_SOURCE_DIR}/elimination/reduce_kernels.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/row_reduce.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/run_reduce.cpp
+  ${PROJECT_SOURCE_DIR}/host/arguments.cpp
+  ${PROJECT_SOURCE_DIR}/host/datatype.cpp
+  ${PROJECT_SOURCE_DIR}/host/modulus.cpp
+  ${PROJECT_SOURCE_DIR}/host/register.cpp
+  ${PROJECT_SOURCE_DIR}/host/rtable.cpp
+  ${PROJECT_SOURCE_DIR}/host/subspec.cpp
+  ${PROJECT_SOURCE_DIR}/host/unknown.cpp
+  ${PROJECT_SOURCE_DIR}/objects/create.cpp
+  ${PROJECT_SOURCE_DIR}/objects/fill.cpp
+  ${PROJECT_SOURCE_DIR}/scalar/host_integer.cpp
+  ${PROJECT_SOURCE_DIR}/scalar/inverse.cpp
+  ${PROJECT_SOURCE_DIR}/scalar/polynomial.cpp
+  ${PROJECT_SOURCE_DIR}/scalar/power.cpp
+  ${PROJECT_SOURCE_DIR}/scalar/rand_fill.cpp)
+set_target_properties(modla PROPERTIES SOVERSION 1 VERSION ${PROJECT_VERSION} CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/modla.map
+  LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+target_include_directories(modla PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(modla PRIVATE modla_warnings modla_cblas)
+# A host may call with a stack aligned to 4 bytes, and hand out doubles aligned to 4.  Floating-point exceptions are
+# masked while residues are computed.  No loop is peeled towards an alignment that doubles here need not have.
+target_compile_options(modla PRIVATE -mincoming-stack-boundary=2 -fno-math-errno -fno-trapping-math
+  -fasynchronous-unwind-tables -fstack-protector-strong --param=vect-max-peeling-for-alignment=0
+  $<$<CONFIG:Release>:-O3 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+target_link_options(modla PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/modla.map
+  -Wl,-z,relro,-z,now,-z,noexecstack,-z,text -Wl,--as-needed $<$<NOT:$<BOOL:${MODLA_SANITIZE}>>:-Wl,--no-undefined>)

@@ -1,0 +1,336 @@
+#include "console/functions.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "console/host.h"
+#include "console/interpreter.h"
+#include "console/matrix_file.h"
+#include "console/number.h"
+#include "console/print.h"
+#include "console/table.h"
+
+namespace modla::console {
+
+namespace {
+
+using Arguments = std::vector<Object>;
+
+std::string &file_directory() {
+    static auto *const directory = new std::string;
+    return *directory;
+}
+
+std::string string_argument(Object x, const char *what) {
+    if (!has_type(x, type_string)) throw HostError(std::string(what) + " must be a string, not " + to_line(x));
+    return text_of(x);
+}
+
+std::ifstream open_input(const std::string &name) {
+    std::ifstream file(name, std::ios::binary);
+    if (!file && !file_directory().empty() && name[0] != '/') {
+        file.open(file_directory() + "/" + name, std::ios::binary);
+    }
+    if (!file) throw HostError("cannot open " + name);
+    return file;
+}
+
+const Table &table_argument(Object x) {
+    if (!has_type(x, type_table)) throw HostError("expected a Matrix or Vector, got " + to_line(x));
+    return table_of(x);
+}
+
+Object collection_argument(Object x) {
+    if (!is_collection(x)) throw HostError("expected a list or set, got " + to_line(x));
+    return x;
+}
+
+std::vector<Object> elements_of(Object x) {
+    std::vector<Object> elements;
+    for (uint32_t i = 0; i < size_of(x); i++) elements.push_back(element(x, i));
+    return elements;
+}
+
+// Numbers by value, then lists by their elements, then the rest by their text.
+int compare_values(Object a, Object b) {
+    if (is_number(a) && is_number(b)) return compare_numbers(a, b);
+    if (is_number(a) != is_number(b)) return is_number(a) ? -1 : 1;
+    if (is_collection(a) && is_collection(b)) {
+        for (uint32_t i = 0; i < std::min(size_of(a), size_of(b)); i++) {
+            if (const int order = compare_values(element(a, i), element(b, i))) return order;
+        }
+        return size_of(a) < size_of(b) ? -1 : size_of(a) > size_of(b);
+    }
+    return to_line(a).compare(to_line(b));
+}
+
+Object print_values(const Arguments &arguments) {
+    std::string line;
+    for (size_t i = 0; i < arguments.size(); i++) {
+        if (i) line += " ";
+        line += has_type(arguments[i], type_string) ? text_of(arguments[i]) : to_text(arguments[i]);
+    }
+    std::cout << line << std::endl;
+    return null_value();
+}
+
+Object pad_text(const Arguments &arguments) {
+    const std::string text = to_line(arguments[0]);
+    const int32_t width = small_integer(arguments[1], "a width");
+    const size_t wanted = std::min<size_t>(static_cast<size_t>(std::abs(width)), 1000);
+    const std::string blanks(wanted > text.size() ? wanted - text.size() : 0, ' ');
+    return new_string(width < 0 ? text + blanks : blanks + text);
+}
+
+Object join_text(const Arguments &arguments) {
+    std::string text;
+    for (const Object x : arguments) text += to_line(x);
+    return new_string(text);
+}
+
+// A number with so many digits after the point.
+Object fixed_text(const Arguments &arguments) {
+    if (!is_number(arguments[0])) throw HostError("expected a number, got " + to_line(arguments[0]));
+    char buffer[64];
+    const int digits = std::clamp(small_integer(arguments[1], "a number of digits"), 0, 20);
+    std::snprintf(buffer, sizeof buffer, "%.*f", digits, to_double(arguments[0]));
+    return new_string(buffer);
+}
+
+Object size_value(const Arguments &arguments) {
+    if (has_type(arguments[0], type_string)) return integer_object(int64_t{words(arguments[0])[1]});
+    return integer_object(int64_t{size_of(collection_argument(arguments[0]))});
+}
+
+Object spread(const Arguments &arguments) {
+    return sequence_of(collection_argument(arguments[0]));
+}
+
+Object sort_values(const Arguments &arguments) {
+    std::vector<Object> elements = elements_of(collection_argument(arguments[0]));
+    std::stable_sort(elements.begin(), elements.end(), [](Object a, Object b) { return compare_values(a, b) < 0; });
+    return new_collection(type_list, new_sequence(elements));
+}
+
+// A sorted list without repetitions.
+Object unique_values(const Arguments &arguments) {
+    const Object sorted = sort_values(arguments);
+    std::vector<Object> elements = elements_of(sorted);
+    const auto end = std::unique(elements.begin(), elements.end(), same_value);
+    elements.erase(end, elements.end());
+    return new_collection(type_list, new_sequence(elements));
+}
+
+Object find_position(const Arguments &arguments) {
+    const Object list = collection_argument(arguments[1]);
+    for (uint32_t i = 0; i < size_of(list); i++) {
+        if (same_value(element(list, i), arguments[0])) return integer_object(int64_t{i} + 1);
+    }
+    return immediate(0);
+}
+
+// The position in a list that `sort` or `unique` made, by bisection.
+Object find_sorted(const Arguments &arguments) {
+    const Object list = collection_argument(arguments[1]);
+    uint32_t low = 0, high = size_of(list);
+    while (low < high) {
+        const uint32_t middle = low + (high - low) / 2;
+        const int order = compare_values(element(list, middle), arguments[0]);
+        if (order == 0) return integer_object(int64_t{middle} + 1);
+        (order < 0 ? low : high) = order < 0 ? middle + 1 : middle;
+    }
+    return immediate(0);
+}
+
+// The list without its element at a position.
+Object without(const Arguments &arguments) {
+    std::vector<Object> elements = elements_of(collection_argument(arguments[0]));
+    const int32_t i = small_integer(arguments[1], "a position");
+    if (i < 1 || static_cast<size_t>(i) > elements.size()) throw HostError("position outside the list");
+    elements.erase(elements.begin() + (i - 1));
+    return new_collection(type_list, new_sequence(elements));
+}
+
+// A list with the elements of all the given lists.
+Object concatenate(const Arguments &arguments) {
+    std::vector<Object> elements;
+    for (const Object list : arguments) {
+        for (const Object x : elements_of(collection_argument(list))) elements.push_back(x);
+    }
+    return new_collection(type_list, new_sequence(elements));
+}
+
+Object rows_value(const Arguments &arguments) {
+    return integer_object(int64_t{table_rows(table_argument(arguments[0]))});
+}
+
+Object columns_value(const Arguments &arguments) {
+    return integer_object(int64_t{table_columns(table_argument(arguments[0]))});
+}
+
+Object equal_values(const Arguments &arguments) {
+    return global_name(same_value(arguments[0], arguments[1]) ? "true" : "false");
+}
+
+Object time_value(const Arguments &) {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return new_float(std::chrono::duration<double>(now).count());
+}
+
+Object seed_random(const Arguments &arguments) {
+    std::srand(static_cast<unsigned>(small_integer(arguments[0], "a seed")));
+    return null_value();
+}
+
+// A fresh Matrix made by the library's own Create, which checks modulus, datatype and order.
+Object create_matrix(Object modulus, int32_t rows, int32_t columns, const Arguments &description) {
+    Roots arguments;
+    arguments.values = {modulus, integer_object(int64_t{rows}), integer_object(int64_t{columns})};
+    arguments.values.insert(arguments.values.end(), description.begin(), description.end());
+    return call_procedure(evaluate(global_name("Create")), arguments.values);
+}
+
+// ReadMatrix(p, "file", datatype [, order])
+Object read_matrix(const Arguments &arguments) {
+    const Object modulus = arguments[0];
+    if (!is_integer(modulus)) throw HostError("argument 1, the modulus, must be an integer");
+    const std::string name = string_argument(arguments[1], "argument 2, the file,");
+    std::ifstream input = open_input(name);
+    const MatrixFile file = read_matrix_file(input, name);
+    Roots held;
+    held.values.push_back(
+        create_matrix(modulus, file.rows, file.columns, Arguments(arguments.begin() + 2, arguments.end())));
+    const mpz_class p = integer_of(modulus);
+    const Table &table = table_of(held.values[0]);
+    for (const MatrixEntry &entry : file.entries) {
+        mpz_class sum = entry.value;
+        if (sum == 0) continue;
+        sum += integer_of(modulo(get_entry_integer(table, entry.row, entry.column), modulus));
+        mpz_mod(sum.get_mpz_t(), sum.get_mpz_t(), p.get_mpz_t());
+        set_entry(table, entry.row, entry.column, integer_object(sum));
+    }
+    return held.values[0];
+}
+
+// WriteMatrix("file", A): SMS when the name ends in .sms, else Matrix Market.
+Object write_matrix(const Arguments &arguments) {
+    const std::string name = string_argument(arguments[0], "argument 1, the file,");
+    const Table &table = table_argument(arguments[1]);
+    const auto text = [&](int32_t i, int32_t j) { return integer_of(get_entry_integer(table, i, j)).get_str(); };
+    std::ofstream output(name, std::ios::binary);
+    if (!output) throw HostError("cannot write " + name);
+    const bool sms = name.size() > 4 && name.compare(name.size() - 4, 4, ".sms") == 0;
+    (sms ? write_sms : write_matrix_market)(output, table_rows(table), table_columns(table), text);
+    output.close();
+    if (!output) throw HostError("cannot write " + name);
+    return null_value();
+}
+
+// ReadLists("file"): a list of integers for every line; # starts a comment.
+Object read_lists(const Arguments &arguments) {
+    const std::string name = string_argument(arguments[0], "argument 1, the file,");
+    std::ifstream input = open_input(name);
+    Roots lists;
+    std::string line;
+    for (int number = 1; std::getline(input, line); number++) {
+        std::istringstream items(line.substr(0, line.find('#')));
+        Roots list;
+        for (std::string item; items >> item;) {
+            mpz_class value;
+            if (value.set_str(item, 10) != 0) {
+                throw HostError(name + ":" + std::to_string(number) + ": '" + item + "' is no integer");
+            }
+            list.values.push_back(integer_object(value));
+        }
+        if (list.values.empty()) continue;
+        lists.values.push_back(new_collection(type_list, new_sequence(list.values)));
+    }
+    return new_collection(type_list, new_sequence(lists.values));
+}
+
+// cbRandMat(p, row shift, rows, column shift, columns, A): random entries in a block of a Matrix of host integers.
+Object random_block(const Arguments &arguments) {
+    static gmp_randclass source(gmp_randinit_mt);
+    const mpz_class p = integer_of(arguments[0]);
+    const Table &table = table_argument(arguments[5]);
+    const int32_t row_shift = small_integer(arguments[1], "a shift"), rows = small_integer(arguments[2], "a count");
+    const int32_t column_shift = small_integer(arguments[3], "a shift");
+    const int32_t columns = small_integer(arguments[4], "a count");
+    for (int32_t i = 1; i <= std::max(rows, 1); i++) {
+        for (int32_t j = 1; j <= std::max(columns, 1); j++) {
+            set_entry(table, row_shift + i, column_shift + j, integer_object(mpz_class(source.get_z_range(p))));
+        }
+    }
+    return null_value();
+}
+
+Object show_help(const Arguments &) {
+    std::cout << describe_functions() << std::flush;
+    return null_value();
+}
+
+struct Function {
+    const char *name;
+    size_t least, most;  // arguments
+    Object (*run)(const Arguments &);
+    const char *call, *purpose;
+};
+
+const Function functions[] = {
+    {"print", 0, 1000, print_values, "print(a, b, ...)", "prints the values on a line"},
+    {"pad", 2, 2, pad_text, "pad(a, width)", "text padded with blanks: right-aligned, left-aligned if width < 0"},
+    {"join", 0, 1000, join_text, "join(a, b, ...)", "one text of all the values"},
+    {"fixed", 2, 2, fixed_text, "fixed(x, n)", "a number as text with n digits after the point"},
+    {"size", 1, 1, size_value, "size(L)", "how many elements a list or set has"},
+    {"op", 1, 1, spread, "op(L)", "the elements of a list or set as a sequence"},
+    {"sort", 1, 1, sort_values, "sort(L)", "the elements in order, numbers and lists of them by value"},
+    {"unique", 1, 1, unique_values, "unique(L)", "sorted, each element once"},
+    {"position", 2, 2, find_position, "position(x, L)", "where x stands in L; 0 if nowhere"},
+    {"bisect", 2, 2, find_sorted, "bisect(x, L)", "the same for a sorted list, faster"},
+    {"without", 2, 2, without, "without(L, i)", "the list without its element i"},
+    {"concat", 0, 1000, concatenate, "concat(L, M, ...)", "one list of the elements of all"},
+    {"rows", 1, 1, rows_value, "rows(A)", "the number of rows"},
+    {"columns", 1, 1, columns_value, "columns(A)", "the number of columns"},
+    {"equal", 2, 2, equal_values, "equal(a, b)", "true when the values, or the entries of tables, are equal"},
+    {"time", 0, 0, time_value, "time()", "seconds on a clock that only goes forward"},
+    {"seed", 1, 1, seed_random, "seed(n)", "starts the sequence of random entries anew"},
+    {"ReadMatrix", 3, 4, read_matrix, "ReadMatrix(p, \"file\", datatype [, order])",
+     "a Matrix Market or SMS file, reduced modulo p"},
+    {"WriteMatrix", 2, 2, write_matrix, "WriteMatrix(\"file\", A)", "Matrix Market, or SMS for a name in .sms"},
+    {"ReadLists", 1, 1, read_lists, "ReadLists(\"file\")", "a list of the integers on every line"},
+    {"help", 0, 0, show_help, "help()", "this list"},
+};
+
+}  // namespace
+
+void set_file_directory(const std::string &directory) {
+    file_directory() = directory;
+}
+
+std::string describe_functions() {
+    std::string result;
+    for (const Function &function : functions) {
+        const std::string call = function.call;
+        result += call + std::string(call.size() < 44 ? 44 - call.size() : 1, ' ') + function.purpose + "\n";
+    }
+    return result;
+}
+
+void define_functions() {
+    for (const Function &function : functions) {
+        define_protected(function.name, make_native(function.name, [&function](const Arguments &arguments) {
+                             if (arguments.size() < function.least || arguments.size() > function.most) {
+                                 throw HostError(std::string("usage: ") + function.call);
+                             }
+                             return function.run(arguments);
+                         }));
+    }
+    // Programs may put their own procedure in its place.
+    assign_global(global_name("cbRandMat"), make_native("cbRandMat", random_block));
+}
+
+}  // namespace modla::console

@@ -1,0 +1,87 @@
+// The console's memory: values, the data of tables, and work memory lent to the library.
+//
+// Values are collected by mark and sweep.  Roots are all names, the values held in Roots records, and every word of the
+// C stack that happens to be a value (library frames hold values there).  Values in malloc'ed memory are not seen:
+// keep them in a Roots record.  Table data is aligned to 64 bytes and lives as long as a table or a view uses it.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "console/object.h"
+
+namespace modla::console {
+
+struct Procedure;
+
+// The storage of one or more tables.
+struct DataBlock {
+    char *base;
+    size_t bytes;
+    bool holds_values;  // entries are host values
+    bool marked;
+};
+
+// A Matrix, Vector or Array of the host.
+struct Table {
+    RtableSettings settings;
+    int32_t bounds[2];  // upper bounds; all lower bounds are 1
+    void *data;
+    DataBlock *block;
+};
+
+// An uninitialised value: length words including the header, the others 0.
+Object new_object(uint32_t length, uint32_t type_id);
+Object new_string(const std::string &text);
+Object new_sequence(const std::vector<Object> &elements);
+Object new_collection(Type type, Object sequence);
+Object new_pair(Type type, Object first, Object second);  // range, equation, indexed name, rational
+Object new_float(double value);
+Object new_procedure(std::shared_ptr<Procedure> procedure);
+Object null_value();
+
+// The name of a text; the same text gives the same name.  A local name is a new one each time.
+Object global_name(const std::string &text);
+Object local_name(const std::string &text);
+void protect(Object name);  // from assignment
+bool is_protected(Object name);
+std::string text_of(Object string_or_name);
+double float_value(Object x);
+const std::shared_ptr<Procedure> &procedure_of(Object x);
+
+// Tables.  With data, the table is a view of the storage that holds it; foreign data gives 0.
+Object new_table(const RtableSettings &settings, const int32_t *upper_bounds, void *data);
+Table &table_of(Object x);
+
+// Work memory.
+void *lend_memory(uint32_t bytes);
+bool return_memory(void *memory);   // false: it was not lent
+size_t lent_count();                // blocks that are out
+void reclaim_memory(size_t count);  // takes back all but the first `count` lent blocks
+
+// Values held outside the heap.
+struct Roots {
+    std::vector<Object> values;
+    Roots();
+    ~Roots();
+    Roots(const Roots &) = delete;
+    Roots &operator=(const Roots &) = delete;
+    Roots *previous, *next;
+};
+
+// Keeps a value for ever (constants of a program).
+void keep(Object x);
+
+struct HeapStatistics {
+    size_t objects, bytes, collections;
+};
+HeapStatistics heap_statistics();
+void collect_garbage();
+// Collects at every allocation, to find values that nothing holds.
+void set_collect_always(bool always);
+// The end of the stack that is searched for values; call in main with the address of a local.
+void set_stack_base(const void *base);
+
+}  // namespace modla::console

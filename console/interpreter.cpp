@@ -1,0 +1,386 @@
+#include "console/interpreter.h"
+
+#include "console/host.h"
+#include "console/number.h"
+#include "console/print.h"
+#include "console/table.h"
+
+namespace modla::console {
+
+namespace {
+
+constexpr int deepest_calls = 400;  // of procedures of the language
+
+// The local variables of a running procedure.
+struct Frame {
+    Roots locals;
+    const ProcedureBody *body = nullptr;
+};
+
+enum class Flow { normal, break_loop, next_turn, returned };
+
+// Where a run stands: the procedure's frame, or the top.
+struct Run {
+    Frame *frame = nullptr;
+    const Printer *print = nullptr;  // null: statements print nothing
+    Roots result;                    // the value of the last statement, or the one returned
+    Flow flow = Flow::normal;
+
+    Run() { result.values.push_back(null_value()); }
+    Object &value() { return result.values[0]; }
+};
+
+Object value_of(Run &run, const Node &node);
+
+Object truth(bool value) {
+    return global_name(value ? "true" : "false");
+}
+
+bool condition(Run &run, const Node &node) {
+    const Object value = value_of(run, node);
+    if (value == global_name("true")) return true;
+    if (value == global_name("false")) return false;
+    if (has_type(value, type_equation)) return same_value(words(value)[1], words(value)[2]);
+    throw HostError("a condition must be true or false, not " + to_line(value));
+}
+
+// The values of nodes; the elements of sequences stand for themselves, so NULL vanishes.
+void collect_values(Run &run, const Node &node, size_t first, std::vector<Object> &values) {
+    for (size_t i = first; i < node.parts.size(); i++) {
+        const Object value = value_of(run, *node.parts[i]);
+        if (!has_type(value, type_sequence)) {
+            values.push_back(value);
+            continue;
+        }
+        for (uint32_t k = 0; k < size_of(value); k++) values.push_back(element(value, k));
+    }
+}
+
+Object name_value(Run &run, const Node &node) {
+    if (node.slot < 0) return evaluate(node.value);
+    const Object value = run.frame->locals.values[static_cast<size_t>(node.slot)];
+    if (value == 0) throw HostError("the local variable " + node.text + " has no value");
+    return value;
+}
+
+Object set_of(const std::vector<Object> &values) {
+    std::vector<Object> unique;
+    for (const Object value : values) {
+        bool known = false;
+        for (const Object other : unique) known |= same_value(value, other);
+        if (!known) unique.push_back(value);
+    }
+    return new_collection(type_set, new_sequence(unique));
+}
+
+Object binary_value(Run &run, const Node &node) {
+    const std::string &op = node.text;
+    if (op == "and") return truth(condition(run, *node.parts[0]) && condition(run, *node.parts[1]));
+    if (op == "or") return truth(condition(run, *node.parts[0]) || condition(run, *node.parts[1]));
+    Roots operands;
+    operands.values.push_back(value_of(run, *node.parts[0]));
+    operands.values.push_back(value_of(run, *node.parts[1]));
+    const Object a = operands.values[0], b = operands.values[1];
+    if (op == "+") return add(a, b);
+    if (op == "-") return subtract(a, b);
+    if (op == "*") return multiply(a, b);
+    if (op == "/") return divide(a, b);
+    if (op == "^") return power(a, b);
+    if (op == "mod") return modulo(a, b);
+    if (op == "..") return new_pair(type_range, a, b);
+    if (op == "=") return new_pair(type_equation, a, b);
+    if (op == "<>") return truth(!same_value(a, b));
+    const int order = compare_numbers(a, b);
+    return truth(op == "<" ? order < 0 : op == "<=" ? order <= 0 : op == ">" ? order > 0 : order >= 0);
+}
+
+int32_t position_in(Object index, int32_t bound) {
+    const int32_t i = small_integer(index, "an index");
+    return i < 0 ? bound + i + 1 : i;
+}
+
+// The row and column that indices select in a table.
+std::pair<int32_t, int32_t> table_position(const Table &table, const std::vector<Object> &indices) {
+    if (indices.size() != static_cast<size_t>(table.settings.num_dimensions)) {
+        throw HostError("a " + describe_table(table) + " takes " + std::to_string(table.settings.num_dimensions) +
+                        (table.settings.num_dimensions == 1 ? " index" : " indices"));
+    }
+    if (indices.size() == 2) {
+        return {position_in(indices[0], table.bounds[0]), position_in(indices[1], table.bounds[1])};
+    }
+    const int32_t i = position_in(indices[0], table.bounds[0]);
+    return table.settings.subtype == MODLA_ROW_VECTOR ? std::pair(1, i) : std::pair(i, 1);
+}
+
+uint32_t element_position(Object collection, const std::vector<Object> &indices) {
+    const int32_t bound = static_cast<int32_t>(size_of(collection));
+    if (indices.size() != 1) throw HostError("a list or set takes one index");
+    const int32_t i = position_in(indices[0], bound);
+    if (i < 1 || i > bound) throw HostError("index " + to_line(indices[0]) + " is outside 1.." + std::to_string(bound));
+    return static_cast<uint32_t>(i - 1);
+}
+
+Object index_value(Run &run, const Node &node) {
+    Roots held;
+    held.values.push_back(value_of(run, *node.parts[0]));
+    const Object object = held.values[0];
+    Roots indices;
+    collect_values(run, node, 1, indices.values);
+    if (has_type(object, type_table)) {
+        const auto [i, j] = table_position(table_of(object), indices.values);
+        return get_entry(table_of(object), i, j);
+    }
+    if (is_collection(object) || has_type(object, type_sequence)) {
+        return element(object, element_position(object, indices.values));
+    }
+    if (has_type(object, type_name)) return new_pair(type_indexed, object, new_sequence(indices.values));
+    throw HostError(to_line(object) + " cannot be indexed");
+}
+
+Object call_value(Run &run, const Node &node) {
+    Roots held;
+    held.values.push_back(value_of(run, *node.parts[0]));
+    if (!has_type(held.values[0], type_procedure)) {
+        throw HostError("there is no function " + to_line(held.values[0]));
+    }
+    Roots arguments;
+    collect_values(run, node, 1, arguments.values);
+    return call_procedure(held.values[0], arguments.values);
+}
+
+Object value_of(Run &run, const Node &node) {
+    switch (node.kind) {
+        case NodeKind::constant:
+        case NodeKind::procedure:
+            return node.value;
+        case NodeKind::name:
+            return name_value(run, node);
+        case NodeKind::list:
+        case NodeKind::set: {
+            Roots values;
+            collect_values(run, node, 0, values.values);
+            if (node.kind == NodeKind::set) return set_of(values.values);
+            return new_collection(type_list, new_sequence(values.values));
+        }
+        case NodeKind::call:
+            return call_value(run, node);
+        case NodeKind::index:
+            return index_value(run, node);
+        case NodeKind::negation:
+            return negate(value_of(run, *node.parts[0]));
+        case NodeKind::logical_not:
+            return truth(!condition(run, *node.parts[0]));
+        case NodeKind::binary:
+            return binary_value(run, node);
+        default:
+            throw HostError("internal error: a statement in an expression");
+    }
+}
+
+void assign_name(Run &run, const Node &name, Object value) {
+    if (name.slot >= 0) {
+        run.frame->locals.values[static_cast<size_t>(name.slot)] = value;
+        return;
+    }
+    assign_global(name.value, value);
+}
+
+void assign(Run &run, const Node &target, Object value) {
+    Roots held;
+    held.values.push_back(value);
+    if (target.kind == NodeKind::name) return assign_name(run, target, value);
+    const Node &name = *target.parts[0];
+    const Object object = name_value(run, name);
+    Roots indices;
+    collect_values(run, target, 1, indices.values);
+    if (has_type(object, type_table)) {
+        const auto [i, j] = table_position(table_of(object), indices.values);
+        set_entry(table_of(object), i, j, value);
+    } else if (has_type(object, type_list)) {
+        // Lists are values: the name gets a changed copy.
+        const uint32_t k = element_position(object, indices.values);
+        Roots elements;
+        for (uint32_t i = 0; i < size_of(object); i++) elements.values.push_back(element(object, i));
+        elements.values[k] = value;
+        assign_name(run, name, new_collection(type_list, new_sequence(elements.values)));
+    } else {
+        throw HostError("cannot assign to an element of " + to_line(object));
+    }
+}
+
+void execute(Run &run, const Node &node);
+
+void execute_block(Run &run, const Node &node) {
+    for (const NodePointer &statement : node.parts) {
+        execute(run, *statement);
+        if (run.flow != Flow::normal) return;
+    }
+}
+
+// One turn of a loop: false when the loop is to end.
+bool loop_turn(Run &run, const Node &body) {
+    execute_block(run, body);
+    if (run.flow == Flow::next_turn) run.flow = Flow::normal;
+    if (run.flow == Flow::normal) return true;
+    if (run.flow == Flow::break_loop) run.flow = Flow::normal;
+    return false;
+}
+
+void execute_for_range(Run &run, const Node &node) {
+    Roots state;  // current, to, by
+    state.values.push_back(value_of(run, *node.parts[1]));
+    state.values.push_back(node.parts[2] ? value_of(run, *node.parts[2]) : null_value());
+    state.values.push_back(value_of(run, *node.parts[3]));
+    const int direction = compare_numbers(state.values[2], immediate(0));
+    if (direction == 0) throw HostError("a loop needs a step other than 0");
+    while (!node.parts[2] || compare_numbers(state.values[0], state.values[1]) * (direction > 0 ? 1 : -1) <= 0) {
+        assign_name(run, *node.parts[0], state.values[0]);
+        if (!loop_turn(run, *node.parts[4])) return;
+        state.values[0] = add(state.values[0], state.values[2]);
+    }
+}
+
+void execute_for_in(Run &run, const Node &node) {
+    Roots collection;
+    collection.values.push_back(value_of(run, *node.parts[1]));
+    const Object object = collection.values[0];
+    if (!is_collection(object) && !has_type(object, type_sequence)) {
+        throw HostError("cannot loop over " + to_line(object));
+    }
+    for (uint32_t i = 0; i < size_of(object); i++) {
+        assign_name(run, *node.parts[0], element(object, i));
+        if (!loop_turn(run, *node.parts[2])) return;
+    }
+}
+
+void execute_conditional(Run &run, const Node &node) {
+    const size_t cases = node.parts.size() / 2;
+    for (size_t i = 0; i < cases; i++) {
+        if (condition(run, *node.parts[2 * i])) return execute_block(run, *node.parts[2 * i + 1]);
+    }
+    if (node.parts.size() % 2) execute_block(run, *node.parts.back());
+}
+
+void execute(Run &run, const Node &node) {
+    switch (node.kind) {
+        case NodeKind::assignment:
+            assign(run, *node.parts[0], value_of(run, *node.parts[1]));
+            run.value() = null_value();
+            break;
+        case NodeKind::conditional:
+            execute_conditional(run, node);
+            break;
+        case NodeKind::for_range:
+            execute_for_range(run, node);
+            break;
+        case NodeKind::for_in:
+            execute_for_in(run, node);
+            break;
+        case NodeKind::while_loop:
+            while (condition(run, *node.parts[0]) && loop_turn(run, *node.parts[1])) continue;
+            break;
+        case NodeKind::break_loop:
+            run.flow = Flow::break_loop;
+            break;
+        case NodeKind::next_turn:
+            run.flow = Flow::next_turn;
+            break;
+        case NodeKind::return_value:
+            run.value() = node.parts.empty() ? null_value() : value_of(run, *node.parts[0]);
+            run.flow = Flow::returned;
+            break;
+        default:
+            run.value() = value_of(run, node);
+            if (run.print && !is_null(run.value())) (*run.print)(run.value());
+    }
+}
+
+Object run_procedure(const ProcedureBody &body, const std::vector<Object> &arguments) {
+    static int depth = 0;
+    struct Depth {
+        Depth() { depth++; }
+        ~Depth() { depth--; }
+    };
+    if (arguments.size() != body.parameters) {
+        throw HostError("the procedure takes " + std::to_string(body.parameters) + " arguments, got " +
+                        std::to_string(arguments.size()));
+    }
+    const Depth counted;
+    if (depth > deepest_calls) throw HostError("too many procedure calls within each other");
+    Frame frame;
+    frame.body = &body;
+    frame.locals.values = arguments;
+    frame.locals.values.resize(body.locals.size(), 0);
+    Run run;
+    run.frame = &frame;
+    execute_block(run, *body.block);
+    return run.value();
+}
+
+}  // namespace
+
+Object make_procedure(std::shared_ptr<ProcedureBody> body) {
+    auto procedure = std::make_shared<Procedure>();
+    procedure->name = "procedure";
+    procedure->run = [body = std::move(body)](const std::vector<Object> &arguments) {
+        return run_procedure(*body, arguments);
+    };
+    return new_procedure(std::move(procedure));
+}
+
+void run_program(const std::string &text, const Printer &print) {
+    Parser parser(text);
+    while (const NodePointer statement = parser.next_statement()) {
+        Run run;
+        run.print = &print;
+        try {
+            execute(run, *statement);
+        } catch (const SyntaxError &) {
+            throw;
+        } catch (const std::exception &error) {
+            throw ProgramError(statement->line, error.what());
+        }
+        if (run.flow != Flow::normal) throw ProgramError(statement->line, "only loops and procedures can be left");
+    }
+}
+
+Object evaluate_text(const std::string &text) {
+    Parser parser(text);
+    const NodePointer statement = parser.next_statement();
+    if (!statement || parser.next_statement()) throw HostError("expected one expression");
+    Run run;
+    return value_of(run, *statement);
+}
+
+bool same_value(Object a, Object b) {
+    if (a == b) return true;
+    if (is_immediate(a) || is_immediate(b)) return is_number(a) && is_number(b) && compare_numbers(a, b) == 0;
+    if (is_number(a) && is_number(b)) return compare_numbers(a, b) == 0;
+    if (type_of(a) != type_of(b)) return false;
+    switch (type_of(a)) {
+        case type_string:
+            return text_of(a) == text_of(b);
+        case type_name:
+        case type_procedure:
+            return false;
+        case type_table: {
+            const Table &x = table_of(a), &y = table_of(b);
+            if (table_rows(x) != table_rows(y) || table_columns(x) != table_columns(y)) return false;
+            for (int32_t i = 1; i <= table_rows(x); i++) {
+                for (int32_t j = 1; j <= table_columns(x); j++) {
+                    if (!same_value(get_entry(x, i, j), get_entry(y, i, j))) return false;
+                }
+            }
+            return true;
+        }
+        default:
+            break;
+    }
+    if (length_of(a) != length_of(b)) return false;
+    for (uint32_t i = 1; i < length_of(a); i++) {
+        if (!same_value(words(a)[i], words(b)[i])) return false;
+    }
+    return true;
+}
+
+}  // namespace modla::console

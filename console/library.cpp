@@ -1,0 +1,53 @@
+#include "console/library.h"
+
+#include <dlfcn.h>
+
+#include <array>
+
+#include "console/host.h"
+#include "console/interpreter.h"
+
+namespace modla::console {
+
+namespace {
+
+void *library = nullptr;
+
+constexpr std::array entry_points = {"Create",      "Fill",     "Copy",      "Swap",     "Permute", "Mod",
+                                     "AddMult",     "Multiply", "RowReduce", "LUDecomp", "ForSub",  "BackSub",
+                                     "Determinant", "MatBasis", "MatGcd",    "ZigZag"};
+
+// Maps a callback's name to the procedure that a program gave it, or to the console's own.
+Object find_callback(const std::vector<Object> &arguments) {
+    const Object procedure = arguments.size() == 1 ? evaluate(arguments[0]) : null_value();
+    if (has_type(procedure, type_procedure)) return procedure;
+    const bool named = arguments.size() == 1 && has_type(arguments[0], type_name);
+    throw HostError("no procedure " + (named ? text_of(arguments[0]) : std::string("of this name")) +
+                    " is defined for matrices of host integers");
+}
+
+}  // namespace
+
+void *library_symbol(const char *name) {
+    return library ? dlsym(library, name) : nullptr;
+}
+
+void load_library(const std::string &path) {
+    library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) throw HostError(dlerror());
+    for (const char *name : entry_points) {
+        const auto entry = reinterpret_cast<EntryPoint>(library_symbol((std::string("modLA_") + name).c_str()));
+        if (!entry) continue;
+        const auto call = [entry](const std::vector<Object> &arguments) { return call_entry_point(entry, arguments); };
+        define_protected(name, make_native(name, call));
+    }
+    const auto enroll = reinterpret_cast<EntryPoint>(library_symbol("modLA_Register"));
+    if (!enroll) throw HostError(path + " is no modLA library");
+    call_entry_point(enroll, {make_native("callbacks", find_callback)});
+    for (const char *word : {"true", "false", "integer", "float", "identity", "random", "C_order", "Fortran_order",
+                             "transpose", "sparse", "upper", "uppernodiag", "lower", "lowernodiag"}) {
+        define_protected(word, 0);
+    }
+}
+
+}  // namespace modla::console

@@ -1,0 +1,15 @@
+// Loading libmodla.so and offering its entry points to programs.
+#pragma once
+
+#include <string>
+
+namespace modla::console {
+
+// Loads the library, registers the callback dispatcher and defines a protected name for every entry point that the
+// library has.  Throws HostError.
+void load_library(const std::string &path);
+
+// A symbol of the loaded library, or null.
+void *library_symbol(const char *name);
+
+}  // namespace modla::console

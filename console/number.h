@@ -1,0 +1,31 @@
+// Integers, rationals and floats of the console.
+#pragma once
+
+#include <gmpxx.h>
+
+#include "console/heap.h"
+
+namespace modla::console {
+
+Object integer_object(const mpz_class &value);
+Object integer_object(int64_t value);
+mpz_class integer_of(Object x);                  // x is an integer
+Object rational_object(const mpq_class &value);  // an integer when the denominator is 1
+
+bool is_number(Object x);  // integer, rational or float
+double to_double(Object x);
+
+// Exact on integers and rationals, doubles as soon as one operand is a float.
+Object add(Object a, Object b);
+Object subtract(Object a, Object b);
+Object multiply(Object a, Object b);
+Object divide(Object a, Object b);
+Object power(Object a, Object b);   // b an integer
+Object modulo(Object a, Object b);  // integers and rationals, into 0..b-1
+Object negate(Object a);
+int compare_numbers(Object a, Object b);  // negative, 0, positive
+
+// A small integer used by the console itself: an index, a size.
+int32_t small_integer(Object x, const char *what);
+
+}  // namespace modla::console

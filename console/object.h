@@ -1,0 +1,77 @@
+// The values of the console's heap, as they lie in memory.
+//
+// A value is a 32-bit word: an immediate integer (low bit 1) or a pointer to a header word.  The type ids below 37 that
+// the library reads are those of modla.h; the others are this host's own.
+#pragma once
+
+#include <cstdint>
+
+#include "modla.h"
+
+namespace modla::console {
+
+using Object = HostObject;
+
+enum Type : uint32_t {
+    type_negative = MODLA_TYPE_NEGATIVE_INTEGER,
+    type_positive = MODLA_TYPE_POSITIVE_INTEGER,
+    type_rational = 3,                       // words 1, 2: numerator, denominator > 1, in lowest terms
+    type_float = 5,                          // words 1, 2: a double
+    type_string = 7,                         // word 1: bytes; then the text
+    type_name = 8,                           // word 1: value or 0; word 2: a string; word 3: immediate 1 if protected
+    type_indexed = MODLA_TYPE_INDEXED_NAME,  // word 1: base name; word 2: sequence of the indices
+    type_equation = MODLA_TYPE_EQUATION,     // words 1, 2: the sides
+    type_sequence = MODLA_TYPE_SEQUENCE,     // words 1..: the elements; without elements it is NULL
+    type_list = MODLA_TYPE_LIST,             // word 1: a sequence
+    type_range = MODLA_TYPE_RANGE,           // words 1, 2: the ends
+    type_set = MODLA_TYPE_SET,               // word 1: a sequence without duplicates
+    type_procedure = 40,                     // word 1: a Procedure record
+    type_table = 41                          // word 1: a Table record
+};
+
+inline bool is_immediate(Object x) {
+    return x & 1;
+}
+inline int32_t immediate_value(Object x) {
+    return static_cast<int32_t>(x) >> 1;
+}
+inline Object immediate(int32_t v) {
+    return (static_cast<uint32_t>(v) << 1) | 1;
+}
+constexpr int32_t immediate_limit = (1 << 30) - 1;
+
+inline Object *words(Object x) {
+    return reinterpret_cast<Object *>(x);
+}
+inline uint32_t type_of(Object x) {
+    return words(x)[0] >> 26;
+}
+inline uint32_t length_of(Object x) {
+    return words(x)[0] & 0x3ffffff;
+}
+inline bool has_type(Object x, Type type) {
+    return !is_immediate(x) && type_of(x) == type;
+}
+
+inline bool is_integer(Object x) {
+    return is_immediate(x) || type_of(x) == type_negative || type_of(x) == type_positive;
+}
+inline bool is_null(Object x) {
+    return has_type(x, type_sequence) && length_of(x) == 1;
+}
+inline bool is_collection(Object x) {
+    return has_type(x, type_list) || has_type(x, type_set);
+}
+
+// The elements of a sequence, a list or a set.
+inline Object sequence_of(Object x) {
+    return has_type(x, type_sequence) ? x : words(x)[1];
+}
+inline uint32_t size_of(Object x) {
+    return length_of(sequence_of(x)) - 1;
+}
+inline Object element(Object x, uint32_t i) {
+    return words(sequence_of(x))[i + 1];
+}
+
+}  // namespace modla::console

@@ -1,0 +1,102 @@
+// Programs of the console's language as trees.
+//
+//   program     statements separated by line ends or ';'
+//   statement   target := expression | expression | return [expression] | break | next
+//               if c then .. [elif c then ..] [else ..] end
+//               for x [from a] [to b] [by s] do .. end | for x in collection do .. end | while c do .. end
+//   expression  or, and, not, = <> < <= > >=, .., + -, * / mod, unary -, ^, calls f(..) and indices a[..]
+//   primary     123, 2.5, "text", name, 'name' (the name itself), [list], {set}, (expression), proc(x, y) .. end
+//
+// Inside a procedure its parameters, its loop variables and the names that it assigns are local.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "console/lexer.h"
+#include "console/object.h"
+
+namespace modla::console {
+
+enum class NodeKind {
+    constant,      // value
+    name,          // value: the global name; slot: the local variable, or -1
+    list,          // parts
+    set,           // parts
+    call,          // parts: procedure, arguments
+    index,         // parts: object, indices
+    negation,      // parts: operand
+    logical_not,   // parts: operand
+    binary,        // text: operator; parts: operands
+    procedure,     // value: the procedure
+    assignment,    // parts: target, expression
+    block,         // parts: statements
+    conditional,   // parts: condition, block, ..., [block]
+    for_range,     // parts: variable, from, to (or null), by, block
+    for_in,        // parts: variable, collection, block
+    while_loop,    // parts: condition, block
+    return_value,  // parts: [expression]
+    break_loop,
+    next_turn
+};
+
+struct Node {
+    NodeKind kind;
+    int line;
+    Object value = 0;
+    int slot = -1;
+    std::string text = {};
+    std::vector<std::unique_ptr<Node>> parts = {};
+};
+using NodePointer = std::unique_ptr<Node>;
+
+// The body of a procedure of the language.
+struct ProcedureBody {
+    std::vector<std::string> locals;  // the parameters first
+    size_t parameters = 0;
+    NodePointer block;
+};
+
+// Reads a program statement by statement.
+class Parser {
+  public:
+    explicit Parser(const std::string &text);
+    // The next statement, or null at the end.
+    NodePointer next_statement();
+
+  private:
+    struct Scope;
+    struct Nesting;
+    const Token &peek() const { return tokens_[at_]; }
+    bool at_symbol(const char *text) const;
+    bool at_keyword(const char *text) const;
+    bool take_symbol(const char *text);
+    bool take_keyword(const char *text);
+    void need_symbol(const char *text);
+    void need_keyword(const char *text);
+    void skip_separators();
+    [[noreturn]] void fail(const std::string &expected) const;
+    NodePointer make(NodeKind kind) const;
+
+    NodePointer statement();
+    NodePointer block();
+    NodePointer conditional();
+    NodePointer loop();
+    NodePointer while_loop();
+    NodePointer expression();
+    NodePointer binary(int level);
+    NodePointer unary();
+    NodePointer postfix();
+    NodePointer primary();
+    NodePointer procedure();
+    NodePointer name_node();
+    void elements(Node &node, const char *closing);
+
+    std::vector<Token> tokens_;
+    size_t at_ = 0;
+    Scope *scope_ = nullptr;
+    int nesting_ = 0;
+};
+
+}  // namespace modla::console

@@ -1,0 +1,107 @@
+#include "elimination/run_reduce.h"
+#include "host/arguments.h"
+#include "host/modulus.h"
+#include "modla.h"
+
+using namespace modla;
+
+namespace {
+
+struct RowReduceRequest {
+    MatrixArgument matrix;
+    Range rows, columns;
+    int32_t nred;
+    Scalar modulus;
+    Output det, pivprod, rank, pivsig, extra;
+    int32_t mode;
+};
+
+bool read_reducible_columns(const HostApi *api, HostObject argument, int32_t columns, int32_t *nred) {
+    if (!is_immediate(argument) || integer_value(argument) < 0) {
+        return fail(api, "number of reducible columns must be a nonnegative integer value");
+    }
+    *nred = integer_value(argument) == 0 ? columns : integer_value(argument);
+    return *nred <= columns ||
+           fail(api, "number of reducible columns exceeds the number of columns in the specified matrix");
+}
+
+bool read_form(const HostApi *api, HostObject argument, int32_t *mode) {
+    if (is_keyword(api, argument, "true") || is_keyword(api, argument, "false")) {
+        *mode = api->ToInt(argument);
+        return true;
+    }
+    *mode = -1;
+    if (api->IsInteger(argument) && is_immediate(argument)) *mode = api->ToInt(argument);
+    return (*mode >= 0 && *mode <= 2) || fail(api, "argument 11 must be 'true' or 'false'");
+}
+
+bool read_row_reduce(const HostApi *api, const HostObject *args, RowReduceRequest *request) {
+    if (api->NumArgs(args) != 11) return fail(api, "incorrect number of arguments");
+    MatrixArgument &matrix = request->matrix;
+    return check_modulus_argument(api, args) && read_matrix(api, args, 2, "matrix", &matrix) &&
+           read_row_range(api, args[3], matrix.rows, &request->rows) &&
+           read_column_range(api, args[4], matrix.columns, &request->columns) &&
+           read_reducible_columns(api, args[5], range_length(request->columns), &request->nred) &&
+           check_modulus(api, args[1], &request->modulus, matrix.datatype) &&
+           read_output(api, args, 6, &request->det) && read_output(api, args, 7, &request->pivprod) &&
+           read_output(api, args, 8, &request->rank) && read_output(api, args, 9, &request->pivsig) &&
+           read_output(api, args, 10, &request->extra) && read_form(api, args[11], &request->mode);
+}
+
+bool report_status(const HostApi *api, uint32_t status) {
+    switch (status) {
+        case 0:
+            return true;
+        case 1:
+            return fail(api, "no inverse exists: modulus is composite");
+        case 2:
+            return fail(api, "matrix is singular");
+        case 3:
+            return fail(api, "matrix has more rows than columns, cannot compute determinant");
+        case 10:
+            return fail(api, "not implemented yet");
+        default:
+            return fail(api, "unknown error");
+    }
+}
+
+uint32_t call_reduce(const HostApi *api, const HostObject *args, const RowReduceRequest &request) {
+    const HostObject result = api->CallProcedure(
+        modLA_getfcn(api, "cbReduce"), 15, request.matrix.object, api->ToInteger(request.rows.first),
+        api->ToInteger(request.rows.last), api->ToInteger(request.columns.first), api->ToInteger(request.columns.last),
+        api->ToInteger(request.nred + 1), args[1], request.det.target, request.pivprod.target, request.rank.target,
+        request.pivsig.target, request.extra.target, api->ToInteger(0), api->ToInteger(request.mode),
+        api->ToName("false", 1));
+    return static_cast<uint32_t>(integer_value(result));
+}
+
+void assign(const HostApi *api, const Output &output, HostObject value) {
+    api->AssignName(output.name, value);
+}
+
+}  // namespace
+
+HostObject modLA_RowReduce(const HostApi *api, const HostObject *args) {
+    RowReduceRequest request;
+    if (!read_row_reduce(api, args, &request)) return api->NullValue();
+    const int32_t datatype = request.matrix.datatype;
+    if (datatype == MODLA_INTEGER) {
+        report_status(api, call_reduce(api, args, request));
+        return api->NullValue();
+    }
+    ReduceOutputs out = {};
+    out.det_wanted = request.det.name != 0;
+    out.pivprod_wanted = request.pivprod.name != 0;
+    out.rank_wanted = request.rank.name != 0;
+    out.pivsig_wanted = request.pivsig.name != 0;
+    out.extra_wanted = request.extra.name != 0;
+    const uint32_t status = run_reduce(api, native_block(request.matrix, request.rows, request.columns),
+                                       request.modulus, request.nred, request.mode, false, &out);
+    if (!report_status(api, status)) return api->NullValue();
+    if (out.det_wanted) assign(api, request.det, residue_to_host(api, datatype, out.det));
+    if (out.pivprod_wanted) assign(api, request.pivprod, residue_to_host(api, datatype, out.pivprod));
+    if (out.rank_wanted) assign(api, request.rank, api->ToInteger(out.rank));
+    if (out.pivsig_wanted) assign(api, request.pivsig, api->ToInteger(out.pivsig));
+    if (out.extra_wanted) assign(api, request.extra, api->ToInteger(out.extra));
+    return api->NullValue();
+}

@@ -1,0 +1,17 @@
+// Row operations on doubles through CBLAS.
+//
+// CBLAS takes for granted that doubles are aligned to their size; storage of a host may be aligned to 4 bytes only.
+// Callers ask is_blas_aligned first and use a plain loop otherwise.
+#pragma once
+
+#include <cblas.h>
+
+#include <cstdint>
+
+namespace modla {
+
+inline bool is_blas_aligned(const void *data) {
+    return reinterpret_cast<uintptr_t>(data) % sizeof(double) == 0;
+}
+
+}  // namespace modla

@@ -1,0 +1,108 @@
+#include "host/arguments.h"
+
+#include <cstdio>
+
+#include "host/rtable.h"
+
+using namespace modla;
+
+bool modla::fail_argument(const HostApi *api, int32_t argno, const char *text) {
+    char message[200];
+    std::snprintf(message, sizeof message, "argument %d %s", static_cast<int>(argno), text);
+    return fail(api, message);
+}
+
+bool modla::check_modulus_argument(const HostApi *api, const HostObject *args) {
+    return api->IsInteger(args[1]) || fail(api, "argument 1, the modulus, must be an integer");
+}
+
+bool modla::check_no_more(const HostApi *api, const HostObject *args, int32_t position, int32_t n) {
+    if (position > n) return true;
+    return fail(api, "too many arguments, starting at argument %1, %2", api->ToInteger(position), args[position]);
+}
+
+bool modla::read_ordering(const HostApi *api, const HostObject *args, int32_t position, int32_t *order) {
+    if (is_keyword(api, args[position], "C_order")) {
+        *order = MODLA_C_ORDER;
+    } else if (is_keyword(api, args[position], "Fortran_order")) {
+        *order = MODLA_FORTRAN_ORDER;
+    } else {
+        return fail(api, "expected ordering for argument %1, got %2", api->ToInteger(position), args[position]);
+    }
+    return true;
+}
+
+bool modla::read_boolean(const HostApi *api, const HostObject *args, int32_t position, int32_t *value) {
+    const HostObject argument = args[position];
+    if (!is_keyword(api, argument, "true") && !is_keyword(api, argument, "false")) {
+        return fail_argument(api, position, "must be 'true' or 'false'");
+    }
+    *value = api->ToInt(argument);
+    return true;
+}
+
+bool modla::read_output(const HostApi *api, const HostObject *args, int32_t position, Output *output) {
+    const HostObject argument = args[position];
+    *output = {0, immediate_integer(0)};
+    if (argument == immediate_integer(0)) return true;
+    if (is_immediate(argument) || !api->IsName(argument)) {
+        return fail_argument(api, position, "must be a name or the value 0");
+    }
+    *output = {argument, api->CheckName(argument) ? api->NameTarget(argument) : argument};
+    return true;
+}
+
+bool modla::read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role,
+                        MatrixArgument *matrix) {
+    const HostObject argument = args[position];
+    if (is_immediate(argument) || !api->IsRtable(argument)) {
+        char message[200];
+        std::snprintf(message, sizeof message, "argument %d, the %s, must be an rtable", static_cast<int>(position),
+                      role);
+        return fail(api, message);
+    }
+    RtableSettings settings;
+    api->RtableGetSettings(&settings, argument);
+    if (!is_datatype(settings.datatype)) return fail_argument(api, position, "has invalid datatype");
+    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, position, "has invalid storage");
+    if (settings.subtype != MODLA_MATRIX) return fail_argument(api, position, "must be a Matrix");
+    void *const data = api->RtableData(argument);
+    const Extent extent = matrix_extent(api, argument);
+    *matrix = {argument, settings.datatype, settings.order, extent.rows, extent.columns, data};
+    return true;
+}
+
+namespace {
+
+struct RangeMessages {
+    const char *out_of_bounds, *bad_end, *bad_kind;
+};
+
+bool read_range(const HostApi *api, HostObject argument, int32_t bound, const RangeMessages &messages, Range *range) {
+    if (is_immediate(argument)) {
+        *range = {1, from_end(integer_value(argument), bound)};
+    } else if (object_type(argument) == MODLA_TYPE_RANGE) {
+        const HostObject first = object_words(argument)[1], last = object_words(argument)[2];
+        if (!is_immediate(first) || !is_immediate(last)) return fail(api, messages.bad_end);
+        *range = {from_end(integer_value(first), bound), from_end(integer_value(last), bound)};
+    } else {
+        return fail(api, messages.bad_kind);
+    }
+    const bool within = range->first >= 1 && range->last <= bound && range->first <= range->last;
+    return within || fail(api, messages.out_of_bounds);
+}
+
+}  // namespace
+
+bool modla::read_row_range(const HostApi *api, HostObject argument, int32_t bound, Range *range) {
+    constexpr RangeMessages messages = {"row range is out of bounds", "row range must be an integer or integer range",
+                                        "row range must be an integer or integer range"};
+    return read_range(api, argument, bound, messages, range);
+}
+
+bool modla::read_column_range(const HostApi *api, HostObject argument, int32_t bound, Range *range) {
+    constexpr RangeMessages messages = {"column range is out of bounds",
+                                        "column range, must be an integer or integer range",  // its comma is kept
+                                        "column range must be an integer or integer range"};
+    return read_range(api, argument, bound, messages, range);
+}

@@ -1,0 +1,75 @@
+// Reading the arguments that several entry points share, each with its fixed messages.
+//
+// Readers return false after they raised an error.  Positions count from 1, as the host's users do.
+#pragma once
+
+#include "host/object.h"
+#include "host/raise.h"
+#include "modla.h"
+
+namespace modla {
+
+inline bool is_datatype(int32_t code) {
+    return code == MODLA_INTEGER || code == MODLA_INTEGER4 || code == MODLA_FLOAT8;
+}
+
+inline bool is_big_integer(HostObject object) {
+    return has_type(object, MODLA_TYPE_NEGATIVE_INTEGER) || has_type(object, MODLA_TYPE_POSITIVE_INTEGER);
+}
+
+// An index counted from the end when it is negative.
+inline int32_t from_end(int32_t index, int32_t bound) {
+    return index < 0 ? bound + index + 1 : index;
+}
+
+// Is the argument the host's name for this text?
+inline bool is_keyword(const HostApi *api, HostObject object, const char *text) {
+    return !is_immediate(object) && api->IsName(object) && object == api->ToName(text, 1);
+}
+
+// "argument N " followed by the text, without placeholders.
+bool fail_argument(const HostApi *api, int32_t argno, const char *text);
+
+// Argument 1 is an integer: "argument 1, the modulus, must be an integer".
+bool check_modulus_argument(const HostApi *api, const HostObject *args);
+
+// Nothing stands at the position or after: "too many arguments, starting at argument %1, %2".
+bool check_no_more(const HostApi *api, const HostObject *args, int32_t position, int32_t n);
+
+// "C_order" or "Fortran_order" at the position: "expected ordering for argument %1, got %2".
+bool read_ordering(const HostApi *api, const HostObject *args, int32_t position, int32_t *order);
+
+// The name true or false: "argument N must be 'true' or 'false'".
+bool read_boolean(const HostApi *api, const HostObject *args, int32_t position, int32_t *value);
+
+// The name of an output, or 0 for none: "argument N must be a name or the value 0".
+struct Output {
+    HostObject name;    // as given; 0 when no output is wanted
+    HostObject target;  // what a callback receives: the name, its target, or the immediate integer 0
+};
+bool read_output(const HostApi *api, const HostObject *args, int32_t position, Output *output);
+
+// A Matrix argument that is worked on in place.
+struct MatrixArgument {
+    HostObject object;
+    int32_t datatype, order;
+    int32_t rows, columns;
+    void *data;
+};
+// "argument N, the <role>, must be an rtable"; "argument N has invalid datatype", "... has invalid storage", "... must
+// be a Matrix".
+bool read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role,
+                 MatrixArgument *matrix);
+
+// Rows and columns of a Matrix, each given as k (1..k) or a..b, negative ends counted from the end.  first..last are
+// within 1..bound and not empty: "row range is out of bounds", "row range must be an integer or integer range", ...
+struct Range {
+    int32_t first, last;
+};
+bool read_row_range(const HostApi *api, HostObject argument, int32_t bound, Range *range);
+bool read_column_range(const HostApi *api, HostObject argument, int32_t bound, Range *range);
+inline int32_t range_length(Range range) {
+    return range.last - range.first + 1;
+}
+
+}  // namespace modla

@@ -1,0 +1,130 @@
+#include "host/rtable.h"
+
+#include "host/raise.h"
+
+using namespace modla;
+
+Extent modla::matrix_extent(const HostApi *api, HostObject matrix) {
+    const int32_t rows = api->RtableUpperBound(matrix, 1);
+    return {rows, api->RtableUpperBound(matrix, 2)};
+}
+
+HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order) {
+    RtableSettings settings;
+    api->RtableGetDefaults(&settings);
+    settings.datatype = datatype;
+    settings.order = order;
+    settings.storage = MODLA_RECTANGULAR;
+    int32_t bounds[4] = {1, rows, 1, columns};
+    if (rows > 0 && columns > 0) {
+        settings.subtype = MODLA_MATRIX;
+        settings.num_dimensions = 2;
+    } else if (rows > 0 && columns == 0) {
+        settings.subtype = MODLA_COLUMN_VECTOR;
+        settings.num_dimensions = 1;
+    } else if (rows == 0 && columns > 0) {
+        settings.subtype = MODLA_ROW_VECTOR;
+        settings.num_dimensions = 1;
+        bounds[1] = columns;
+    } else {
+        fail(api, "object for create cannot be zero dimensional");
+        return api->NullValue();
+    }
+    return api->RtableCreate(&settings, nullptr, bounds);
+}
+
+namespace {
+
+struct ViewShape {
+    int64_t rows, columns;
+    int32_t order;
+    bool whole_lines;  // the lines include entries beyond the block's own
+};
+
+// The shape of the view that a block of the given size and steps needs; false after an error was raised.
+bool choose_shape(const HostApi *api, int32_t rows, int32_t columns, int32_t row_step, int32_t column_step,
+                  int32_t parent_order, ViewShape *shape) {
+    if (row_step == 0) {
+        *shape = {1, columns, parent_order, false};
+        return rows == 1 || fail(api, "invalid input (row use) for new rtable");
+    }
+    if (column_step == 0) {
+        *shape = {rows, 1, parent_order, false};
+        return columns == 1 || fail(api, "invalid input (column use) for new rtable");
+    }
+    if (row_step == 1) {
+        *shape = {column_step, columns, MODLA_FORTRAN_ORDER, true};
+        return true;
+    }
+    if (column_step == 1) {
+        *shape = {rows, row_step, MODLA_C_ORDER, true};
+        return true;
+    }
+    return fail(api, "invalid input (ordering parameters) for new rtable");
+}
+
+}  // namespace
+
+bool modla::make_view(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns,
+                      int32_t row_step, int32_t column_step, View *view) {
+    *view = {0, 0, 0};
+    RtableSettings parent_settings;
+    parent_settings.order = MODLA_C_ORDER;
+    if (parent) {
+        api->RtableGetSettings(&parent_settings, parent);
+        const bool unit_step = parent_settings.order == MODLA_C_ORDER ? column_step == 1 : row_step == 1;
+        if (row_step != 0 && column_step != 0 && unit_step && parent_settings.subtype == MODLA_MATRIX &&
+            data == api->RtableData(parent)) {
+            view->object = parent;
+            return true;
+        }
+        if (parent_settings.datatype != MODLA_INTEGER) return fail(api, "invalid datatype for new rtable");
+    }
+
+    RtableSettings settings;
+    api->RtableGetDefaults(&settings);
+    settings.datatype = MODLA_INTEGER;
+    settings.subtype = MODLA_MATRIX;
+    settings.storage = MODLA_RECTANGULAR;
+    settings.view = 1;
+    settings.num_dimensions = 2;
+    ViewShape shape;
+    if (!choose_shape(api, rows, columns, row_step, column_step, parent_settings.order, &shape)) return false;
+    settings.order = shape.order;
+
+    if (parent && shape.whole_lines) {
+        char *const start = static_cast<char *>(api->RtableData(parent));
+        int64_t entries = api->RtableUpperBound(parent, 1);
+        if (parent_settings.num_dimensions > 1) entries *= api->RtableUpperBound(parent, 2);
+        const int64_t before = (static_cast<char *>(data) - start) / 4;
+        const int64_t excess = before + shape.rows * shape.columns - entries;
+        if (excess > 0) {
+            if (excess > before) return fail(api, "internal error");
+            data = entry_address(data, MODLA_INTEGER, -excess);
+            (shape.order == MODLA_C_ORDER ? view->column_shift : view->row_shift) = static_cast<int32_t>(excess);
+        }
+    }
+    int32_t bounds[4] = {1, static_cast<int32_t>(shape.rows), 1, static_cast<int32_t>(shape.columns)};
+    view->object = api->RtableCreate(&settings, data, bounds);
+    return true;
+}
+
+bool modla::make_block_view(const HostApi *api, const Block &block, View *view) {
+    int32_t column_step = block.column_step;
+    // Both steps are 1 in a one-column C_order Matrix: a view by columns would be a single entry.
+    if (block.columns == 1 && block.row_step == 1 && column_step == 1 && block.data != api->RtableData(block.object)) {
+        column_step = 0;
+    }
+    return make_view(api, block.object, block.data, row_count(block), column_count(block), block.row_step, column_step,
+                     view);
+}
+
+HostObject data_to_modLA_rtable(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns,
+                                int32_t row_step, int32_t column_step, int32_t *out_row_shift,
+                                int32_t *out_column_shift) {
+    View view;
+    const bool made = make_view(api, parent, data, rows, columns, row_step, column_step, &view);
+    *out_row_shift = view.row_shift;
+    *out_column_shift = view.column_shift;
+    return made ? view.object : api->NullValue();
+}

@@ -1,0 +1,39 @@
+// Making host tables, and views of blocks of them.
+#pragma once
+
+#include "host/subspec.h"
+#include "modla.h"
+
+namespace modla {
+
+// Bytes of a stored entry.
+inline uint32_t entry_size(int32_t datatype) {
+    return datatype == MODLA_FLOAT8 ? 8 : 4;
+}
+
+// The address of entry k of a data block.
+inline void *entry_address(void *data, int32_t datatype, int64_t k) {
+    return static_cast<char *>(data) + static_cast<ptrdiff_t>(k * entry_size(datatype));
+}
+
+// The bounds of a host table: a Vector has one of them, the other is 1.
+struct Extent {
+    int32_t rows, columns;
+};
+Extent matrix_extent(const HostApi *api, HostObject matrix);
+
+// The view of a block of datatype "integer" that a callback works on, and by how much the block's first row and
+// column are shifted inside it.
+struct View {
+    HostObject object;
+    int32_t row_shift, column_shift;
+};
+
+// data_to_modLA_rtable, telling whether the view could be made.
+bool make_view(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns, int32_t row_step,
+               int32_t column_step, View *view);
+
+// The view of a block that an argument selected.
+bool make_block_view(const HostApi *api, const Block &block, View *view);
+
+}  // namespace modla

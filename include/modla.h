@@ -1,0 +1,317 @@
+/* modLA: exact linear algebra modulo p on a host's own matrices.
+ *
+ * This header is the whole binary interface of libmodla.so (i386 ELF, cdecl): the types shared with the host, the
+ * entry points that a host calls with its argument arrays, and the helpers and kernels that a program may call on
+ * raw storage.  It is plain C and can be read by a C++ compiler.
+ *
+ * A modp object is a rectangular host table (a Matrix, a column Vector or a row Vector) whose entries are residues
+ * 0..p-1 in one of three datatypes:
+ *
+ *   code  keyword        entries                        modulus
+ *   0     "integer"      host integers of any size      p >= 2
+ *   4     "integer[4]"   32-bit words                   2 <= p <= 65535
+ *   6     "float[8]"     doubles holding integers       2 <= p <= 33554431
+ *
+ * Entry (i, j) of an m x n object, counted from 0, lies at i*n + j in C_order (row-major) and at j*m + i in
+ * Fortran_order (column-major).
+ *
+ * What every function bears: a stack and data aligned to 4 bytes only; any x87 control word and any MXCSR, which are
+ * unchanged whenever the host is called and on return; a host whose operations leave by longjmp or by a C++ exception.
+ * Nothing here is thread-safe; everything is re-entrant.
+ */
+#ifndef MODLA_H
+#define MODLA_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define MODLA_API __attribute__((visibility("default")))
+#else
+#define MODLA_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Host values ------------------------------------------------------------------------------------------- */
+
+/* A host value.  Low bit 1: the immediate integer v, stored as 2v+1 (|v| < 2^30 is always immediate).  Otherwise a
+ * pointer to a header word: type id in the top 6 bits, length in words (header included) in the low 26. */
+typedef uint32_t HostObject;
+
+/* Type ids that the library reads. */
+enum {
+    MODLA_TYPE_NEGATIVE_INTEGER = 1, /* words 1..: base-10000 digits of the magnitude, least significant first */
+    MODLA_TYPE_POSITIVE_INTEGER = 2, /* the same */
+    MODLA_TYPE_INDEXED_NAME = 10,    /* word 1: base name; word 2: expression sequence of the indices */
+    MODLA_TYPE_POWER = 14,           /* length 3: base, exponent; longer: a product of base, exponent pairs */
+    MODLA_TYPE_EQUATION = 20,        /* words 1 and 2: the two sides */
+    MODLA_TYPE_SEQUENCE = 29,        /* words 1..length-1: the elements */
+    MODLA_TYPE_LIST = 30,            /* word 1: a sequence; or words 1..length-1: the elements */
+    MODLA_TYPE_RANGE = 35,           /* words 1 and 2: the two ends */
+    MODLA_TYPE_SET = 36              /* as a list */
+};
+
+/* Datatype codes, as in RtableSettings.datatype. */
+enum { MODLA_INTEGER = 0, MODLA_INTEGER4 = 4, MODLA_FLOAT8 = 6 };
+
+/* Storage orders, as in RtableSettings.order. */
+enum { MODLA_FORTRAN_ORDER = 0, MODLA_C_ORDER = 1 };
+
+/* Subtypes, as in RtableSettings.subtype. */
+enum { MODLA_ARRAY = 0, MODLA_MATRIX = 1, MODLA_COLUMN_VECTOR = 2, MODLA_ROW_VECTOR = 3 };
+
+/* The only storage that is accepted and created. */
+enum { MODLA_RECTANGULAR = 4 };
+
+/* A host table's settings (64 bytes). */
+typedef struct RtableSettings {
+    int32_t datatype;         /* 0 integer, 4 integer[4], 6 float[8] */
+    int32_t subtype;          /* 0 Array, 1 Matrix, 2 column Vector, 3 row Vector */
+    int32_t storage;          /* 4 rectangular */
+    int32_t order;            /* 1 C_order, 0 Fortran_order */
+    int32_t view;             /* 1: the data belongs to another table */
+    int32_t num_dimensions;   /* 1 Vector, 2 Matrix */
+    uint32_t host_fields[10]; /* the host's own; defaults from RtableGetDefaults, never changed here */
+} RtableSettings;
+
+/* The host's operations: 101 slots, numbered from 0.  The library calls the named ones only. */
+typedef struct HostApi {
+    void *(*Alloc)(uint32_t bytes);                                             /*  0: work memory of the host */
+    HostObject (*NewObject)(uint32_t length, uint32_t type_id);                 /*  1: raw object of length words */
+    void (*AssignName)(HostObject name, HostObject value);                      /*  2: assign an output */
+    void *reserved_3;                                                           /*  3 */
+    void (*Free)(void *memory);                                                 /*  4: return Alloc memory */
+    void (*RaiseError)(const char *format, ...);                                /*  5: raise; %1.. are HostObjects */
+    HostObject (*Evaluate)(HostObject object);                                  /*  6: full evaluation */
+    void *reserved_7[2];                                                        /*  7..8 */
+    HostObject (*CallProcedure)(HostObject procedure, uint32_t n, ...);         /*  9: call with n arguments */
+    void *reserved_10[2];                                                       /* 10..11 */
+    uint32_t (*CheckName)(HostObject name);                                     /* 12: is NameTarget to be used? */
+    void *reserved_13;                                                          /* 13 */
+    uint32_t (*IsInteger)(HostObject object);                                   /* 14 */
+    void *reserved_15[5];                                                       /* 15..19 */
+    uint32_t (*IsName)(HostObject object);                                      /* 20 */
+    uint32_t (*IsNumeric)(HostObject object);                                   /* 21: can ToDouble convert it? */
+    void *reserved_22[3];                                                       /* 22..24 */
+    uint32_t (*IsRtable)(HostObject object);                                    /* 25 */
+    void *reserved_26[13];                                                      /* 26..38 */
+    double (*ToDouble)(HostObject number);                                      /* 39 */
+    void *reserved_40[2];                                                       /* 40..41 */
+    int32_t (*ToInt)(HostObject integer);                                       /* 42: also true -> 1, false -> 0 */
+    void *reserved_43[5];                                                       /* 43..47 */
+    uint32_t (*NumArgs)(const HostObject *args);                                /* 48 */
+    void *reserved_49[6];                                                       /* 49..54 */
+    HostObject (*RtableCreate)(RtableSettings *s, void *data, int32_t *bounds); /* 55: data null: host allocates */
+    void *(*RtableData)(HostObject rtable);                                     /* 56: first stored element */
+    void (*RtableGetDefaults)(RtableSettings *settings);                        /* 57 */
+    void (*RtableGetSettings)(RtableSettings *settings, HostObject rtable);     /* 58 */
+    void *reserved_59[5];                                                       /* 59..63 */
+    uint32_t (*RtableNumDims)(HostObject rtable);                               /* 64 */
+    void *reserved_65[9];                                                       /* 65..73 */
+    int32_t (*RtableUpperBound)(HostObject rtable, uint32_t dimension);         /* 74: 1 rows, 2 columns */
+    void *reserved_75[4];                                                       /* 75..78 */
+    HostObject (*NormalizeInteger)(HostObject integer);                         /* 79: completes a NewObject integer */
+    void *reserved_80[11];                                                      /* 80..90 */
+    HostObject (*ToInteger)(int32_t value);                                     /* 91 */
+    void *reserved_92;                                                          /* 92 */
+    HostObject (*ToFloat)(double value);                                        /* 93 */
+    HostObject (*ToName)(const char *text, uint32_t global);                    /* 94: same text, same name */
+    HostObject (*NullValue)(void);                                              /* 95 */
+    void *reserved_96[3];                                                       /* 96..98 */
+    HostObject (*ParseString)(const char *text);                                /* 99: the expression of a text */
+    HostObject (*NameTarget)(HostObject name);                                  /* 100 */
+} HostApi;
+
+/* ---- Entry points --------------------------------------------------------------------------------------------
+ *
+ * args[1]..args[n] are the arguments, n = NumArgs(args); args[0] is the host's and is never read.  Arguments are
+ * checked strictly by position; the first failing check raises its message through RaiseError and nothing that the
+ * caller owns has been written by then.  Should RaiseError return, the call ends with NullValue().
+ */
+
+/* Register(procedure): stores the procedure that maps a callback's name to the host procedure that does the
+ * arithmetic for datatype "integer"; returns it.
+ * "incorrect number of arguments". */
+MODLA_API HostObject modLA_Register(const HostApi *api, const HostObject *args);
+
+/* The host procedure of a callback: the registered procedure applied to the parsed name.  Called by the library
+ * itself; a procedure must have been registered. */
+MODLA_API HostObject modLA_getfcn(const HostApi *api, const char *name);
+
+/* Create(p, rows, columns [, fill | identity | random], datatype [, C_order | Fortran_order]): a new modp object, a
+ * column Vector when columns = 0, a row Vector when rows = 0.  Without a fill value the entries are 0; a numeric fill
+ * value is rounded, halves upward, and must then lie in 0..p-1.  Random entries come from the process's rand().  For
+ * datatype "integer", random calls "cbRandMat"(p, 0, rows, 0, columns, object).
+ * "too few arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the number of rows, must be an
+ * integer"; "argument 3, the number of columns, must be an integer"; "number of rows must be nonnegative"; "number of
+ * columns must be nonnegative"; "at least one of 'rows' or 'columns' (second and third arguments) must be nonzero";
+ * "too few arguments, expected output object or fill value for argument 4"; "fill value must be an integral numeric
+ * value in the range 0..modulus-1"; "too few arguments, expected output object for argument %1"; "expected ordering
+ * for argument %1, got %2"; "too many arguments, starting at argument %1, %2"; "when requesting identity, input must
+ * be specified as a square Matrix"; "internal error"; those of process_datatype and validate_modulus. */
+MODLA_API HostObject modLA_Create(const HostApi *api, const HostObject *args);
+
+/* Fill(p [, fill | random], object [, rows] [, columns]): overwrites the selected block; returns NullValue().  For
+ * datatype "integer", random calls "cbRandMat"(p, row shift, rows, column shift, columns, view).
+ * "too few arguments"; "argument 1, the modulus, must be an integer"; "fill value must be an integral numeric value in
+ * the range 0..modulus-1"; "too few arguments, expected output object for argument %1"; "too many arguments, starting
+ * at argument %1, %2"; "internal error"; those of process_subspec and validate_modulus. */
+MODLA_API HostObject modLA_Fill(const HostApi *api, const HostObject *args);
+
+/* RowReduce(p, matrix, rows, columns, nred, det, pivprod, rank, pivsig, extra, form): row-reduces the block in place
+ * and assigns the requested outputs; returns NullValue().  rows and columns: k (1..k; negative: from the end) or a
+ * range; nred: how many leading columns may hold pivots, 0 = all; the outputs: a name, or 0 for none; form: true or 1
+ * reduced row echelon form, false or 0 row echelon form, 2 reduced form that keeps non-invertible pivots.  Datatype
+ * "integer" calls "cbReduce"(matrix, first row, last row, first column, last column, nred + 1, p, the five names or
+ * 0, 0, mode, false), whose immediate integer result is the status.
+ * On a kernel failure no output is assigned and the block is left partly reduced.
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
+ * rtable"; "argument 2 has invalid datatype"; "argument 2 has invalid storage"; "argument 2 must be a Matrix"; "row
+ * range is out of bounds"; "row range must be an integer or integer range"; "column range is out of bounds"; "column
+ * range, must be an integer or integer range"; "column range must be an integer or integer range"; "number of
+ * reducible columns must be a nonnegative integer value"; "number of reducible columns exceeds the number of columns
+ * in the specified matrix"; "argument N must be a name or the value 0" (N = 6..10); "argument 11 must be 'true' or
+ * 'false'"; "no inverse exists: modulus is composite"; "matrix is singular"; "matrix has more rows than columns,
+ * cannot compute determinant"; "not implemented yet"; "unknown error"; those of validate_modulus. */
+MODLA_API HostObject modLA_RowReduce(const HostApi *api, const HostObject *args);
+
+/* ---- Binding helpers --------------------------------------------------------------------------------------- */
+
+/* The datatype code that an argument denotes (0, 4, 6), or -1.  mode 0 raises "expected datatype ('%1', 'float[8]',
+ * or 'integer'), for argument %2, got %3", mode 1 "expected output object or datatype (...)...", other modes nothing. */
+MODLA_API int32_t process_datatype(const HostApi *api, HostObject object, int32_t mode, int32_t argno);
+
+/* Checks the modulus, and a fill value or multiplier, for a datatype.  out_modulus: int32_t, double or HostObject, by
+ * datatype; out_fill: the residue in the same representation, or null; fill: the value, or null for default_fill; word
+ * names its role in the message "%s value must be an integral numeric value in the range 0..modulus-1".
+ * "argument 1, the modulus, must be an integer"; "modulus is too large for '%1' datatype, must be < %2"; "modulus is
+ * too large for 'float[8]' datatype, must be < 33554432"; "modulus must be at least 2"; "modulus must be an integer >
+ * 1"; "modp object has invalid datatype". */
+MODLA_API void validate_modulus(const HostApi *api, HostObject modulus, void *out_modulus, int32_t datatype,
+                                const HostObject *fill, void *out_fill, const char *word, int32_t default_fill);
+
+/* Checks a modulus for datatype "integer": "modulus must be at least 2"; "modulus must be an integer > 1". */
+MODLA_API void validate_integer_modulus(const HostApi *api, HostObject modulus);
+
+/* 0 when 0 <= value < modulus, else 1, for host integers.  The sign of a value that is not immediate is not examined
+ * when the modulus is not immediate either. */
+MODLA_API int32_t validate_integer_value(HostObject modulus, HostObject value);
+
+/* The first index in list[0..n-1] of x (e the immediate integer 1) or of the power x^e; -1 when there is none. */
+MODLA_API int32_t isUnkn(HostObject x, HostObject e, const HostObject *list, int32_t n);
+
+/* A new object with the host's storage, entries not initialised: a Matrix, or a column (row) Vector when columns
+ * (rows) = 0.  "object for create cannot be zero dimensional". */
+MODLA_API HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype,
+                                      int32_t order);
+
+/* A Matrix of datatype "integer" over the block of parent (or 0) that starts at data, has rows x columns entries and
+ * the given steps; the parent itself when the block starts where it starts.  A view spans whole lines; where it would
+ * run past the parent's end it starts earlier, by *out_row_shift or *out_column_shift entries.
+ * "invalid datatype for new rtable"; "invalid input (row use) for new rtable"; "invalid input (column use) for new
+ * rtable"; "invalid input (ordering parameters) for new rtable"; "internal error". */
+MODLA_API HostObject data_to_modLA_rtable(const HostApi *api, HostObject parent, void *data, int32_t rows,
+                                          int32_t columns, int32_t row_step, int32_t column_step,
+                                          int32_t *out_row_shift, int32_t *out_column_shift);
+
+/* Reads object [, row selection] [, column selection] [, transpose] at args[*position], advances *position past it and
+ * returns the address of the first selected entry.  required_datatype: -1 = any; required_rows and required_columns:
+ * -1 = any, 0 = a row (column) object, > 0 = that many, where a single index means a block of that size.  Counts of 0
+ * mark row and column objects; steps are in elements; out pointers may be null.
+ * "argument %1 must be a modp Matrix or Vector"; "argument %1 has incorrect datatype"; "argument %1 has invalid
+ * datatype"; "argument %1 has invalid storage"; "argument %1 must be a Matrix or Vector"; "Matrix index out of range";
+ * "Vector index out of range"; "row range cannot be empty"; "column range cannot be empty"; "argument %1 is a row
+ * object where prior arguments require a row dimension"; "argument %1 has a row dimension where prior arguments require
+ * a row object"; "argument %1 has a different number of rows than required by prior arguments"; "argument %1 has more
+ * (fewer) rows than required by prior arguments"; "argument %1 shortcut specification has fewer rows than required by
+ * prior arguments"; the same for columns; "internal error". */
+MODLA_API void *process_subspec(const HostApi *api, const HostObject *args, int32_t *position, int32_t n,
+                                int32_t required_datatype, int32_t required_rows, int32_t required_columns,
+                                int32_t allow_transpose, int32_t *out_datatype, int32_t *out_order, int32_t *out_rows,
+                                int32_t *out_row_step, int32_t *out_columns, int32_t *out_column_step);
+
+/* ---- Scalar helpers ------------------------------------------------------------------------------------------
+ *
+ * Word twins (_iw): residues are uint32_t, p <= 65535.  Float twins (_f): residues are doubles holding integers,
+ * p <= 33554431, pinv = (1 + 2^-52)/p.  The no-inverse mark is 65536 in words and -1.0 in floats.
+ */
+
+/* a^e mod p; e < 0: the inverse of a^|e|, or the no-inverse mark. */
+MODLA_API uint32_t modpow_iw(uint32_t a, int32_t e, uint32_t p);
+MODLA_API double modpow_f(double a, int32_t e, double p, double pinv);
+
+/* The inverse of a mod p in 1..p-1, or the no-inverse mark (also for a = 0). */
+MODLA_API uint32_t modinverse_iw(uint32_t a, uint32_t p);
+MODLA_API double modinverse_f(double a, double p, double pinv);
+
+/* A host integer that is not immediate, mod p; a negative multiple of p gives p. */
+MODLA_API uint32_t modtolvexint_iw(HostObject integer, uint32_t p);
+MODLA_API double modtolvexint_f(HostObject integer, double p, uint32_t unused, double pinv);
+
+/* x^e mod p, |e| >= 1, from the 32-entry power table of x: entry 0 is x, entry i-1 x^i (i = 2..16), entry 16+k
+ * x^(2^(k+1)), each the no-inverse mark until it is known; computed squarings are stored. */
+MODLA_API uint32_t modunknpow_iw(uint32_t *table, int32_t e, uint32_t p);
+MODLA_API double modunknpow_f(double *table, int32_t e, double p, double pinv);
+
+/* The value at x of a modp1 polynomial (word 2: its modulus; words 3..: coefficients from degree 0, immediate integers
+ * when that modulus exceeds 46327, plain residues otherwise), from the power table of x, which is extended. */
+MODLA_API uint32_t modzppolyeval_iw(HostObject poly, uint32_t *table, uint32_t p);
+MODLA_API double modzppolyeval_f(HostObject poly, double *table, double p, double pinv);
+
+/* A machine integer as a host integer. */
+MODLA_API HostObject M_INTtoTolvexInt(const HostApi *api, int32_t value);
+
+/* A double as a host integer, rounded (halves upward up to 2^30, away from zero beyond); a NaN gives 0.
+ * "float too large" beyond 2^53 - 1 in magnitude. */
+MODLA_API HostObject floattoTolvexInt_32(const HostApi *api, double value);
+
+/* Random residues, each equally likely, at storage[i*rstride + j*cstride]; the source is the C library's rand(), which
+ * is never seeded here.  "problem with rand() and modulus" unless 2 <= p <= 2^31. */
+MODLA_API void rand_fill_iw(const HostApi *api, int32_t rows, int32_t cols, uint32_t *storage, int32_t rstride,
+                            int32_t cstride, uint32_t p);
+MODLA_API void rand_fill_f(const HostApi *api, int32_t rows, int32_t cols, double *storage, int32_t rstride,
+                           int32_t cstride, double p);
+
+/* ---- Row-reduction kernels -----------------------------------------------------------------------------------
+ *
+ * Row echelon or reduced row echelon form of the nrows x ncols block at A, in place, entry (i, j) at i*ld + j (_C_) or
+ * j*ld + i (_F_).  Gauss-Jordan elimination with Euclidean row steps where a column holds several non-invertible
+ * entries and no invertible one (composite p).
+ *   A         entries 0..p-1; entries >= p are reduced first
+ *   nred      columns 0..nred-1 may hold pivots; the others are carried along
+ *   p, pinv   the modulus and (1 + 2^-52)/p, which the word kernels ignore
+ *   det       null or: the determinant of the leading nrows x nrows part
+ *   pivprod   null or: the product of the invertible pivots, negated at each of their row exchanges
+ *   rank      null or: the number of pivot rows
+ *   pivsig    null or: the sum over the pivots of (pivot row, from 1) * (pivot column, from 0), mod 2^32
+ *   extra     null or: the number of nonzero rows left below the rank in columns nred.., which are moved up
+ *   pivcols   null or nrows cells: the pivot columns; rows rank..nred-1 (which must exist, also beyond nrows) then
+ *             receive a basis of the right nullspace of the leading nred columns
+ *   mode      0 row echelon form; 1 reduced; 2 reduced, accepting non-invertible pivots
+ *   detonly   nonzero: determinant only (mode 0): non-invertible pivots are accepted, a zero determinant ends the run
+ *   pending   nrows counters, overwritten (_nop)
+ *   maxpending  row updates that a row may take before it is reduced: p-1 + maxpending*(p-1)^2 must stay below 2^32
+ *             (words) or 2^53 (floats) (_nop)
+ * Status: 0 done; 1 a column holds a single nonzero, not invertible, and mode and detonly do not accept it; 2 a row
+ * below the rank is nonzero in the other columns and extra is null (rank is not written); 3 invalid request (nothing
+ * written): pivcols without rank, with mode 0 or with extra; detonly with mode != 0; det or pivprod with nrows > ncols;
+ * 4 no nullspace rows because a non-invertible pivot was accepted.  All entries are in 0..p-1 on every return but 3.
+ */
+#define MODLA_REDUCE_ARGUMENTS(W)                                                                                      \
+    W *A, int32_t nrows, int32_t ncols, int32_t nred, int32_t ld, W p, double pinv, W *det, W *pivprod, int32_t *rank, \
+        int32_t *pivsig, int32_t *extra, int32_t *pivcols, int32_t mode, int32_t detonly
+
+MODLA_API uint32_t modLA_reduce_C_iw(MODLA_REDUCE_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_reduce_F_iw(MODLA_REDUCE_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_reduce_C_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending);
+MODLA_API uint32_t modLA_reduce_F_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending);
+MODLA_API uint32_t modLA_reduce_C_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending);
+MODLA_API uint32_t modLA_reduce_F_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,114 @@
+#include <algorithm>
+#include <cstddef>
+
+#include "host/arguments.h"
+#include "host/modulus.h"
+#include "host/rtable.h"
+#include "modla.h"
+#include "scalar/residue.h"
+
+using namespace modla;
+
+namespace {
+
+enum class Content { constant, identity, random };
+
+struct CreateRequest {
+    int32_t rows, columns, datatype, order;
+    Content content;
+    Scalar modulus, fill;
+};
+
+bool check_sizes(const HostApi *api, int32_t rows, int32_t columns) {
+    if (rows < 0) return fail(api, "number of rows must be nonnegative");
+    if (columns < 0) return fail(api, "number of columns must be nonnegative");
+    return rows != 0 || columns != 0 ||
+           fail(api, "at least one of 'rows' or 'columns' (second and third arguments) must be nonzero");
+}
+
+bool read_create(const HostApi *api, const HostObject *args, CreateRequest *request) {
+    const int32_t n = static_cast<int32_t>(api->NumArgs(args));
+    if (n < 3) return fail(api, "too few arguments");
+    if (!check_modulus_argument(api, args)) return false;
+    if (!api->IsInteger(args[2])) return fail(api, "argument 2, the number of rows, must be an integer");
+    if (!api->IsInteger(args[3])) return fail(api, "argument 3, the number of columns, must be an integer");
+    request->rows = api->ToInt(args[2]);
+    request->columns = api->ToInt(args[3]);
+    if (!check_sizes(api, request->rows, request->columns)) return false;
+    if (n < 4) return fail(api, "too few arguments, expected output object or fill value for argument 4");
+
+    request->content = Content::constant;
+    const HostObject *fill = nullptr;
+    int32_t next = 5;
+    const HostObject fourth = args[4];
+    if (!is_immediate(fourth) && (api->IsName(fourth) || object_type(fourth) == MODLA_TYPE_INDEXED_NAME)) {
+        if (fourth == api->ToName("identity", 1)) {
+            request->content = Content::identity;
+        } else if (fourth == api->ToName("random", 1)) {
+            request->content = Content::random;
+        } else {
+            next = 4;
+        }
+    } else {
+        if (!api->IsNumeric(fourth)) {
+            return fail(api, "fill value must be an integral numeric value in the range 0..modulus-1");
+        }
+        fill = &args[4];
+    }
+    if (n < next) {
+        return fail(api, "too few arguments, expected output object for argument %1", api->ToInteger(next));
+    }
+    request->datatype = process_datatype(api, args[next], 0, next);
+    if (!is_datatype(request->datatype)) return false;
+    request->order = MODLA_C_ORDER;
+    if (n > next && !read_ordering(api, args, next + 1, &request->order)) return false;
+    if (!check_no_more(api, args, next + 2, n)) return false;
+    if (request->content == Content::identity && request->rows != request->columns) {
+        return fail(api, "when requesting identity, input must be specified as a square Matrix");
+    }
+    return check_modulus(api, args[1], &request->modulus, request->datatype, fill, &request->fill, "fill", 0);
+}
+
+template <class Entry, class Value>
+void fill_entries(void *data, size_t count, Value value, Value one, const CreateRequest &request) {
+    Entry *const entries = static_cast<Entry *>(data);
+    std::fill_n(entries, count, Entry{value});
+    if (request.content != Content::identity) return;
+    // The same indices serve both orders: the Matrix is square.
+    for (int32_t k = 0; k < request.columns; k++) entries[static_cast<size_t>(k) * (request.columns + 1u)] = one;
+}
+
+void fill_random(const HostApi *api, const HostObject *args, HostObject object, void *data, size_t count,
+                 const CreateRequest &request) {
+    const int32_t entries = static_cast<int32_t>(count);
+    if (request.datatype == MODLA_INTEGER4) {
+        rand_fill_iw(api, 1, entries, static_cast<uint32_t *>(data), 0, 1, static_cast<uint32_t>(request.modulus.word));
+    } else if (request.datatype == MODLA_FLOAT8) {
+        rand_fill_f(api, 1, entries, static_cast<double *>(data), 0, 1, request.modulus.real);
+    } else {
+        fill_entries<HostObject>(data, count, immediate_integer(0), immediate_integer(1), request);
+        api->CallProcedure(modLA_getfcn(api, "cbRandMat"), 6, args[1], api->ToInteger(0), args[2], api->ToInteger(0),
+                           args[3], object);
+    }
+}
+
+}  // namespace
+
+HostObject modLA_Create(const HostApi *api, const HostObject *args) {
+    CreateRequest request;
+    if (!read_create(api, args, &request)) return api->NullValue();
+    const HostObject object = new_modLA_rtable(api, request.rows, request.columns, request.datatype, request.order);
+    void *const data = api->RtableData(object);
+    const size_t count =
+        static_cast<size_t>(std::max(request.rows, 1)) * static_cast<size_t>(std::max(request.columns, 1));
+    if (request.content == Content::random) {
+        fill_random(api, args, object, data, count, request);
+    } else if (request.datatype == MODLA_INTEGER4) {
+        fill_entries<uint32_t>(data, count, static_cast<uint32_t>(request.fill.word), 1u, request);
+    } else if (request.datatype == MODLA_FLOAT8) {
+        fill_entries<StoredDouble>(data, count, request.fill.real, 1.0, request);
+    } else {
+        fill_entries<HostObject>(data, count, request.fill.object, immediate_integer(1), request);
+    }
+    return object;
+}
