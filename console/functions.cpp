@@ -207,11 +207,9 @@ Object read_matrix(const Arguments &arguments) {
     const mpz_class p = integer_of(modulus);
     const Table &table = table_of(held.values[0]);
     for (const MatrixEntry &entry : file.entries) {
-        mpz_class sum = entry.value;
-        if (sum == 0) continue;
-        sum += integer_of(modulo(get_entry_integer(table, entry.row, entry.column), modulus));
-        mpz_mod(sum.get_mpz_t(), sum.get_mpz_t(), p.get_mpz_t());
-        set_entry(table, entry.row, entry.column, integer_object(sum));
+        mpz_class residue;
+        mpz_mod(residue.get_mpz_t(), entry.value.get_mpz_t(), p.get_mpz_t());
+        set_entry(table, entry.row, entry.column, integer_object(residue));
     }
     return held.values[0];
 }

@@ -1,0 +1,40 @@
+# Sourced by ./run and ./check: installs what is missing and builds a preset.
+
+modla_packages="cmake ninja-build g++-multilib libopenblas-serial-dev:i386 libgmp-dev:i386 libreadline-dev
+libreadline8:i386 libgtest-dev:i386 libbenchmark-dev:i386 libflint-dev libflint17:i386"
+
+# Is the package of this name and architecture installed?
+installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+install_packages() {
+    missing=""
+    for package in $modla_packages; do
+        installed "$package" || missing="$missing $package"
+    done
+    [ -z "$missing" ] && return 0
+    echo "Installing:$missing"
+    if ! command -v apt-get >/dev/null; then
+        echo "This is no Debian system; install the i386 equivalents of these packages yourself." >&2
+        return 1
+    fi
+    as_root=""
+    [ "$(id -u)" = 0 ] || as_root=sudo
+    $as_root dpkg --add-architecture i386
+    # An index in the middle of a mirror's update makes this fail although the others are usable.
+    $as_root apt-get update -q || echo "apt-get update reported a problem; going on with the indices that there are"
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends $missing
+}
+
+# build PRESET
+build() {
+    log=build/$1.log
+    mkdir -p build
+    echo "Building ($1)"
+    if ! { cmake --preset "$1" && cmake --build --preset "$1"; } >"$log" 2>&1; then
+        tail -n 40 "$log" >&2
+        echo "The build failed; the whole log is in $log" >&2
+        return 1
+    fi
+}
