@@ -92,5 +92,3 @@ BENCHMARK(reduce_F_f)->Apply(float_sizes);
 BENCHMARK(reduce_flint)->Apply(float_sizes);
 
 }  // namespace
-
-BENCHMARK_MAIN();

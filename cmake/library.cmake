@@ -10,8 +10,13 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/host/rtable.cpp
   ${PROJECT_SOURCE_DIR}/host/subspec.cpp
   ${PROJECT_SOURCE_DIR}/host/unknown.cpp
+  ${PROJECT_SOURCE_DIR}/objects/copy.cpp
   ${PROJECT_SOURCE_DIR}/objects/create.cpp
   ${PROJECT_SOURCE_DIR}/objects/fill.cpp
+  ${PROJECT_SOURCE_DIR}/objects/permute.cpp
+  ${PROJECT_SOURCE_DIR}/objects/swap.cpp
+  ${PROJECT_SOURCE_DIR}/objects/triangle.cpp
+  ${PROJECT_SOURCE_DIR}/products/add_mult.cpp
   ${PROJECT_SOURCE_DIR}/scalar/host_integer.cpp
   ${PROJECT_SOURCE_DIR}/scalar/inverse.cpp
   ${PROJECT_SOURCE_DIR}/scalar/polynomial.cpp

@@ -27,12 +27,12 @@ install_packages() {
     $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends $missing
 }
 
-# build PRESET
+# build PRESET TARGET
 build() {
     log=build/$1.log
     mkdir -p build
     echo "Building ($1)"
-    if ! { cmake --preset "$1" && cmake --build --preset "$1"; } >"$log" 2>&1; then
+    if ! { cmake --preset "$1" && cmake --build --preset "$1" --target "$2"; } >"$log" 2>&1; then
         tail -n 40 "$log" >&2
         echo "The build failed; the whole log is in $log" >&2
         return 1

@@ -239,7 +239,7 @@ Object read_lists(const Arguments &arguments) {
         Roots list;
         for (std::string item; items >> item;) {
             mpz_class value;
-            if (value.set_str(item, 10) != 0) {
+            if (value.set_str(item[0] == '+' ? item.substr(1) : item, 10) != 0) {
                 throw HostError(name + ":" + std::to_string(number) + ": '" + item + "' is no integer");
             }
             list.values.push_back(integer_object(value));
@@ -247,7 +247,12 @@ Object read_lists(const Arguments &arguments) {
         if (list.values.empty()) continue;
         lists.values.push_back(new_collection(type_list, new_sequence(list.values)));
     }
+    if (input.bad()) throw HostError("cannot read " + name);
     return new_collection(type_list, new_sequence(lists.values));
+}
+
+Object raise_error(const Arguments &arguments) {
+    throw HostError(to_line(arguments[0]));
 }
 
 // cbRandMat(p, row shift, rows, column shift, columns, A): random entries in a block of a Matrix of host integers.
@@ -300,6 +305,7 @@ const Function functions[] = {
      "a Matrix Market or SMS file, reduced modulo p"},
     {"WriteMatrix", 2, 2, write_matrix, "WriteMatrix(\"file\", A)", "Matrix Market, or SMS for a name in .sms"},
     {"ReadLists", 1, 1, read_lists, "ReadLists(\"file\")", "a list of the integers on every line"},
+    {"error", 1, 1, raise_error, "error(\"text\")", "ends the statement, and a script, with this error"},
     {"help", 0, 0, show_help, "help()", "this list"},
 };
 

@@ -120,6 +120,20 @@ uint32_t element_position(Object collection, const std::vector<Object> &indices)
     return static_cast<uint32_t>(i - 1);
 }
 
+// The elements a..b of a list, a set or a sequence, as the same kind; none when b = a - 1.
+Object slice(Object collection, Object range) {
+    const int32_t bound = static_cast<int32_t>(size_of(collection));
+    const int32_t first = position_in(words(range)[1], bound), last = position_in(words(range)[2], bound);
+    if (first < 1 || last > bound || first > last + 1) {
+        throw HostError("range " + to_line(range) + " is outside 1.." + std::to_string(bound));
+    }
+    Roots elements;
+    for (int32_t i = first; i <= last; i++)
+        elements.values.push_back(element(collection, static_cast<uint32_t>(i - 1)));
+    const Object sequence = new_sequence(elements.values);
+    return is_collection(collection) ? new_collection(static_cast<Type>(type_of(collection)), sequence) : sequence;
+}
+
 Object index_value(Run &run, const Node &node) {
     Roots held;
     held.values.push_back(value_of(run, *node.parts[0]));
@@ -131,6 +145,9 @@ Object index_value(Run &run, const Node &node) {
         return get_entry(table_of(object), i, j);
     }
     if (is_collection(object) || has_type(object, type_sequence)) {
+        if (indices.values.size() == 1 && has_type(indices.values[0], type_range)) {
+            return slice(object, indices.values[0]);
+        }
         return element(object, element_position(object, indices.values));
     }
     if (has_type(object, type_name)) return new_pair(type_indexed, object, new_sequence(indices.values));
@@ -261,7 +278,7 @@ void execute_conditional(Run &run, const Node &node) {
     if (node.parts.size() % 2) execute_block(run, *node.parts.back());
 }
 
-void execute(Run &run, const Node &node) {
+void execute_statement(Run &run, const Node &node) {
     switch (node.kind) {
         case NodeKind::assignment:
             assign(run, *node.parts[0], value_of(run, *node.parts[1]));
@@ -292,6 +309,17 @@ void execute(Run &run, const Node &node) {
         default:
             run.value() = value_of(run, node);
             if (run.print && !is_null(run.value())) (*run.print)(run.value());
+    }
+}
+
+// An error is reported with the line of the innermost statement.
+void execute(Run &run, const Node &node) {
+    try {
+        execute_statement(run, node);
+    } catch (const ProgramError &) {
+        throw;
+    } catch (const std::exception &error) {
+        throw ProgramError(node.line, error.what());
     }
 }
 
@@ -333,13 +361,7 @@ void run_program(const std::string &text, const Printer &print) {
     while (const NodePointer statement = parser.next_statement()) {
         Run run;
         run.print = &print;
-        try {
-            execute(run, *statement);
-        } catch (const SyntaxError &) {
-            throw;
-        } catch (const std::exception &error) {
-            throw ProgramError(statement->line, error.what());
-        }
+        execute(run, *statement);
         if (run.flow != Flow::normal) throw ProgramError(statement->line, "only loops and procedures can be left");
     }
 }

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <string>
 
 #include "console/functions.h"
@@ -92,8 +91,13 @@ std::string own_directory() {
     return length < 0 ? "." : directory_of(std::string(path, static_cast<size_t>(length)));
 }
 
-std::string read_all(std::istream &input) {
-    return {std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
+// The rest of a stream; false when it cannot be read.
+bool read_all(std::istream &input, std::string *text) {
+    char buffer[65536];
+    while (input.read(buffer, sizeof buffer) || input.gcount() > 0) {
+        text->append(buffer, static_cast<size_t>(input.gcount()));
+    }
+    return input.eof() && !input.bad();
 }
 
 int complain(const std::string &message) {
@@ -143,8 +147,8 @@ int run(const Options &options) {
     if (options.has_text) return run_text(options.text, "") ? 0 : 1;
     if (!options.file.empty() && options.file != "-") {
         std::ifstream file(options.file, std::ios::binary);
-        const std::string text = read_all(file);
-        if (!file.is_open() || file.bad()) return complain("cannot read " + options.file);
+        std::string text;
+        if (!file || !read_all(file, &text)) return complain("cannot read " + options.file);
         set_file_directory(directory_of(options.file));
         return run_text(text, options.file) ? 0 : 1;
     }
@@ -152,7 +156,9 @@ int run(const Options &options) {
         run_prompt();
         return 0;
     }
-    return run_text(read_all(std::cin), "stdin") ? 0 : 1;
+    std::string text;
+    if (!read_all(std::cin, &text)) return complain("cannot read standard input");
+    return run_text(text, "stdin") ? 0 : 1;
 }
 
 }  // namespace

@@ -7,7 +7,9 @@
 //   expression  or, and, not, = <> < <= > >=, .., + -, * / mod, unary -, ^, calls f(..) and indices a[..]
 //   primary     123, 2.5, "text", name, 'name' (the name itself), [list], {set}, (expression), proc(x, y) .. end
 //
-// Inside a procedure its parameters, its loop variables and the names that it assigns are local.
+// Inside a procedure its parameters, its loop variables and the names that it assigns are local.  An output name that
+// is handed to the library is always the global name, so a procedure reads an output through a name that it does not
+// assign itself.
 #pragma once
 
 #include <memory>

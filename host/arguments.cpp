@@ -21,15 +21,16 @@ bool modla::check_no_more(const HostApi *api, const HostObject *args, int32_t po
     return fail(api, "too many arguments, starting at argument %1, %2", api->ToInteger(position), args[position]);
 }
 
-bool modla::read_ordering(const HostApi *api, const HostObject *args, int32_t position, int32_t *order) {
-    if (is_keyword(api, args[position], "C_order")) {
-        *order = MODLA_C_ORDER;
-    } else if (is_keyword(api, args[position], "Fortran_order")) {
-        *order = MODLA_FORTRAN_ORDER;
-    } else {
-        return fail(api, "expected ordering for argument %1, got %2", api->ToInteger(position), args[position]);
-    }
+bool modla::is_ordering(const HostApi *api, HostObject argument, int32_t *order) {
+    const bool c_order = is_keyword(api, argument, "C_order");
+    if (!c_order && !is_keyword(api, argument, "Fortran_order")) return false;
+    *order = c_order ? MODLA_C_ORDER : MODLA_FORTRAN_ORDER;
     return true;
+}
+
+bool modla::read_ordering(const HostApi *api, const HostObject *args, int32_t position, int32_t *order) {
+    return is_ordering(api, args[position], order) ||
+           fail(api, "expected ordering for argument %1, got %2", api->ToInteger(position), args[position]);
 }
 
 bool modla::read_boolean(const HostApi *api, const HostObject *args, int32_t position, int32_t *value) {

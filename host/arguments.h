@@ -39,6 +39,9 @@ bool check_no_more(const HostApi *api, const HostObject *args, int32_t position,
 // "C_order" or "Fortran_order" at the position: "expected ordering for argument %1, got %2".
 bool read_ordering(const HostApi *api, const HostObject *args, int32_t position, int32_t *order);
 
+// Is the argument "C_order" or "Fortran_order"?
+bool is_ordering(const HostApi *api, HostObject argument, int32_t *order);
+
 // The name true or false: "argument N must be 'true' or 'false'".
 bool read_boolean(const HostApi *api, const HostObject *args, int32_t position, int32_t *value);
 

@@ -9,7 +9,10 @@ Extent modla::matrix_extent(const HostApi *api, HostObject matrix) {
     return {rows, api->RtableUpperBound(matrix, 2)};
 }
 
-HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order) {
+namespace {
+
+// The new object, or 0 after an error was raised.
+HostObject make_object(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order) {
     RtableSettings settings;
     api->RtableGetDefaults(&settings);
     settings.datatype = datatype;
@@ -28,9 +31,27 @@ HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, i
         bounds[1] = columns;
     } else {
         fail(api, "object for create cannot be zero dimensional");
-        return api->NullValue();
+        return 0;
     }
     return api->RtableCreate(&settings, nullptr, bounds);
+}
+
+}  // namespace
+
+HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order) {
+    const HostObject object = make_object(api, rows, columns, datatype, order);
+    return object ? object : api->NullValue();
+}
+
+bool modla::new_block(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order, Block *out) {
+    const HostObject object = make_object(api, rows, columns, datatype, order);
+    if (!object) return false;
+    const bool matrix = rows != 0 && columns != 0;
+    const bool c_order = order == MODLA_C_ORDER;
+    const int32_t row_step = rows == 0 ? 0 : matrix && c_order ? columns : 1;
+    const int32_t column_step = columns == 0 ? 0 : matrix && !c_order ? rows : 1;
+    *out = {object, datatype, order, api->RtableData(object), rows, row_step, columns, column_step, false};
+    return true;
 }
 
 namespace {

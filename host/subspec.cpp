@@ -160,6 +160,32 @@ bool modla::read_block(const HostApi *api, const HostObject *args, int32_t *posi
     return true;
 }
 
+namespace {
+
+struct Bytes {
+    const char *begin, *end;
+};
+
+Bytes span_of(const Block &block) {
+    const int64_t last =
+        int64_t{row_count(block) - 1} * block.row_step + int64_t{column_count(block) - 1} * block.column_step;
+    const char *const begin = static_cast<const char *>(block.data);
+    return {begin, static_cast<const char *>(entry_address(block.data, block.datatype, last + 1))};
+}
+
+}  // namespace
+
+bool modla::overlap(const Block &a, const Block &b) {
+    if (a.empty || b.empty) return false;
+    const Bytes x = span_of(a), y = span_of(b);
+    return x.begin < y.end && y.begin < x.end;
+}
+
+bool modla::coincide(const Block &a, const Block &b) {
+    return a.data == b.data && (a.row_step == b.row_step || row_count(a) == 1) &&
+           (a.column_step == b.column_step || column_count(a) == 1);
+}
+
 void *process_subspec(const HostApi *api, const HostObject *args, int32_t *position, int32_t n,
                       int32_t required_datatype, int32_t required_rows, int32_t required_columns,
                       int32_t allow_transpose, int32_t *out_datatype, int32_t *out_order, int32_t *out_rows,

@@ -160,6 +160,48 @@ MODLA_API HostObject modLA_Create(const HostApi *api, const HostObject *args);
  * at argument %1, %2"; "internal error"; those of process_subspec and validate_modulus. */
 MODLA_API HostObject modLA_Fill(const HostApi *api, const HostObject *args);
 
+/* Copy(p [, upper | uppernodiag | lower | lowernodiag], block [, transpose] [, C_order | Fortran_order | block]):
+ * copies the entries of a block (an object with optional row and column selections) as they are, into a new object,
+ * in the source's order unless another is given, or into a block of the same datatype and shape.  With a triangle the
+ * other entries are 0 in a new object and left alone in a given one.  Blocks may overlap.  Returns the new object or
+ * NullValue().
+ * "too few arguments"; "argument 1, the modulus, must be an integer"; "expected output object or ordering for
+ * argument %1, got %2"; "too many arguments, starting at argument %1, %2"; "input must be a square Matrix for special
+ * copy types"; those of process_subspec and validate_modulus. */
+MODLA_API HostObject modLA_Copy(const HostApi *api, const HostObject *args);
+
+/* Swap(p [, upper | uppernodiag | lower | lowernodiag], block [, transpose], block): exchanges the entries of two
+ * blocks of the same datatype and shape, or those of a triangle; returns NullValue().  Blocks that overlap are
+ * exchanged entry by entry in row order.
+ * "too few arguments"; "argument 1, the modulus, must be an integer"; "too many arguments, starting at argument %1,
+ * %2"; "input must be a square Matrix for special swap types"; those of process_subspec and validate_modulus. */
+MODLA_API HostObject modLA_Swap(const HostApi *api, const HostObject *args);
+
+/* Permute(p, permutation, object, rows, reverse): exchanges line k of the object with line permutation[k], for k =
+ * 1..n-1 or, with reverse = true, for k = n-1..1, n being the number of lines: rows (rows = true) or columns (false).
+ * The permutation is a Vector of datatype integer[4] or integer with at least n-1 entries.  Returns NullValue().
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the permutation, must
+ * be an rtable"; "argument 3, the object to be permuted, must be an rtable"; "argument 3 has invalid datatype";
+ * "argument 3 has invalid storage"; "argument 4 must be 'true' or 'false'"; "argument 5 must be 'true' or 'false'";
+ * "argument 2 must have integer datatype"; "argument 2 has invalid storage"; "argument 2 must be a Vector"; "argument
+ * 2 must have at least one less element than the number of rows (columns) in the Matrix (Vector)"; "cannot specify a
+ * row permutation on a row vector"; "cannot specify a column permutation on a column vector"; "argument 3 must be a
+ * Matrix or Vector"; "invalid permutation vector", when the steps before the invalid entry have been made; those of
+ * validate_modulus. */
+MODLA_API HostObject modLA_Permute(const HostApi *api, const HostObject *args);
+
+/* AddMult(p [, c], A [, transpose], B [, transpose] [, block | C_order | Fortran_order] [, sparse]): A + c*B mod p, c
+ * = 1 by default, for blocks of the same datatype and shape, into a new object or into a block, which may overlap A
+ * and B. A numeric c is rounded, halves upward, and must then lie in 0..p-1.  sparse never changes the result.
+ * Returns the new object or NullValue().  Datatype "integer" calls "cbAddMult"(p, rows, columns, c, A, B, C), or
+ * "cbAddMultShift" with row and column shift after each of the three views when one of them is not 0.
+ * "too few arguments"; "argument 1, the modulus, must be an integer"; "argument 2 must be a multiplier or a modp
+ * Matrix/Vector"; "expected output object, ordering, or sparse option for argument %1, got %2"; "must specify output
+ * ordering when input arguments have different ordering"; "expected sparse option for argument %1, got %2"; "too many
+ * arguments, starting at argument %1, %2"; "multiplier value must be an integral numeric value in the range
+ * 0..modulus-1"; those of process_subspec and validate_modulus. */
+MODLA_API HostObject modLA_AddMult(const HostApi *api, const HostObject *args);
+
 /* RowReduce(p, matrix, rows, columns, nred, det, pivprod, rank, pivsig, extra, form): row-reduces the block in place
  * and assigns the requested outputs; returns NullValue().  rows and columns: k (1..k; negative: from the end) or a
  * range; nred: how many leading columns may hold pivots, 0 = all; the outputs: a name, or 0 for none; form: true or 1

@@ -40,22 +40,9 @@ bool read_fill(const HostApi *api, const HostObject *args, FillRequest *request)
     return check_modulus(api, args[1], &request->modulus, request->block.datatype, fill, &request->fill, "fill", 0);
 }
 
-// The inner loop runs along the unit step, if there is one.
 template <class Entry, class Value>
 void fill_block(const Block &block, Value value) {
-    const bool columns_inside = block.column_step == 1 || block.row_step != 1;
-    const int32_t outer = columns_inside ? row_count(block) : column_count(block);
-    const int32_t inner = columns_inside ? column_count(block) : row_count(block);
-    const ptrdiff_t outer_step = columns_inside ? block.row_step : block.column_step;
-    const ptrdiff_t inner_step = columns_inside ? block.column_step : block.row_step;
-    Entry *line = static_cast<Entry *>(block.data);
-    for (int32_t i = 0; i < outer; i++, line += outer_step) {
-        if (inner_step == 1) {
-            for (int32_t j = 0; j < inner; j++) line[j] = value;
-        } else {
-            for (int32_t j = 0; j < inner; j++) line[j * inner_step] = value;
-        }
-    }
+    fill_entries({row_count(block), column_count(block)}, static_cast<Entry *>(block.data), steps_of(block), value);
 }
 
 void fill_random(const HostApi *api, const HostObject *args, const FillRequest &request) {

@@ -1,0 +1,175 @@
+#include <utility>
+
+#include "engine/transpose.h"
+#include "host/arguments.h"
+#include "host/modulus.h"
+#include "host/rtable.h"
+#include "modla.h"
+#include "scalar/residue.h"
+
+using namespace modla;
+
+namespace {
+
+// The lines (rows or columns) of the object that are exchanged.
+struct Lines {
+    void *data;
+    int32_t datatype;
+    int32_t count;                    // lines
+    int32_t length;                   // entries of a line
+    ptrdiff_t line_step, inner_step;  // from line to line, within a line
+};
+
+// The transpositions: step k (from 1) exchanges lines k and entry k.
+struct Permutation {
+    const int32_t *entries;
+    bool host_integers;
+    int32_t length;
+
+    // Entry k; 0 when it is no immediate integer.
+    int32_t at(int32_t k) const {
+        const HostObject entry = static_cast<HostObject>(entries[k - 1]);
+        if (!host_integers) return entries[k - 1];
+        return is_immediate(entry) ? integer_value(entry) : 0;
+    }
+};
+
+struct PermuteRequest {
+    Lines lines;
+    Permutation permutation;
+    int32_t permute_rows, reverse;
+};
+
+bool read_permutation(const HostApi *api, HostObject argument, Permutation *permutation) {
+    RtableSettings settings;
+    api->RtableGetSettings(&settings, argument);
+    if (settings.datatype != MODLA_INTEGER4 && settings.datatype != MODLA_INTEGER) {
+        return fail_argument(api, 2, "must have integer datatype");
+    }
+    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, 2, "has invalid storage");
+    if (settings.subtype != MODLA_COLUMN_VECTOR && settings.subtype != MODLA_ROW_VECTOR) {
+        return fail_argument(api, 2, "must be a Vector");
+    }
+    permutation->entries = static_cast<const int32_t *>(api->RtableData(argument));
+    permutation->host_integers = settings.datatype == MODLA_INTEGER;
+    permutation->length = api->RtableUpperBound(argument, 1);
+    return true;
+}
+
+bool read_lines(const HostApi *api, HostObject object, const RtableSettings &settings, bool rows,
+                int32_t permutation_length, Lines *lines) {
+    const char *too_short = nullptr;
+    if (settings.subtype == MODLA_MATRIX) {
+        const Extent extent = matrix_extent(api, object);
+        lines->count = rows ? extent.rows : extent.columns;
+        lines->length = rows ? extent.columns : extent.rows;
+        const bool contiguous = (settings.order == MODLA_C_ORDER) == rows;
+        lines->line_step = contiguous ? lines->length : 1;
+        lines->inner_step = contiguous ? 1 : lines->count;
+        too_short = rows ? "must have at least one less element than the number of rows in the Matrix"
+                         : "must have at least one less element than the number of columns in the Matrix";
+    } else if (settings.subtype == MODLA_ROW_VECTOR || settings.subtype == MODLA_COLUMN_VECTOR) {
+        const bool row_vector = settings.subtype == MODLA_ROW_VECTOR;
+        if (row_vector && rows) return fail(api, "cannot specify a row permutation on a row vector");
+        if (!row_vector && !rows) return fail(api, "cannot specify a column permutation on a column vector");
+        lines->count = api->RtableUpperBound(object, 1);
+        lines->length = lines->line_step = lines->inner_step = 1;
+        too_short = row_vector ? "must have at least one less element than the number of columns in the Vector"
+                               : "must have at least one less element than the number of rows in the Vector";
+    } else {
+        return fail_argument(api, 3, "must be a Matrix or Vector");
+    }
+    lines->data = api->RtableData(object);
+    lines->datatype = settings.datatype;
+    return permutation_length >= lines->count - 1 || fail_argument(api, 2, too_short);
+}
+
+bool read_permute(const HostApi *api, const HostObject *args, PermuteRequest *request) {
+    if (api->NumArgs(args) != 5) return fail(api, "incorrect number of arguments");
+    if (!check_modulus_argument(api, args)) return false;
+    if (is_immediate(args[2]) || !api->IsRtable(args[2])) {
+        return fail(api, "argument 2, the permutation, must be an rtable");
+    }
+    if (is_immediate(args[3]) || !api->IsRtable(args[3])) {
+        return fail(api, "argument 3, the object to be permuted, must be an rtable");
+    }
+    RtableSettings settings;
+    api->RtableGetSettings(&settings, args[3]);
+    if (!is_datatype(settings.datatype)) return fail_argument(api, 3, "has invalid datatype");
+    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, 3, "has invalid storage");
+    Scalar modulus;
+    return read_boolean(api, args, 4, &request->permute_rows) && read_boolean(api, args, 5, &request->reverse) &&
+           read_permutation(api, args[2], &request->permutation) &&
+           read_lines(api, args[3], settings, request->permute_rows != 0, request->permutation.length,
+                      &request->lines) &&
+           check_modulus(api, args[1], &modulus, settings.datatype);
+}
+
+// The line that step s (from 0) exchanges, and the one it exchanges it with; both from 0.
+struct Step {
+    int32_t line, partner;
+    bool valid;
+};
+
+Step step_at(const PermuteRequest &request, int32_t s) {
+    const int32_t count = request.lines.count;
+    const int32_t k = request.reverse ? count - 1 - s : s + 1;
+    const int32_t t = request.permutation.at(k);
+    return {k - 1, t - 1, t >= 1 && t <= count};
+}
+
+// Makes steps first..end-1, all valid.
+template <class Entry>
+void make_steps(const PermuteRequest &request, int32_t first, int32_t end) {
+    const Lines &lines = request.lines;
+    Entry *const start = static_cast<Entry *>(lines.data);
+    if (lines.inner_step == 1) {
+        for (int32_t s = first; s < end; s++) {
+            const Step step = step_at(request, s);
+            if (step.partner == step.line) continue;
+            swap_entries({1, lines.length}, start + step.line * lines.line_step, {0, 1},
+                         start + step.partner * lines.line_step, {0, 1}, true);
+        }
+        return;
+    }
+    // Interleaved lines: all steps on one entry of every line, which lie together, then on the next.
+    for (int32_t e = 0; e < lines.length; e++) {
+        Entry *const entries = start + e * lines.inner_step;
+        for (int32_t s = first; s < end; s++) {
+            const Step step = step_at(request, s);
+            std::swap(entries[step.line * lines.line_step], entries[step.partner * lines.line_step]);
+        }
+    }
+}
+
+bool shares_storage(const PermuteRequest &request) {
+    const Lines &lines = request.lines;
+    const char *const a = static_cast<const char *>(lines.data);
+    const char *const a_end =
+        static_cast<const char *>(entry_address(lines.data, lines.datatype, int64_t{lines.count} * lines.length));
+    const char *const p = reinterpret_cast<const char *>(request.permutation.entries);
+    return p < a_end && a < p + 4 * static_cast<ptrdiff_t>(request.permutation.length);
+}
+
+// Makes the steps up to the first invalid one: false when there is one.
+template <class Entry>
+bool permute(const PermuteRequest &request) {
+    const bool shared = shares_storage(request);  // then entries are read as earlier steps left them
+    int32_t s = 0;
+    for (; s < request.lines.count - 1 && step_at(request, s).valid; s++) {
+        if (shared) make_steps<Entry>(request, s, s + 1);
+    }
+    if (!shared) make_steps<Entry>(request, 0, s);
+    return s >= request.lines.count - 1;
+}
+
+}  // namespace
+
+HostObject modLA_Permute(const HostApi *api, const HostObject *args) {
+    PermuteRequest request;
+    if (!read_permute(api, args, &request)) return api->NullValue();
+    const bool valid =
+        request.lines.datatype == MODLA_FLOAT8 ? permute<StoredDouble>(request) : permute<uint32_t>(request);
+    if (!valid) fail(api, "invalid permutation vector");
+    return api->NullValue();
+}
