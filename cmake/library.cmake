@@ -1,8 +1,16 @@
 # libmodla.so
 add_library(modla SHARED
+  ${PROJECT_SOURCE_DIR}/elimination/back_sub.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/determinant.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/for_sub.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/lu_decomp.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/lu_kernels.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/mat_basis.cpp
   ${PROJECT_SOURCE_DIR}/elimination/reduce_kernels.cpp
   ${PROJECT_SOURCE_DIR}/elimination/row_reduce.cpp
   ${PROJECT_SOURCE_DIR}/elimination/run_reduce.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/substitute.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/substitution_kernels.cpp
   ${PROJECT_SOURCE_DIR}/host/arguments.cpp
   ${PROJECT_SOURCE_DIR}/host/datatype.cpp
   ${PROJECT_SOURCE_DIR}/host/modulus.cpp

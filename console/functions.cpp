@@ -251,6 +251,12 @@ Object read_lists(const Arguments &arguments) {
     return new_collection(type_list, new_sequence(lists.values));
 }
 
+Object assign_value(const Arguments &arguments) {
+    if (!has_type(arguments[0], type_name)) throw HostError("cannot assign to " + to_line(arguments[0]));
+    assign_global(arguments[0], arguments[1]);
+    return null_value();
+}
+
 Object raise_error(const Arguments &arguments) {
     throw HostError(to_line(arguments[0]));
 }
@@ -305,6 +311,7 @@ const Function functions[] = {
      "a Matrix Market or SMS file, reduced modulo p"},
     {"WriteMatrix", 2, 2, write_matrix, "WriteMatrix(\"file\", A)", "Matrix Market, or SMS for a name in .sms"},
     {"ReadLists", 1, 1, read_lists, "ReadLists(\"file\")", "a list of the integers on every line"},
+    {"assign", 2, 2, assign_value, "assign('x', a)", "gives a name a value; the name may be a parameter's value"},
     {"error", 1, 1, raise_error, "error(\"text\")", "ends the statement, and a script, with this error"},
     {"help", 0, 0, show_help, "help()", "this list"},
 };

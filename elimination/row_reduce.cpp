@@ -65,14 +65,15 @@ bool report_status(const HostApi *api, uint32_t status) {
     }
 }
 
-uint32_t call_reduce(const HostApi *api, const HostObject *args, const RowReduceRequest &request) {
-    const HostObject result = api->CallProcedure(
-        modLA_getfcn(api, "cbReduce"), 15, request.matrix.object, api->ToInteger(request.rows.first),
-        api->ToInteger(request.rows.last), api->ToInteger(request.columns.first), api->ToInteger(request.columns.last),
-        api->ToInteger(request.nred + 1), args[1], request.det.target, request.pivprod.target, request.rank.target,
-        request.pivsig.target, request.extra.target, api->ToInteger(0), api->ToInteger(request.mode),
-        api->ToName("false", 1));
-    return static_cast<uint32_t>(integer_value(result));
+uint32_t call_row_reduce(const HostApi *api, const HostObject *args, const RowReduceRequest &request) {
+    ReduceCall call = reduce_call(request.matrix.object, request.rows, request.columns, request.nred + 1, args[1]);
+    call.det = request.det.target;
+    call.pivprod = request.pivprod.target;
+    call.rank = request.rank.target;
+    call.pivsig = request.pivsig.target;
+    call.extra = request.extra.target;
+    call.mode = request.mode;
+    return call_reduce(api, call);
 }
 
 void assign(const HostApi *api, const Output &output, HostObject value) {
@@ -86,7 +87,7 @@ HostObject modLA_RowReduce(const HostApi *api, const HostObject *args) {
     if (!read_row_reduce(api, args, &request)) return api->NullValue();
     const int32_t datatype = request.matrix.datatype;
     if (datatype == MODLA_INTEGER) {
-        report_status(api, call_reduce(api, args, request));
+        report_status(api, call_row_reduce(api, args, request));
         return api->NullValue();
     }
     ReduceOutputs out = {};

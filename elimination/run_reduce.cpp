@@ -71,6 +71,20 @@ uint32_t modla::run_reduce(const HostApi *api, const NativeBlock &block, const S
     return status;
 }
 
+ReduceCall modla::reduce_call(HostObject matrix, Range rows, Range columns, int32_t column_bound, HostObject modulus) {
+    const HostObject none = immediate_integer(0);
+    return {matrix, rows, columns, column_bound, modulus, none, none, none, none, none, none, 0, false};
+}
+
+uint32_t modla::call_reduce(const HostApi *api, const ReduceCall &call) {
+    const HostObject result = api->CallProcedure(
+        modLA_getfcn(api, "cbReduce"), 15, call.matrix, api->ToInteger(call.rows.first), api->ToInteger(call.rows.last),
+        api->ToInteger(call.columns.first), api->ToInteger(call.columns.last), api->ToInteger(call.column_bound),
+        call.modulus, call.det, call.pivprod, call.rank, call.pivsig, call.extra, call.pivcols,
+        api->ToInteger(call.mode), api->ToName(call.detonly ? "true" : "false", 1));
+    return static_cast<uint32_t>(integer_value(result));
+}
+
 HostObject modla::residue_to_host(const HostApi *api, int32_t datatype, const Scalar &value) {
     return api->ToInteger(datatype == MODLA_FLOAT8 ? static_cast<int32_t>(value.real) : value.word);
 }

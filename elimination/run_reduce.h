@@ -28,6 +28,22 @@ struct ReduceOutputs {
 uint32_t run_reduce(const HostApi *api, const NativeBlock &block, const Scalar &modulus, int32_t nred, int32_t mode,
                     bool detonly, ReduceOutputs *outputs);
 
+// A call of "cbReduce", for matrices of host integers.  The outputs are names or the immediate integer 0.
+struct ReduceCall {
+    HostObject matrix;
+    Range rows, columns;
+    int32_t column_bound;  // the number of reducible columns, or the last column, plus 1
+    HostObject modulus;
+    HostObject det, pivprod, rank, pivsig, extra, pivcols;
+    int32_t mode;
+    bool detonly;
+};
+// Without outputs, in mode 0.
+ReduceCall reduce_call(HostObject matrix, Range rows, Range columns, int32_t column_bound, HostObject modulus);
+
+// Makes the call and returns its status.
+uint32_t call_reduce(const HostApi *api, const ReduceCall &call);
+
 // A determinant or pivot product as a host integer.
 HostObject residue_to_host(const HostApi *api, int32_t datatype, const Scalar &value);
 

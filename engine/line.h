@@ -78,6 +78,33 @@ void canonicalize(const Residue &residue, const M &A, int32_t rows, int32_t colu
     }
 }
 
+// Are all entries residues?
+template <class Residue, class AnyLine>
+bool is_canonical_line(const Residue &residue, const AnyLine &line, int32_t count) {
+    bool canonical = true;
+    for (int32_t k = 0; k < count; k++) canonical &= residue.is_canonical(line[k]);
+    return canonical;
+}
+
+// The sum of a[k] * b[k] mod p, for so few terms that products of residues cannot overflow.  b holds residues, a any
+// entries.
+template <class Residue, class LineA, class LineB>
+typename Residue::Value dot_line(const Residue &residue, const LineA &a, const LineB &b, int32_t count) {
+    typename Residue::Value sum = 0;
+    if (!is_canonical_line(residue, a, count)) {
+        for (int32_t k = 0; k < count; k++) sum = residue.multiply_add(residue.canonical(a[k]), b[k], sum);
+        return sum;
+    }
+    if constexpr (is_float_line<LineB>) {
+        if (is_blas_aligned(a.data) && is_blas_aligned(b.data)) {
+            return residue.reduce(
+                cblas_ddot(count, &a.data->value, static_cast<int>(a.step), &b.data->value, static_cast<int>(b.step)));
+        }
+    }
+    for (int32_t k = 0; k < count; k++) sum += a[k] * b[k];
+    return residue.reduce(sum);
+}
+
 // target[k] += f * source[k], unreduced.
 template <class Residue, class Target, class Source>
 void add_multiple(const Residue &, const Target &target, const Source &source, int32_t count,

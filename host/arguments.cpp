@@ -53,23 +53,47 @@ bool modla::read_output(const HostApi *api, const HostObject *args, int32_t posi
     return true;
 }
 
+bool modla::check_rtable(const HostApi *api, const HostObject *args, int32_t position, const char *role) {
+    if (!is_immediate(args[position]) && api->IsRtable(args[position])) return true;
+    char message[200];
+    std::snprintf(message, sizeof message, "argument %d, the %s, must be an rtable", static_cast<int>(position), role);
+    return fail(api, message);
+}
+
+bool modla::read_settings(const HostApi *api, const HostObject *args, int32_t position, RtableSettings *settings) {
+    api->RtableGetSettings(settings, args[position]);
+    if (!is_datatype(settings->datatype)) return fail_argument(api, position, "has invalid datatype");
+    return settings->storage == MODLA_RECTANGULAR || fail_argument(api, position, "has invalid storage");
+}
+
+MatrixArgument modla::matrix_argument(const HostApi *api, HostObject matrix, const RtableSettings &settings) {
+    void *const data = api->RtableData(matrix);
+    const Extent extent = matrix_extent(api, matrix);
+    return {matrix, settings.datatype, settings.order, extent.rows, extent.columns, data};
+}
+
 bool modla::read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role,
                         MatrixArgument *matrix) {
-    const HostObject argument = args[position];
-    if (is_immediate(argument) || !api->IsRtable(argument)) {
-        char message[200];
-        std::snprintf(message, sizeof message, "argument %d, the %s, must be an rtable", static_cast<int>(position),
-                      role);
-        return fail(api, message);
-    }
     RtableSettings settings;
-    api->RtableGetSettings(&settings, argument);
-    if (!is_datatype(settings.datatype)) return fail_argument(api, position, "has invalid datatype");
-    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, position, "has invalid storage");
+    if (!check_rtable(api, args, position, role) || !read_settings(api, args, position, &settings)) return false;
     if (settings.subtype != MODLA_MATRIX) return fail_argument(api, position, "must be a Matrix");
-    void *const data = api->RtableData(argument);
-    const Extent extent = matrix_extent(api, argument);
-    *matrix = {argument, settings.datatype, settings.order, extent.rows, extent.columns, data};
+    *matrix = matrix_argument(api, args[position], settings);
+    return true;
+}
+
+bool modla::read_permutation(const HostApi *api, const HostObject *args, int32_t position, Permutation *permutation) {
+    RtableSettings settings;
+    api->RtableGetSettings(&settings, args[position]);
+    if (settings.datatype != MODLA_INTEGER4 && settings.datatype != MODLA_INTEGER) {
+        return fail_argument(api, position, "must have integer datatype");
+    }
+    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, position, "has invalid storage");
+    if (settings.subtype != MODLA_COLUMN_VECTOR && settings.subtype != MODLA_ROW_VECTOR) {
+        return fail_argument(api, position, "must be a Vector");
+    }
+    permutation->entries = static_cast<int32_t *>(api->RtableData(args[position]));
+    permutation->host_integers = settings.datatype == MODLA_INTEGER;
+    permutation->length = api->RtableUpperBound(args[position], 1);
     return true;
 }
 

@@ -52,6 +52,13 @@ struct Output {
 };
 bool read_output(const HostApi *api, const HostObject *args, int32_t position, Output *output);
 
+// The argument is a table: "argument N, the <role>, must be an rtable".
+bool check_rtable(const HostApi *api, const HostObject *args, int32_t position, const char *role);
+
+// The settings of a table with one of the three datatypes and rectangular storage: "argument N has invalid datatype",
+// "argument N has invalid storage".
+bool read_settings(const HostApi *api, const HostObject *args, int32_t position, RtableSettings *settings);
+
 // A Matrix argument that is worked on in place.
 struct MatrixArgument {
     HostObject object;
@@ -59,10 +66,20 @@ struct MatrixArgument {
     int32_t rows, columns;
     void *data;
 };
-// "argument N, the <role>, must be an rtable"; "argument N has invalid datatype", "... has invalid storage", "... must
-// be a Matrix".
+MatrixArgument matrix_argument(const HostApi *api, HostObject matrix, const RtableSettings &settings);
+
+// All of these: check_rtable, read_settings, "argument N must be a Matrix".
 bool read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role,
                  MatrixArgument *matrix);
+
+// A permutation as a Vector of transpositions, each entry a line counted from 1, in words or immediate host integers:
+// "argument N must have integer datatype", "... has invalid storage", "... must be a Vector".
+struct Permutation {
+    int32_t *entries;
+    bool host_integers;
+    int32_t length;
+};
+bool read_permutation(const HostApi *api, const HostObject *args, int32_t position, Permutation *permutation);
 
 // Rows and columns of a Matrix, each given as k (1..k) or a..b, negative ends counted from the end.  first..last are
 // within 1..bound and not empty: "row range is out of bounds", "row range must be an integer or integer range", ...

@@ -29,9 +29,15 @@ bool read_block(const HostApi *api, const HostObject *args, int32_t *position, i
                 const BlockRequirement &required, Block *out);
 
 // Counts as loops need them: a row (column) object has one row (column), an empty table nothing.
-inline int32_t row_count(const Block &block) { return block.empty ? 0 : block.rows == 0 ? 1 : block.rows; }
-inline int32_t column_count(const Block &block) { return block.empty ? 0 : block.columns == 0 ? 1 : block.columns; }
-inline Steps steps_of(const Block &block) { return {block.row_step, block.column_step}; }
+inline int32_t row_count(const Block &block) {
+    return block.empty ? 0 : block.rows == 0 ? 1 : block.rows;
+}
+inline int32_t column_count(const Block &block) {
+    return block.empty ? 0 : block.columns == 0 ? 1 : block.columns;
+}
+inline Steps steps_of(const Block &block) {
+    return {block.row_step, block.column_step};
+}
 
 // Do the blocks share memory?  (Judged by the span from first to last entry: true also when they only interleave.)
 bool overlap(const Block &a, const Block &b);

@@ -219,6 +219,53 @@ MODLA_API HostObject modLA_AddMult(const HostApi *api, const HostObject *args);
  * cannot compute determinant"; "not implemented yet"; "unknown error"; those of validate_modulus. */
 MODLA_API HostObject modLA_RowReduce(const HostApi *api, const HostObject *args);
 
+/* LUDecomp(p, matrix, permutation, det): factors a square Matrix in place as P*A = L*U: U on and above the diagonal,
+ * the multipliers of the unit lower triangular L below it.  Entry k of the permutation, a Vector of datatype integer[4]
+ * or integer with at least n-1 entries, becomes the row that row k was exchanged with.  det: a name, or 0.  Returns
+ * NullValue().  Datatype "integer" calls "cbLUDecomp"(matrix, permutation, n, p, det), whose result is the status.
+ * On a failure the Matrix is left partly factored; the permutation holds the steps made, or zeros in host integers.
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
+ * rtable"; "argument 3, the permutation, must be an rtable"; "argument 2 has invalid datatype"; "argument 2 has invalid
+ * storage"; "argument 2 must be a Matrix"; "argument 2 must be a square Matrix"; "argument 3 must have integer
+ * datatype"; "argument 3 has invalid storage"; "argument 3 must be a Vector"; "argument 3 must have at least one less
+ * element than the matrix dimension"; "argument 4 must be a name or the value 0"; "no LU decomposition exists: modulus
+ * is composite"; "matrix is singular"; "unknown error"; those of validate_modulus. */
+MODLA_API HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args);
+
+/* ForSub(p, L, B, unit) and BackSub(p, U, B): solve L*X = B, U*X = B for a square lower (upper) triangular Matrix and a
+ * right-hand side of the same datatype and order, a Matrix or a column Vector, which X overwrites.  Only the triangle
+ * is read, and with unit = true not its diagonal.  Return NullValue().  Datatype "integer" calls "cbForSub"(L, n, B,
+ * number of columns or 0, p, unit) or "cbBackSub"(U, n, B, number of columns or 0, p), whose result is the status.
+ * On a failure B is left partly solved.
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the lower (upper)
+ * triangular matrix, must be an rtable"; "argument 3, the right hand side, must be an rtable"; "argument 2 has invalid
+ * datatype"; "argument 2 has invalid storage"; "argument 2 must be a square Matrix"; "argument 4 must be 'true' or
+ * 'false'"; "arguments 2 and 3 must have the same datatype"; "arguments 2 and 3 must have the same ordering"; "argument
+ * 3 has invalid storage"; "argument 3 must be a Matrix or column Vector"; "argument 3 must have as many rows as columns
+ * in argument 2"; "cannot forward (backward) substitute: modulus is composite"; "matrix is singular"; "not implemented
+ * yet"; "unknown error"; those of validate_modulus. */
+MODLA_API HostObject modLA_ForSub(const HostApi *api, const HostObject *args);
+MODLA_API HostObject modLA_BackSub(const HostApi *api, const HostObject *args);
+
+/* Determinant(p, matrix, rows, columns, det): assigns the determinant of a square block, given by row and column ranges
+ * as for RowReduce, to a name; the block is left reduced.  Any modulus.  Returns NullValue().  Datatype "integer" calls
+ * "cbReduce"(matrix, first row, last row, first column, last column, last column + 1, p, det, 0, 0, 0, 0, 0, 0, true).
+ * As for RowReduce up to the ranges; then "input Matrix must be square"; those of validate_modulus; "argument 5,
+ * determinant output, must be a name"; "unknown error". */
+MODLA_API HostObject modLA_Determinant(const HostApi *api, const HostObject *args);
+
+/* MatBasis(p, matrix, k, nullspace): reduces the first k rows (0 = all) to reduced row echelon form, so that the leading
+ * rows are a basis of the space that they span, and returns its dimension.  With nullspace = true, the rows that follow
+ * receive a basis of the nullspace.  Non-invertible pivots are kept, but admit no nullspace.  Datatype "integer" calls
+ * "cbReduce"(matrix, 1, k, 1, columns, columns + 1, p, 0, 0, rank, 0, 0, pivots, 2, false), where rank is a local name
+ * and pivots an integer[4] Vector for the pivot columns, or 0.
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
+ * rtable"; "argument 2 has invalid datatype"; "argument 2 has invalid storage"; "argument 2 must be a Matrix"; "number
+ * of vectors (rows) must be a nonnegative integer value"; "number of vectors (rows) cannot be greater than the number
+ * of Matrix rows"; "argument 4 must be 'true' or 'false'"; "Matrix rows cannot be less than columns when nullspace is
+ * requested"; "unable to compute nullspace: modulus is composite"; "unknown error"; those of validate_modulus. */
+MODLA_API HostObject modLA_MatBasis(const HostApi *api, const HostObject *args);
+
 /* ---- Binding helpers --------------------------------------------------------------------------------------- */
 
 /* The datatype code that an argument denotes (0, 4, 6), or -1.  mode 0 raises "expected datatype ('%1', 'float[8]',
@@ -351,6 +398,39 @@ MODLA_API uint32_t modLA_reduce_C_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32
 MODLA_API uint32_t modLA_reduce_F_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending);
 MODLA_API uint32_t modLA_reduce_C_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending);
 MODLA_API uint32_t modLA_reduce_F_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending);
+
+/* ---- Factorisation and substitution kernels ------------------------------------------------------------------
+ *
+ * modLA_LU: the n x n matrix A becomes L and U as LUDecomp says; perm: n-1 cells; det null or the determinant; pending:
+ * n counters, overwritten; maxpending as above.  Entries >= p are reduced first.
+ * Status: 0 done; 1 a column's first nonzero entry has no inverse; 2 a column has none.
+ */
+#define MODLA_LU_ARGUMENTS(W) \
+    W *A, int32_t *perm, int32_t n, int32_t ld, W p, double pinv, W *det, int32_t *pending, int32_t maxpending
+
+MODLA_API uint32_t modLA_LU_C_iw_nop(MODLA_LU_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_LU_F_iw_nop(MODLA_LU_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_LU_C_f_nop(MODLA_LU_ARGUMENTS(double));
+MODLA_API uint32_t modLA_LU_F_f_nop(MODLA_LU_ARGUMENTS(double));
+
+/* modLA_ForSub, modLA_BackSub: solve T*X = B, X in place of B, for the n x n lower (upper) triangular matrix T.  B has
+ * nrhs columns and the leading dimension ldB, or is a vector with entries ldB apart (nrhs = 0).  unitdiag: the diagonal
+ * is not read.  The other triangle is never read.  Entries >= p stand for their residues.
+ * Status: 0 done; 1 a diagonal entry has no inverse; 2 one is 0. */
+#define MODLA_BACKSUB_ARGUMENTS(W) \
+    const W *T, int32_t n, int32_t ldT, W *B, int32_t nrhs, int32_t ldB, W p, double pinv, int32_t maxpending
+#define MODLA_FORSUB_ARGUMENTS(W)                                                                            \
+    const W *T, int32_t n, int32_t ldT, W *B, int32_t nrhs, int32_t ldB, W p, double pinv, int32_t unitdiag, \
+        int32_t maxpending
+
+MODLA_API uint32_t modLA_ForSub_C_iw_nop(MODLA_FORSUB_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_ForSub_F_iw_nop(MODLA_FORSUB_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_ForSub_C_f_nop(MODLA_FORSUB_ARGUMENTS(double));
+MODLA_API uint32_t modLA_ForSub_F_f_nop(MODLA_FORSUB_ARGUMENTS(double));
+MODLA_API uint32_t modLA_BackSub_C_iw_nop(MODLA_BACKSUB_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_BackSub_F_iw_nop(MODLA_BACKSUB_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_BackSub_C_f_nop(MODLA_BACKSUB_ARGUMENTS(double));
+MODLA_API uint32_t modLA_BackSub_F_f_nop(MODLA_BACKSUB_ARGUMENTS(double));
 
 #ifdef __cplusplus
 }

@@ -20,41 +20,11 @@ struct Lines {
     ptrdiff_t line_step, inner_step;  // from line to line, within a line
 };
 
-// The transpositions: step k (from 1) exchanges lines k and entry k.
-struct Permutation {
-    const int32_t *entries;
-    bool host_integers;
-    int32_t length;
-
-    // Entry k; 0 when it is no immediate integer.
-    int32_t at(int32_t k) const {
-        const HostObject entry = static_cast<HostObject>(entries[k - 1]);
-        if (!host_integers) return entries[k - 1];
-        return is_immediate(entry) ? integer_value(entry) : 0;
-    }
-};
-
 struct PermuteRequest {
     Lines lines;
     Permutation permutation;
     int32_t permute_rows, reverse;
 };
-
-bool read_permutation(const HostApi *api, HostObject argument, Permutation *permutation) {
-    RtableSettings settings;
-    api->RtableGetSettings(&settings, argument);
-    if (settings.datatype != MODLA_INTEGER4 && settings.datatype != MODLA_INTEGER) {
-        return fail_argument(api, 2, "must have integer datatype");
-    }
-    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, 2, "has invalid storage");
-    if (settings.subtype != MODLA_COLUMN_VECTOR && settings.subtype != MODLA_ROW_VECTOR) {
-        return fail_argument(api, 2, "must be a Vector");
-    }
-    permutation->entries = static_cast<const int32_t *>(api->RtableData(argument));
-    permutation->host_integers = settings.datatype == MODLA_INTEGER;
-    permutation->length = api->RtableUpperBound(argument, 1);
-    return true;
-}
 
 bool read_lines(const HostApi *api, HostObject object, const RtableSettings &settings, bool rows,
                 int32_t permutation_length, Lines *lines) {
@@ -87,22 +57,22 @@ bool read_lines(const HostApi *api, HostObject object, const RtableSettings &set
 bool read_permute(const HostApi *api, const HostObject *args, PermuteRequest *request) {
     if (api->NumArgs(args) != 5) return fail(api, "incorrect number of arguments");
     if (!check_modulus_argument(api, args)) return false;
-    if (is_immediate(args[2]) || !api->IsRtable(args[2])) {
-        return fail(api, "argument 2, the permutation, must be an rtable");
-    }
-    if (is_immediate(args[3]) || !api->IsRtable(args[3])) {
-        return fail(api, "argument 3, the object to be permuted, must be an rtable");
-    }
     RtableSettings settings;
-    api->RtableGetSettings(&settings, args[3]);
-    if (!is_datatype(settings.datatype)) return fail_argument(api, 3, "has invalid datatype");
-    if (settings.storage != MODLA_RECTANGULAR) return fail_argument(api, 3, "has invalid storage");
     Scalar modulus;
-    return read_boolean(api, args, 4, &request->permute_rows) && read_boolean(api, args, 5, &request->reverse) &&
-           read_permutation(api, args[2], &request->permutation) &&
+    return check_rtable(api, args, 2, "permutation") && check_rtable(api, args, 3, "object to be permuted") &&
+           read_settings(api, args, 3, &settings) && read_boolean(api, args, 4, &request->permute_rows) &&
+           read_boolean(api, args, 5, &request->reverse) && read_permutation(api, args, 2, &request->permutation) &&
            read_lines(api, args[3], settings, request->permute_rows != 0, request->permutation.length,
                       &request->lines) &&
            check_modulus(api, args[1], &modulus, settings.datatype);
+}
+
+// Entry k, from 1, of a permutation; 0 when it is no immediate integer.
+int32_t transposition(const Permutation &permutation, int32_t k) {
+    const int32_t entry = permutation.entries[k - 1];
+    if (!permutation.host_integers) return entry;
+    const HostObject object = static_cast<HostObject>(entry);
+    return is_immediate(object) ? integer_value(object) : 0;
 }
 
 // The line that step s (from 0) exchanges, and the one it exchanges it with; both from 0.
@@ -114,7 +84,7 @@ struct Step {
 Step step_at(const PermuteRequest &request, int32_t s) {
     const int32_t count = request.lines.count;
     const int32_t k = request.reverse ? count - 1 - s : s + 1;
-    const int32_t t = request.permutation.at(k);
+    const int32_t t = transposition(request.permutation, k);
     return {k - 1, t - 1, t >= 1 && t <= count};
 }
 

@@ -41,7 +41,24 @@ static const AnyFunction functions[] = {ADDRESS(modLA_Register),
                                         ADDRESS(modLA_reduce_C_iw_nop),
                                         ADDRESS(modLA_reduce_F_iw_nop),
                                         ADDRESS(modLA_reduce_C_f_nop),
-                                        ADDRESS(modLA_reduce_F_f_nop)};
+                                        ADDRESS(modLA_reduce_F_f_nop),
+                                        ADDRESS(modLA_LUDecomp),
+                                        ADDRESS(modLA_ForSub),
+                                        ADDRESS(modLA_BackSub),
+                                        ADDRESS(modLA_Determinant),
+                                        ADDRESS(modLA_MatBasis),
+                                        ADDRESS(modLA_LU_C_iw_nop),
+                                        ADDRESS(modLA_LU_C_f_nop),
+                                        ADDRESS(modLA_LU_F_iw_nop),
+                                        ADDRESS(modLA_LU_F_f_nop),
+                                        ADDRESS(modLA_ForSub_C_iw_nop),
+                                        ADDRESS(modLA_ForSub_C_f_nop),
+                                        ADDRESS(modLA_ForSub_F_iw_nop),
+                                        ADDRESS(modLA_ForSub_F_f_nop),
+                                        ADDRESS(modLA_BackSub_C_iw_nop),
+                                        ADDRESS(modLA_BackSub_C_f_nop),
+                                        ADDRESS(modLA_BackSub_F_iw_nop),
+                                        ADDRESS(modLA_BackSub_F_f_nop)};
 
 /* Sizes and slots that both sides count on. */
 typedef char settings_are_64_bytes[sizeof(RtableSettings) == 64 ? 1 : -1];

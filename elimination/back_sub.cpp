@@ -1,0 +1,22 @@
+#include "elimination/substitute.h"
+
+using namespace modla;
+
+HostObject modLA_BackSub(const HostApi *api, const HostObject *args) {
+    if (api->NumArgs(args) != 3) {
+        fail(api, "incorrect number of arguments");
+        return api->NullValue();
+    }
+    TriangularSystem system;
+    if (!read_triangular_system(api, args, "upper triangular matrix", false, &system)) return api->NullValue();
+    uint32_t status;
+    if (system.triangle.datatype == MODLA_INTEGER) {
+        const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.nrhs);
+        status = static_cast<uint32_t>(
+            integer_value(api->CallProcedure(modLA_getfcn(api, "cbBackSub"), 5, args[2], n, args[3], nrhs, args[1])));
+    } else {
+        status = run_substitution(system, false);
+    }
+    report_substitution(api, status, "cannot backward substitute: modulus is composite");
+    return api->NullValue();
+}

@@ -1,0 +1,31 @@
+// What forward and backward substitution share as entry points.
+#pragma once
+
+#include "host/arguments.h"
+#include "host/modulus.h"
+#include "modla.h"
+
+namespace modla {
+
+// A triangular Matrix and the right-hand sides that the solution overwrites.
+struct TriangularSystem {
+    MatrixArgument triangle;
+    void *rhs;
+    int32_t nrhs, ldb;  // nrhs = 0: a Vector
+    bool empty;         // a Matrix without columns
+    bool unit_diagonal;
+    Scalar modulus;
+};
+
+// Arguments 1 to 3, and with `takes_diagonal` argument 4 in its place among the checks.  role: "lower triangular
+// matrix" or "upper triangular matrix".
+bool read_triangular_system(const HostApi *api, const HostObject *args, const char *role, bool takes_diagonal,
+                            TriangularSystem *system);
+
+// Calls the kernel for the direction, the datatype and the order, and returns its status.
+uint32_t run_substitution(const TriangularSystem &system, bool forward);
+
+// Raises the message of a status: composite is the one for status 1.
+void report_substitution(const HostApi *api, uint32_t status, const char *composite);
+
+}  // namespace modla

@@ -1,0 +1,130 @@
+// Solving T*X = B for a triangular T, X in place of B: one text for both directions, all residues and both orders.
+//
+// Where one right-hand side meets a T stored by rows, each unknown is found from the dot product of a row with the
+// unknowns before it.  Otherwise every unknown row is subtracted from the rows still to come as soon as it is known,
+// along the rows or columns of the storage.  Only the triangle of T that matters is read.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "engine/line.h"
+
+namespace modla {
+
+enum SolveStatus : uint32_t { solve_done = 0, solve_no_inverse = 1, solve_singular = 2 };
+
+template <class Residue, class TriangleMatrix, class RightHandSides>
+struct Substitution {
+    Residue residue;
+    TriangleMatrix T;
+    int32_t n;
+    RightHandSides B;
+    int32_t columns;     // of B
+    bool forward;        // lower triangle, from the first row; else upper, from the last
+    bool unit_diagonal;  // the diagonal is not read
+    int32_t limit;       // products that a residue may absorb before it must be reduced
+
+    // The s-th row that is solved, and the rows before or after it in that sequence: first..end-1.
+    int32_t row(int32_t s) const { return forward ? s : n - 1 - s; }
+    int32_t first_after(int32_t i) const { return forward ? i + 1 : 0; }
+    int32_t end_after(int32_t i) const { return forward ? n : i; }
+    int32_t first_before(int32_t i) const { return forward ? 0 : i + 1; }
+};
+
+// Divides row i of B by the diagonal entry.
+template <class S>
+SolveStatus divide_row(const S &system, int32_t i) {
+    if (system.unit_diagonal) return solve_done;
+    auto d = system.residue.canonical(system.T.at(i, i));
+    if (d == 0) return solve_singular;
+    if (d == 1) return solve_done;
+    if (!system.residue.invert(d, &d)) return solve_no_inverse;
+    scale_line(system.residue, system.B.row(i, 0), system.columns, d);
+    return solve_done;
+}
+
+// Subtracts row j of B, times column j of T, from the rows that are still to be solved; `postpone` leaves sums
+// unreduced.  False when they were reduced all the same.
+template <class S>
+bool subtract_row(const S &system, int32_t j, bool postpone) {
+    const auto &residue = system.residue;
+    const int32_t first = system.first_after(j), count = system.end_after(j) - first;
+    const auto factors = system.T.column(j, first);
+    postpone = postpone && is_canonical_line(residue, factors, count);
+    if constexpr (decltype(system.T)::c_order) {
+        for (int32_t k = 0; k < count; k++) {
+            const auto f = residue.negate(residue.canonical(factors[k]));
+            const auto target = system.B.row(first + k, 0), source = system.B.row(j, 0);
+            if (!postpone) {
+                add_multiple_reduced(residue, target, source, system.columns, f);
+            } else if (f != 0) {
+                add_multiple(residue, target, source, system.columns, f);
+            }
+        }
+    } else {
+        for (int32_t c = 0; c < system.columns; c++) {
+            const auto f = residue.negate(system.B.at(j, c));
+            const auto target = system.B.column(c, first);
+            if (postpone) {
+                if (f != 0) add_multiple(residue, target, factors, count, f);
+                continue;
+            }
+            for (int32_t k = 0; k < count; k++) {
+                target[k] = residue.multiply_add(f, residue.canonical(factors[k]), target[k]);
+            }
+        }
+    }
+    return postpone;
+}
+
+template <class S>
+SolveStatus solve_by_updates(const S &system) {
+    int32_t pending = 0;  // unreduced products in the rows still to be solved
+    const auto reduce_row = [&](int32_t i) {
+        if (pending != 0) reduce_line(system.residue, system.B.row(i, 0), system.columns);
+    };
+    for (int32_t s = 0; s < system.n; s++) {
+        const int32_t j = system.row(s);
+        reduce_row(j);
+        const SolveStatus status = divide_row(system, j);
+        if (status != solve_done) {
+            for (int32_t i = system.first_after(j); i < system.end_after(j); i++) reduce_row(i);
+            return status;
+        }
+        const bool postpone = ++pending < system.limit;
+        if (!subtract_row(system, j, postpone)) pending = 0;
+    }
+    return solve_done;
+}
+
+template <class S>
+SolveStatus solve_by_dots(const S &system) {
+    const auto &residue = system.residue;
+    for (int32_t s = 0; s < system.n; s++) {
+        const int32_t i = system.row(s), first = system.first_before(i);
+        auto b = residue.canonical(system.B.at(i, 0));
+        for (int32_t done = 0; done < s;) {
+            const int32_t count = std::min(s - done, std::max(system.limit, 1));
+            const auto factors = system.T.row(i, first + done);
+            const auto unknowns = system.B.column(0, first + done);
+            b = residue.reduce(b + residue.negate(dot_line(residue, factors, unknowns, count)));
+            done += count;
+        }
+        system.B.at(i, 0) = b;
+        const SolveStatus status = divide_row(system, i);
+        if (status != solve_done) return status;
+    }
+    return solve_done;
+}
+
+template <class S>
+SolveStatus solve(const S &system) {
+    canonicalize(system.residue, system.B, system.n, system.columns);
+    if constexpr (decltype(system.T)::c_order) {
+        if (system.columns == 1) return solve_by_dots(system);
+    }
+    return solve_by_updates(system);
+}
+
+}  // namespace modla
