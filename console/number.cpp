@@ -128,12 +128,10 @@ Object power(Object a, Object b) {
 }
 
 Object modulo(Object a, Object b) {
-    if (!is_integer(b) || !(is_integer(a) || has_type(a, type_rational))) {
-        throw HostError("mod needs an integer or rational and an integer modulus");
-    }
+    if (!is_integer(b) || !is_number(a)) throw HostError("mod needs a number and an integer modulus");
+    const mpq_class value = has_type(a, type_float) ? mpq_class(integral_float(a)) : rational_of(a);
     const mpz_class m = integer_of(b);
     if (m < 1) throw HostError("modulus must be positive");
-    const mpq_class value = rational_of(a);
     mpz_class r = value.get_num();
     if (value.get_den() != 1) {
         mpz_class inverse;
@@ -158,6 +156,12 @@ int compare_numbers(Object a, Object b) {
         return x < y ? -1 : x > y ? 1 : 0;
     }
     return cmp(rational_of(a), rational_of(b));
+}
+
+mpz_class integral_float(Object x) {
+    const double value = float_value(x);
+    if (!(std::isfinite(value) && value == std::floor(value))) throw HostError(to_line(x) + " is no integer");
+    return mpz_class(value);
 }
 
 int32_t small_integer(Object x, const char *what) {

@@ -12,6 +12,8 @@ Object integer_object(int64_t value);
 mpz_class integer_of(Object x);                  // x is an integer
 Object rational_object(const mpq_class &value);  // an integer when the denominator is 1
 
+mpz_class integral_float(Object x);  // of a float without fraction
+
 bool is_number(Object x);  // integer, rational or float
 double to_double(Object x);
 
@@ -21,7 +23,7 @@ Object subtract(Object a, Object b);
 Object multiply(Object a, Object b);
 Object divide(Object a, Object b);
 Object power(Object a, Object b);   // b an integer
-Object modulo(Object a, Object b);  // integers and rationals, into 0..b-1
+Object modulo(Object a, Object b);  // into 0..b-1; a float must be integral
 Object negate(Object a);
 int compare_numbers(Object a, Object b);  // negative, 0, positive
 

@@ -1,6 +1,5 @@
 #include "console/table.h"
 
-#include <cmath>
 #include <cstring>
 
 #include "console/error.h"
@@ -68,9 +67,7 @@ void set_entry(const Table &table, int32_t i, int32_t j, Object value) {
 Object get_entry_integer(const Table &table, int32_t i, int32_t j) {
     const Object entry = get_entry(table, i, j);
     if (is_integer(entry)) return entry;
-    const double value = to_double(entry);
-    if (!(value == std::floor(value) && std::fabs(value) < 1e300)) throw HostError(to_line(entry) + " is no integer");
-    return integer_object(mpz_class(value));
+    return integer_object(integral_float(entry));
 }
 
 std::string describe_table(const Table &table) {

@@ -2,10 +2,14 @@
 #pragma once
 
 #include <algorithm>
+#include <concepts>
 #include <cstdint>
+#include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "modla.h"
@@ -17,16 +21,21 @@ namespace modla_test {
 using Random = std::mt19937;
 
 // 0..n-1.
-inline uint64_t below(Random &random, uint64_t n) {
-    return std::uniform_int_distribution<uint64_t>(0, n - 1)(random);
+template <std::integral Integer>
+Integer below(Random &random, Integer n) {
+    return static_cast<Integer>(std::uniform_int_distribution<uint64_t>(0, static_cast<uint64_t>(n) - 1)(random));
 }
-inline bool chance(Random &random, unsigned percent) {
+inline bool chance(Random &random, int percent) {
     return below(random, 100) < percent;
 }
 
 template <class List>
 auto pick(Random &random, const List &list) {
     return std::data(list)[below(random, std::size(list))];
+}
+template <class T>
+T pick(Random &random, std::initializer_list<T> list) {
+    return list.begin()[below(random, list.size())];
 }
 
 // ---- Floating-point modes ----
