@@ -6,11 +6,15 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/elimination/lu_decomp.cpp
   ${PROJECT_SOURCE_DIR}/elimination/lu_kernels.cpp
   ${PROJECT_SOURCE_DIR}/elimination/mat_basis.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/mat_gcd.cpp
   ${PROJECT_SOURCE_DIR}/elimination/reduce_kernels.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/row_gcd_kernels.cpp
   ${PROJECT_SOURCE_DIR}/elimination/row_reduce.cpp
   ${PROJECT_SOURCE_DIR}/elimination/run_reduce.cpp
   ${PROJECT_SOURCE_DIR}/elimination/substitute.cpp
   ${PROJECT_SOURCE_DIR}/elimination/substitution_kernels.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/zigzag.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/zigzag_kernels.cpp
   ${PROJECT_SOURCE_DIR}/host/arguments.cpp
   ${PROJECT_SOURCE_DIR}/host/datatype.cpp
   ${PROJECT_SOURCE_DIR}/host/modulus.cpp
@@ -25,6 +29,12 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/objects/swap.cpp
   ${PROJECT_SOURCE_DIR}/objects/triangle.cpp
   ${PROJECT_SOURCE_DIR}/products/add_mult.cpp
+  ${PROJECT_SOURCE_DIR}/products/block_sums.cpp
+  ${PROJECT_SOURCE_DIR}/products/mat_mat_blas.cpp
+  ${PROJECT_SOURCE_DIR}/products/mat_mat_mult.cpp
+  ${PROJECT_SOURCE_DIR}/products/mat_mult.cpp
+  ${PROJECT_SOURCE_DIR}/products/multiply.cpp
+  ${PROJECT_SOURCE_DIR}/products/strassen.cpp
   ${PROJECT_SOURCE_DIR}/scalar/host_integer.cpp
   ${PROJECT_SOURCE_DIR}/scalar/inverse.cpp
   ${PROJECT_SOURCE_DIR}/scalar/polynomial.cpp

@@ -43,7 +43,9 @@ void load_library(const std::string &path) {
     }
     const auto enroll = reinterpret_cast<EntryPoint>(library_symbol("modLA_Register"));
     if (!enroll) throw HostError(path + " is no modLA library");
-    call_entry_point(enroll, {make_native("callbacks", find_callback)});
+    const Object dispatcher = make_native("callbacks", find_callback);
+    keep(dispatcher);  // the library's own reference is not seen by the collector
+    call_entry_point(enroll, {dispatcher});
     for (const char *word : {"true", "false", "integer", "float", "identity", "random", "C_order", "Fortran_order",
                              "transpose", "sparse", "upper", "uppernodiag", "lower", "lowernodiag"}) {
         define_protected(word, 0);

@@ -202,6 +202,19 @@ MODLA_API HostObject modLA_Permute(const HostApi *api, const HostObject *args);
  * 0..modulus-1"; those of process_subspec and validate_modulus. */
 MODLA_API HostObject modLA_AddMult(const HostApi *api, const HostObject *args);
 
+/* Multiply(p, s | A [, transpose], B [, transpose] [, C_order | Fortran_order] [, sparse] [, block [, sparse]]): s*B for
+ * an integer s in 0..p-1, or A*B, mod p, into a new object, in the first object's order unless another is given, or
+ * into a block, which may overlap the factors.  B has A's datatype and as many rows as A has columns.  sparse never
+ * changes the result.  Returns the new object, NullValue() with a given output, or, for a row Vector times a column
+ * Vector without one, the scalar: a host integer or float.  Products may create a workspace object.  Datatype
+ * "integer" calls "cbScalMult"(p, m, n, s, B, C) or "cbMatMult"(p, m, k, n, A, B, C), with row and column shift after
+ * each view as "cbScalMultShift" and "cbMatMultShift" when one of them is not 0.
+ * "too few arguments"; "argument 1, the modulus, must be an integer"; "argument 2 must be a scalar or a modp
+ * Matrix/Vector"; "expected output object, ordering, or sparse option for argument %1, got %2"; "cannot perform scalar
+ * multiply on a zero dimensional object"; "too many arguments, starting at argument %1, %2"; "scalar value must be an
+ * integral numeric value in the range 0..modulus-1"; those of process_subspec and validate_modulus. */
+MODLA_API HostObject modLA_Multiply(const HostApi *api, const HostObject *args);
+
 /* RowReduce(p, matrix, rows, columns, nred, det, pivprod, rank, pivsig, extra, form): row-reduces the block in place
  * and assigns the requested outputs; returns NullValue().  rows and columns: k (1..k; negative: from the end) or a
  * range; nred: how many leading columns may hold pivots, 0 = all; the outputs: a name, or 0 for none; form: true or 1
@@ -265,6 +278,35 @@ MODLA_API HostObject modLA_Determinant(const HostApi *api, const HostObject *arg
  * of Matrix rows"; "argument 4 must be 'true' or 'false'"; "Matrix rows cannot be less than columns when nullspace is
  * requested"; "unable to compute nullspace: modulus is composite"; "unknown error"; those of validate_modulus. */
 MODLA_API HostObject modLA_MatBasis(const HostApi *api, const HostObject *args);
+
+/* MatGcd(p, matrix, k): the greatest common divisor of k polynomials, given by the first k rows of a Matrix with the
+ * coefficient of x^j in column j, from 0.  Euclid's algorithm leaves it in row 0, not made monic, with zeros in the
+ * other k-1 rows, and its degree is returned, -1 when all are zero.  Datatype "integer" calls "cbMatGcd"(matrix, k,
+ * columns, p), whose immediate integer result is the degree or the status -2 (composite) or -10.
+ * A composite modulus is found out only when a leading coefficient has no inverse; the rows are then left partly
+ * reduced.
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
+ * rtable"; "argument 3, the number of polynomials, must be a positive integer", when it is no integer; "argument 2 has
+ * invalid datatype"; "argument 2 has invalid storage"; "argument 2 must be a Matrix"; "argument 3, the number of
+ * polynomials must be a positive integer", without the comma, when it is not immediate or less than 1; "argument 3, the
+ * number of polynomials cannot be greater than the number of rows in the input Matrix"; those of validate_modulus;
+ * "unable to compute gcd: modulus is composite"; "not implemented yet"; "unknown error". */
+MODLA_API HostObject modLA_MatGcd(const HostApi *api, const HostObject *args);
+
+/* ZigZag(p, matrix): transforms a square Matrix in place into a similar one in zigzag form; returns NullValue().
+ * The form is a chain of diagonal blocks, alternately
+ *   column blocks: each column before the last holds a single 1, below the diagonal; the last column is free;
+ *   row blocks: each row before the last holds a single 1, above the diagonal; the last row is free.
+ * Outside the blocks there is at most a single 1 between two neighbours: in the first row of a column block and the
+ * first column of the row block after it, or in the first column of a row block and the first row of the column block
+ * after it.  The characteristic polynomial, which is that of the given Matrix, is the product of those of the blocks.
+ * (A. Storjohann, An O(n^3) algorithm for the Frobenius normal form, ISSAC 1998.)
+ * Datatype "integer" calls "cbZigZag"(matrix, n, p), whose immediate integer result is the status: 0, 1 (composite) or
+ * 10.  A composite modulus is found out only when a pivot has no inverse; the Matrix is then left partly transformed.
+ * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2 must be a square Matrix";
+ * "argument 2 has invalid datatype"; "argument 2 has invalid storage"; those of validate_modulus; "cannot obtain zigzag
+ * form: modulus is composite"; "not implemented yet"; "unknown error". */
+MODLA_API HostObject modLA_ZigZag(const HostApi *api, const HostObject *args);
 
 /* ---- Binding helpers --------------------------------------------------------------------------------------- */
 
@@ -431,6 +473,89 @@ MODLA_API uint32_t modLA_BackSub_C_iw_nop(MODLA_BACKSUB_ARGUMENTS(uint32_t));
 MODLA_API uint32_t modLA_BackSub_F_iw_nop(MODLA_BACKSUB_ARGUMENTS(uint32_t));
 MODLA_API uint32_t modLA_BackSub_C_f_nop(MODLA_BACKSUB_ARGUMENTS(double));
 MODLA_API uint32_t modLA_BackSub_F_f_nop(MODLA_BACKSUB_ARGUMENTS(double));
+
+/* ---- Polynomial gcd and zigzag kernels -----------------------------------------------------------------------
+ *
+ * p and pinv as above.  All entries that are worked on are in 0..p-1 on every return; others stand for their residues.
+ *
+ * modLA_RowGcd: the gcd of the polynomials in rows 0..k-1, as MatGcd says; k < 2: row 0 alone.  cols: columns;
+ * stride: elements from row to row (_C_) or from column to column (_F_); c: multiples that a row may absorb before it
+ * is reduced: p-1 + c*(p-1)^2 must stay below 2^32 (words) or 2^53 (floats), and less than 1 means 1.  The result does
+ * not depend on c.
+ * Returns the degree, -1 for zero, or -2 when a leading coefficient has no inverse. */
+#define MODLA_ROW_GCD_ARGUMENTS(W) W *data, int32_t k, int32_t cols, int32_t stride, W p, double pinv, int32_t c
+
+MODLA_API int32_t modLA_RowGcd_C_iw(MODLA_ROW_GCD_ARGUMENTS(uint32_t));
+MODLA_API int32_t modLA_RowGcd_F_iw(MODLA_ROW_GCD_ARGUMENTS(uint32_t));
+MODLA_API int32_t modLA_RowGcd_C_f(MODLA_ROW_GCD_ARGUMENTS(double));
+MODLA_API int32_t modLA_RowGcd_F_f(MODLA_ROW_GCD_ARGUMENTS(double));
+
+/* modLA_ZigZag: the zigzag form of the n x n matrix data, as ZigZag says, stored without gaps.  count is not used.
+ * Status: 0 done; 1 a pivot has no inverse. */
+#define MODLA_ZIGZAG_ARGUMENTS(W) W *data, int32_t n, W p, double pinv, int32_t count
+
+MODLA_API uint32_t modLA_ZigZag_C_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_ZigZag_F_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t));
+MODLA_API uint32_t modLA_ZigZag_C_f(MODLA_ZIGZAG_ARGUMENTS(double));
+MODLA_API uint32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double));
+
+/* ---- Product kernels -----------------------------------------------------------------------------------------
+ *
+ * C = A*B mod p for an m x k matrix A, a k x n matrix B and an m x n matrix C, all sizes at least 1; entry (i, j) of X
+ * lies at i*xrs + j*xcs.  A and B hold residues 0..p-1; C does not overlap them and is overwritten with residues.
+ *   L       products that may be added to a residue: floor((2^32 - p)/(p-1)^2) (words), floor((2^53 - p)/(p-1)^2)
+ *           (floats), at most 2147483646
+ *   T       2^32 - 1 - (p-1)^2 or 2^53 - 1 - (p-1)^2; not used by the schedules
+ *   sparse  nonzero: zeros of A are worth a test; never changes the result
+ */
+#define MODLA_PRODUCT_ARGUMENTS(W)                                                                                    \
+    W p, double pinv, int32_t m, int32_t k, int32_t n, const W *A, int32_t ars, int32_t acs, const W *B, int32_t brs, \
+        int32_t bcs, W *C, int32_t crs, int32_t ccs
+
+/* Any product.  Words: Strassen's recursion when m, k and n all exceed the threshold; floats: CBLAS where k <= L, else
+ * Strassen's recursion or the classical product by size.  workspace: `length` entries, or null and 0; when more are
+ * needed, a 1 x w object is created in the host and returned; else NullValue(). */
+MODLA_API HostObject modLA_MatMult_iw(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t sparse,
+                                      uint32_t *workspace, int32_t length, int32_t threshold);
+MODLA_API HostObject modLA_MatMult_f(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(double), int32_t sparse,
+                                     double *workspace, int32_t length);
+
+/* The classical product; the members of the families differ in the schedule that the caller has room for: E reduces
+ * after every product, N after L products, 1 once (L > k); S skips zeros, N does not. */
+MODLA_API void modLA_MatMatMult_iw(MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t L, uint32_t T, int32_t sparse);
+MODLA_API void modLA_MatMatMult_f(MODLA_PRODUCT_ARGUMENTS(double), int32_t L, double T, int32_t sparse);
+MODLA_API void modLA_MatMatMult_iw_SE(MODLA_PRODUCT_ARGUMENTS(uint32_t));
+MODLA_API void modLA_MatMatMult_iw_SN(MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t L);
+MODLA_API void modLA_MatMatMult_iw_S1(MODLA_PRODUCT_ARGUMENTS(uint32_t));
+MODLA_API void modLA_MatMatMult_iw_NE(MODLA_PRODUCT_ARGUMENTS(uint32_t));
+MODLA_API void modLA_MatMatMult_iw_NN(MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t L);
+MODLA_API void modLA_MatMatMult_iw_N1(MODLA_PRODUCT_ARGUMENTS(uint32_t));
+MODLA_API void modLA_MatMatMult_f_SN(MODLA_PRODUCT_ARGUMENTS(double), int32_t L, double T);
+MODLA_API void modLA_MatMatMult_f_S1(MODLA_PRODUCT_ARGUMENTS(double));
+MODLA_API void modLA_MatMatMult_f_NN(MODLA_PRODUCT_ARGUMENTS(double), int32_t L, double T);
+MODLA_API void modLA_MatMatMult_f_N1(MODLA_PRODUCT_ARGUMENTS(double));
+
+/* Through CBLAS where layout and size allow it, else classically. */
+MODLA_API void modLA_MatMatBLAS(MODLA_PRODUCT_ARGUMENTS(double), int32_t L, double T, int32_t sparse);
+
+/* Strassen's recursion in Winograd's form (Winograd, 1971).  The workspace holds, for every level with the halved sizes
+ * m', k', n', (m' + n')*k' + 2*m'*n' entries.  Words: down to sizes of at most the threshold (at least 1).  Floats, mode
+ * 1: until k <= L, then CBLAS; mode 0: as long as the measured cost of a level is below that of the classical product. */
+MODLA_API void modLA_StrMatMult_iw(MODLA_PRODUCT_ARGUMENTS(uint32_t), uint32_t *workspace, int32_t L, uint32_t T,
+                                   int32_t sparse, int32_t threshold);
+MODLA_API void modLA_StrMatMult_f(MODLA_PRODUCT_ARGUMENTS(double), double *workspace, int32_t L, double T,
+                                  int32_t sparse, int32_t mode);
+
+/* Sums and differences of blocks of residues.  The sum is below p; the difference of equal entries is p, which stands
+ * for 0.  C may be the same block as A or B. */
+#define MODLA_BLOCK_SUM_ARGUMENTS(W)                                                                                   \
+    W p, int32_t rows, int32_t cols, const W *A, int32_t ars, int32_t acs, const W *B, int32_t brs, int32_t bcs, W *C, \
+        int32_t crs, int32_t ccs
+
+MODLA_API void modLA_MatMatAdd_iw(MODLA_BLOCK_SUM_ARGUMENTS(uint32_t));
+MODLA_API void modLA_MatMatAdd_f(MODLA_BLOCK_SUM_ARGUMENTS(double));
+MODLA_API void modLA_MatMatSub_iw(MODLA_BLOCK_SUM_ARGUMENTS(uint32_t));
+MODLA_API void modLA_MatMatSub_f(MODLA_BLOCK_SUM_ARGUMENTS(double));
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,93 @@
+#include "engine/blas.h"
+#include "products/blas_product.h"
+#include "products/kernel_arguments.h"
+#include "scalar/fp_mode.h"
+
+using namespace modla;
+
+namespace {
+
+using Factor = Operand<const StoredDouble>;
+
+int as_int(ptrdiff_t step) {
+    return static_cast<int>(step);
+}
+
+// How CBLAS is told of a factor, for results by rows (row_major) or by columns.
+struct BlasFactor {
+    CBLAS_TRANSPOSE transpose;
+    int ld;
+    bool usable;
+};
+
+// A rows x columns factor: stored along the result's direction as it is, or transposed.
+BlasFactor describe(Factor factor, int32_t rows, int32_t columns, bool row_major) {
+    const ptrdiff_t along = row_major ? factor.steps.column : factor.steps.row;
+    const ptrdiff_t across = row_major ? factor.steps.row : factor.steps.column;
+    const int32_t along_count = row_major ? columns : rows, across_count = row_major ? rows : columns;
+    // A leading dimension below the line's length is fine only where there is no second line.
+    const auto check = [](CBLAS_TRANSPOSE transpose, ptrdiff_t ld, int32_t length, int32_t lines) {
+        if (ld >= length) return BlasFactor{transpose, as_int(ld), true};
+        return BlasFactor{transpose, length, lines == 1};
+    };
+    if (along == 1) return check(CblasNoTrans, across, along_count, across_count);
+    if (across == 1) return check(CblasTrans, along, across_count, along_count);
+    return {CblasNoTrans, 0, false};
+}
+
+// Calls CBLAS when the shapes and strides are ones that it takes.
+bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<StoredDouble> C) {
+    const double *const a = &A.data->value;
+    const double *const b = &B.data->value;
+    double *const c = &C.data->value;
+    if (!is_blas_aligned(a) || !is_blas_aligned(b) || !is_blas_aligned(c)) return false;
+    if (m == 1 && n == 1) {
+        *c = cblas_ddot(k, a, as_int(A.steps.column), b, as_int(B.steps.row));
+        return true;
+    }
+    if (n == 1) {
+        const BlasFactor matrix = describe(A, m, k, true);
+        if (!matrix.usable || B.steps.row == 0 || C.steps.row == 0) return false;
+        const bool rows = matrix.transpose == CblasNoTrans;
+        cblas_dgemv(rows ? CblasRowMajor : CblasColMajor, CblasNoTrans, m, k, 1.0, a, matrix.ld, b, as_int(B.steps.row),
+                    0.0, c, as_int(C.steps.row));
+        return true;
+    }
+    if (m == 1) {
+        const BlasFactor matrix = describe(B, k, n, true);
+        if (!matrix.usable || A.steps.column == 0 || C.steps.column == 0) return false;
+        const bool rows = matrix.transpose == CblasNoTrans;
+        cblas_dgemv(rows ? CblasRowMajor : CblasColMajor, CblasTrans, k, n, 1.0, b, matrix.ld, a,
+                    as_int(A.steps.column), 0.0, c, as_int(C.steps.column));
+        return true;
+    }
+    const bool row_major = C.steps.column == 1;
+    if (!row_major && C.steps.row != 1) return false;
+    const ptrdiff_t ldc = row_major ? C.steps.row : C.steps.column;
+    const BlasFactor left = describe(A, m, k, row_major), right = describe(B, k, n, row_major);
+    if (!left.usable || !right.usable || ldc < (row_major ? n : m)) return false;
+    cblas_dgemm(row_major ? CblasRowMajor : CblasColMajor, left.transpose, right.transpose, m, n, k, 1.0, a, left.ld, b,
+                right.ld, 0.0, c, as_int(ldc));
+    return true;
+}
+
+}  // namespace
+
+void modla::multiply_with_blas(const Float &residue, int32_t m, int32_t k, int32_t n, Factor A, Factor B,
+                               Operand<StoredDouble> C, bool sparse) {
+    const uint32_t p = static_cast<uint32_t>(static_cast<int32_t>(residue.p));
+    if (p < 2 || k > pending_bound<Float>(p) || !call_blas(m, k, n, A, B, C)) {
+        return multiply_blocks(residue, m, k, n, A, B, C, sparse);
+    }
+    walk<1>({m, n}, {C.steps}, false, [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
+        StoredDouble *const c = C.data + offsets[0];
+        for (int32_t i = 0; i < count; i++) c[unit ? i : i * inner[0]] = residue.reduce(c[unit ? i : i * inner[0]]);
+    });
+}
+
+void modLA_MatMatBLAS(MODLA_PRODUCT_ARGUMENTS(double), int32_t, double, int32_t sparse) {
+    with_standard_mode([&] {
+        multiply_with_blas(Float{p, pinv}, m, k, n, factor<StoredDouble>(A, ars, acs),
+                           factor<StoredDouble>(B, brs, bcs), result<StoredDouble>(C, crs, ccs), sparse != 0);
+    });
+}
