@@ -1,4 +1,6 @@
 // The general products: which kernel, and its workspace.
+#include <algorithm>
+
 #include "host/rtable.h"
 #include "modla.h"
 #include "products/product_choice.h"
@@ -42,7 +44,8 @@ HostObject modLA_MatMult_iw(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(uint32_t
     }
     Workspace work;
     if (!provide(api, workspace, length, strassen_workspace(m, k, n), MODLA_INTEGER4, &work)) return api->NullValue();
-    modLA_StrMatMult_iw(OPERANDS, static_cast<uint32_t *>(work.data), L, T, sparse, threshold);
+    modLA_StrMatMult_iw(OPERANDS, static_cast<uint32_t *>(work.data), L, T, sparse,
+                        std::max(threshold, strassen_words_break_even));
     return work.object ? work.object : api->NullValue();
 }
 

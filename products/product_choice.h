@@ -12,6 +12,9 @@ inline bool strassen_pays(int32_t m, int32_t k, int32_t n) {
     return gain >= 0;
 }
 
+// Words: the recursion pays above this size, measured; smaller thresholds of a caller decide whether it is entered.
+constexpr int32_t strassen_words_break_even = 100;
+
 // Workspace for the recursion down to whatever size, in entries.
 inline int64_t strassen_workspace(int32_t m, int32_t k, int32_t n) {
     return (int64_t{2} * n * m + (int64_t{n} + m) * k + 2) / 3;
