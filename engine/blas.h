@@ -4,9 +4,11 @@
 // Callers ask is_blas_aligned first and use a plain loop otherwise.
 #pragma once
 
-#include <cblas.h>
-
 #include <cstdint>
+
+extern "C" {  // not every cblas.h says so
+#include <cblas.h>
+}
 
 namespace modla {
 
