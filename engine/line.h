@@ -86,23 +86,28 @@ bool is_canonical_line(const Residue &residue, const AnyLine &line, int32_t coun
     return canonical;
 }
 
+// The sum of a[k] * b[k], unreduced.
+template <class Residue, class LineA, class LineB>
+typename Residue::Value sum_products(const Residue &, const LineA &a, const LineB &b, int32_t count) {
+    if constexpr (is_float_line<LineB>) {
+        if (is_blas_aligned(a.data) && is_blas_aligned(b.data)) {
+            return cblas_ddot(count, &a.data->value, static_cast<int>(a.step), &b.data->value,
+                              static_cast<int>(b.step));
+        }
+    }
+    typename Residue::Value sum = 0;
+    for (int32_t k = 0; k < count; k++) sum += a[k] * b[k];
+    return sum;
+}
+
 // The sum of a[k] * b[k] mod p, for so few terms that products of residues cannot overflow.  b holds residues, a any
 // entries.
 template <class Residue, class LineA, class LineB>
 typename Residue::Value dot_line(const Residue &residue, const LineA &a, const LineB &b, int32_t count) {
+    if (is_canonical_line(residue, a, count)) return residue.reduce(sum_products(residue, a, b, count));
     typename Residue::Value sum = 0;
-    if (!is_canonical_line(residue, a, count)) {
-        for (int32_t k = 0; k < count; k++) sum = residue.multiply_add(residue.canonical(a[k]), b[k], sum);
-        return sum;
-    }
-    if constexpr (is_float_line<LineB>) {
-        if (is_blas_aligned(a.data) && is_blas_aligned(b.data)) {
-            return residue.reduce(
-                cblas_ddot(count, &a.data->value, static_cast<int>(a.step), &b.data->value, static_cast<int>(b.step)));
-        }
-    }
-    for (int32_t k = 0; k < count; k++) sum += a[k] * b[k];
-    return residue.reduce(sum);
+    for (int32_t k = 0; k < count; k++) sum = residue.multiply_add(residue.canonical(a[k]), b[k], sum);
+    return sum;
 }
 
 // target[k] += f * source[k], unreduced.

@@ -124,7 +124,7 @@ struct Float {
         const double r = t - q * p;
         return r - (r >= p ? p : 0.0);
     }
-    bool is_canonical(Value t) const { return t >= 0 && t < p && floor_nonnegative(t) == t; }
+    bool is_canonical(Value t) const { return t >= 0 && t < p && floor_nonnegative(t) == t && !std::signbit(t); }
     Value multiply(Value a, Value b) const { return reduce(a * b); }
     Value multiply_add(Value a, Value b, Value c) const { return reduce(a * b + c); }
     Value negate(Value a) const { return a != 0 ? p - a : 0; }
