@@ -131,13 +131,20 @@ bool modla::make_view(const HostApi *api, HostObject parent, void *data, int32_t
 }
 
 bool modla::make_block_view(const HostApi *api, const Block &block, View *view) {
-    int32_t column_step = block.column_step;
-    // Both steps are 1 in a one-column C_order Matrix: a view by columns would be a single entry.
-    if (block.columns == 1 && block.row_step == 1 && column_step == 1 && block.data != api->RtableData(block.object)) {
-        column_step = 0;
+    const int32_t rows = row_count(block), columns = column_count(block);
+    int32_t row_step = block.row_step, column_step = block.column_step;
+    if (row_step == 1 && column_step == 1) {
+        // A Matrix of one line has both steps 1, which do not tell in which direction the line runs: a column that is
+        // not the parent's own would become a single entry, a transposed line the parent as it is.
+        const Extent parent = matrix_extent(api, block.object);
+        const bool at_start = block.data == api->RtableData(block.object);
+        if (columns == 1 && (!at_start || (rows > 1 && parent.columns != 1))) {
+            column_step = 0;
+        } else if (rows == 1 && columns > 1 && parent.rows != 1) {
+            row_step = 0;
+        }
     }
-    return make_view(api, block.object, block.data, row_count(block), column_count(block), block.row_step, column_step,
-                     view);
+    return make_view(api, block.object, block.data, rows, columns, row_step, column_step, view);
 }
 
 HostObject data_to_modLA_rtable(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns,

@@ -32,6 +32,10 @@ struct View {
     int32_t row_shift, column_shift;
 };
 
+inline bool is_shifted(const View &view) {
+    return view.row_shift != 0 || view.column_shift != 0;
+}
+
 // data_to_modLA_rtable, telling whether the view could be made.
 bool make_view(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns, int32_t row_step,
                int32_t column_step, View *view);

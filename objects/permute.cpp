@@ -102,13 +102,19 @@ void make_steps(const PermuteRequest &request, int32_t first, int32_t end) {
         }
         return;
     }
-    // Interleaved lines: all steps on one entry of every line, which lie together, then on the next.
-    for (int32_t e = 0; e < lines.length; e++) {
+    // Interleaved lines: all steps on one entry of every line, which lie together, then on the next.  A single step is
+    // read once: it may move its own entry of the permutation.
+    const auto exchange = [&](const Step &step, int32_t e) {
         Entry *const entries = start + e * lines.inner_step;
-        for (int32_t s = first; s < end; s++) {
-            const Step step = step_at(request, s);
-            std::swap(entries[step.line * lines.line_step], entries[step.partner * lines.line_step]);
-        }
+        std::swap(entries[step.line * lines.line_step], entries[step.partner * lines.line_step]);
+    };
+    if (end - first == 1) {
+        const Step step = step_at(request, first);
+        for (int32_t e = 0; e < lines.length; e++) exchange(step, e);
+        return;
+    }
+    for (int32_t e = 0; e < lines.length; e++) {
+        for (int32_t s = first; s < end; s++) exchange(step_at(request, s), e);
     }
 }
 

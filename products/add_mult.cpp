@@ -1,8 +1,8 @@
-#include "engine/transpose.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "host/rtable.h"
 #include "modla.h"
+#include "products/operand.h"
 #include "scalar/fp_mode.h"
 #include "scalar/residue.h"
 
@@ -90,24 +90,13 @@ bool read_add_mult(const HostApi *api, const HostObject *args, AddMultRequest *r
     return check_modulus(api, args[1], &request->modulus, A.datatype, multiplier, &request->c, "multiplier", 1);
 }
 
-// A block as a walk sees it.
-template <class Entry>
-struct Operand {
-    Entry *data;
-    Steps steps;
-};
-
 // The block itself, or a copy in host memory where writing C in its own order would destroy entries still to be read.
 template <class Entry>
 Operand<Entry> readable(const HostApi *api, const Block &block, const Block &C, Entry **held) {
     *held = nullptr;
-    Operand<Entry> operand = {static_cast<Entry *>(block.data), steps_of(block)};
-    if (!overlap(block, C) || coincide(block, C)) return operand;
-    const int32_t rows = row_count(block), columns = column_count(block);
-    const uint64_t bytes = uint64_t{sizeof(Entry)} * static_cast<uint32_t>(rows) * static_cast<uint32_t>(columns);
-    *held = static_cast<Entry *>(api->Alloc(static_cast<uint32_t>(bytes)));
-    const Operand<Entry> copy = {*held, {columns, 1}};
-    copy_entries<Entry>({rows, columns}, operand.data, operand.steps, copy.data, copy.steps);
+    if (!overlap(block, C) || coincide(block, C)) return operand_of<Entry>(block);
+    const Operand<Entry> copy = copy_operand<Entry>(api, block);
+    *held = copy.data;
     return copy;
 }
 
@@ -142,30 +131,29 @@ void add_blocks(const HostApi *api, const Residue &residue, typename Residue::Va
     const Operand<Entry> A = readable(api, request.A, C, &held_a);
     const Operand<Entry> B = readable(api, request.B, C, &held_b);
     const Shape shape = {row_count(request.A), column_count(request.A)};
-    with_standard_mode([&] {
-        add_entries<Residue, Entry>(residue, c, shape, A, B, {static_cast<Entry *>(C.data), steps_of(C)});
-    });
+    with_standard_mode([&] { add_entries<Residue, Entry>(residue, c, shape, A, B, operand_of<Entry>(C)); });
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);
 }
 
-void call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequest &request) {
+bool call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequest &request) {
     View A, B, C;
     if (!make_block_view(api, request.A, &A) || !make_block_view(api, request.B, &B) ||
         !make_block_view(api, request.C, &C)) {
-        return;
+        return false;
     }
     const HostObject rows = api->ToInteger(row_count(request.A)), columns = api->ToInteger(column_count(request.A));
     const HostObject multiplier = request.c.object;
-    if (!(A.row_shift | A.column_shift | B.row_shift | B.column_shift | C.row_shift | C.column_shift)) {
+    if (!is_shifted(A) && !is_shifted(B) && !is_shifted(C)) {
         api->CallProcedure(modLA_getfcn(api, "cbAddMult"), 7, args[1], rows, columns, multiplier, A.object, B.object,
                            C.object);
-        return;
+    } else {
+        api->CallProcedure(modLA_getfcn(api, "cbAddMultShift"), 13, args[1], rows, columns, multiplier, A.object,
+                           api->ToInteger(A.row_shift), api->ToInteger(A.column_shift), B.object,
+                           api->ToInteger(B.row_shift), api->ToInteger(B.column_shift), C.object,
+                           api->ToInteger(C.row_shift), api->ToInteger(C.column_shift));
     }
-    api->CallProcedure(modLA_getfcn(api, "cbAddMultShift"), 13, args[1], rows, columns, multiplier, A.object,
-                       api->ToInteger(A.row_shift), api->ToInteger(A.column_shift), B.object,
-                       api->ToInteger(B.row_shift), api->ToInteger(B.column_shift), C.object,
-                       api->ToInteger(C.row_shift), api->ToInteger(C.column_shift));
+    return true;
 }
 
 }  // namespace
@@ -173,8 +161,10 @@ void call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequ
 HostObject modLA_AddMult(const HostApi *api, const HostObject *args) {
     AddMultRequest request;
     if (!read_add_mult(api, args, &request)) return api->NullValue();
-    if (request.A.datatype == MODLA_INTEGER) {
-        call_add_mult(api, args, request);
+    if (request.A.empty) {
+        if (request.created) clear_block(request.C);
+    } else if (request.A.datatype == MODLA_INTEGER) {
+        if (!call_add_mult(api, args, request)) return api->NullValue();
     } else if (request.A.datatype == MODLA_INTEGER4) {
         add_blocks(api, make_word(static_cast<uint32_t>(request.modulus.word)), static_cast<uint32_t>(request.c.word),
                    request);

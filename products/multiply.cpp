@@ -148,18 +148,13 @@ Block usable_factor(const HostApi *api, const Residue &residue, const Block &blo
 template <class Residue, class Call>
 void multiply_natively(const HostApi *api, const Residue &residue, typename Residue::Value s,
                        const MultiplyRequest &request, Call call) {
-    using Entry = typename Residue::Entry;
     const Block &C = request.C;
-    if (C.empty) return;
     void *held_a = nullptr, *held_b;
     if (request.scalar_given) {
         Block B = request.B;
         held_b = nullptr;
         if (overlap(B, C) && !coincide(B, C)) B = usable_factor(api, residue, B, C, &held_b);
         with_standard_mode([&] { scale_block(residue, s, B, C); });
-    } else if (request.A.empty || request.B.empty) {
-        held_b = nullptr;
-        fill_entries({row_count(C), column_count(C)}, static_cast<Entry *>(C.data), steps_of(C), 0);
     } else {
         const Block A = usable_factor(api, residue, request.A, C, &held_a);
         const Block B = usable_factor(api, residue, request.B, C, &held_b);
@@ -210,40 +205,38 @@ bool make_result_view(const HostApi *api, const MultiplyRequest &request, View *
     return make_view(api, 0, request.C.data, 1, 1, 1, 1, view);
 }
 
-bool shifted(const View &view) {
-    return view.row_shift != 0 || view.column_shift != 0;
-}
-
-void call_scale(const HostApi *api, const HostObject *args, const MultiplyRequest &request) {
+bool call_scale(const HostApi *api, const HostObject *args, const MultiplyRequest &request) {
     View B, C;
-    if (!make_factor_view(api, request.B, request.C, true, &B) || !make_result_view(api, request, &C)) return;
+    if (!make_factor_view(api, request.B, request.C, true, &B) || !make_result_view(api, request, &C)) return false;
     const HostObject m = api->ToInteger(row_count(request.B)), n = api->ToInteger(column_count(request.B));
     const HostObject s = request.scalar.object;
-    if (!shifted(B) && !shifted(C)) {
+    if (!is_shifted(B) && !is_shifted(C)) {
         api->CallProcedure(modLA_getfcn(api, "cbScalMult"), 6, args[1], m, n, s, B.object, C.object);
-        return;
+        return true;
     }
     api->CallProcedure(modLA_getfcn(api, "cbScalMultShift"), 10, args[1], m, n, s, B.object,
                        api->ToInteger(B.row_shift), api->ToInteger(B.column_shift), C.object,
                        api->ToInteger(C.row_shift), api->ToInteger(C.column_shift));
+    return true;
 }
 
-void call_multiply(const HostApi *api, const HostObject *args, const MultiplyRequest &request) {
+bool call_multiply(const HostApi *api, const HostObject *args, const MultiplyRequest &request) {
     View A, B, C;
     if (!make_factor_view(api, request.A, request.C, false, &A) ||
         !make_factor_view(api, request.B, request.C, false, &B) || !make_result_view(api, request, &C)) {
-        return;
+        return false;
     }
     const HostObject m = api->ToInteger(row_count(request.A)), k = api->ToInteger(column_count(request.A));
     const HostObject n = api->ToInteger(column_count(request.B));
-    if (!shifted(A) && !shifted(B) && !shifted(C)) {
+    if (!is_shifted(A) && !is_shifted(B) && !is_shifted(C)) {
         api->CallProcedure(modLA_getfcn(api, "cbMatMult"), 7, args[1], m, k, n, A.object, B.object, C.object);
-        return;
+        return true;
     }
     api->CallProcedure(modLA_getfcn(api, "cbMatMultShift"), 13, args[1], m, k, n, A.object, api->ToInteger(A.row_shift),
                        api->ToInteger(A.column_shift), B.object, api->ToInteger(B.row_shift),
                        api->ToInteger(B.column_shift), C.object, api->ToInteger(C.row_shift),
                        api->ToInteger(C.column_shift));
+    return true;
 }
 
 HostObject scalar_object(const HostApi *api, const MultiplyRequest &request) {
@@ -262,14 +255,14 @@ HostObject scalar_object(const HostApi *api, const MultiplyRequest &request) {
 HostObject modLA_Multiply(const HostApi *api, const HostObject *args) {
     MultiplyRequest request;
     if (!read_multiply(api, args, &request)) return api->NullValue();
-    if (request.first().datatype == MODLA_INTEGER4) {
+    if (request.first().empty || request.B.empty || request.C.empty) {
+        clear_block(request.C);
+    } else if (request.first().datatype == MODLA_INTEGER4) {
         multiply_words(api, request);
     } else if (request.first().datatype == MODLA_FLOAT8) {
         multiply_floats(api, request);
-    } else if (request.scalar_given) {
-        call_scale(api, args, request);
-    } else {
-        call_multiply(api, args, request);
+    } else if (!(request.scalar_given ? call_scale : call_multiply)(api, args, request)) {
+        return api->NullValue();
     }
     if (request.scalar_result) return scalar_object(api, request);
     return request.created ? request.C.object : api->NullValue();

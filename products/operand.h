@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/transpose.h"
+#include "host/object.h"
 #include "host/subspec.h"
 #include "scalar/residue.h"
 
@@ -32,6 +33,17 @@ Operand<Entry> copy_operand(const HostApi *api, const Block &block) {
     copy_entries<Entry>({rows, columns}, static_cast<const Entry *>(block.data), steps_of(block), copy.data,
                         copy.steps);
     return copy;
+}
+
+// The sum or product of empty tables: zeros, in the datatype's form.
+inline void clear_block(const Block &C) {
+    const Shape shape = {row_count(C), column_count(C)};
+    if (C.datatype == MODLA_FLOAT8) {
+        fill_entries(shape, static_cast<StoredDouble *>(C.data), steps_of(C), 0.0);
+    } else {
+        const HostObject zero = C.datatype == MODLA_INTEGER ? immediate_integer(0) : 0;
+        fill_entries(shape, static_cast<HostObject *>(C.data), steps_of(C), zero);
+    }
 }
 
 }  // namespace modla
