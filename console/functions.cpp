@@ -57,6 +57,7 @@ std::vector<Object> elements_of(Object x) {
 
 // Numbers by value, then lists by their elements, then the rest by their text.
 int compare_values(Object a, Object b) {
+    check_stack();
     if (is_number(a) && is_number(b)) return compare_numbers(a, b);
     if (is_number(a) != is_number(b)) return is_number(a) ? -1 : 1;
     if (is_collection(a) && is_collection(b)) {
@@ -95,7 +96,7 @@ Object join_text(const Arguments &arguments) {
 // A number with so many digits after the point.
 Object fixed_text(const Arguments &arguments) {
     if (!is_number(arguments[0])) throw HostError("expected a number, got " + to_line(arguments[0]));
-    char buffer[64];
+    char buffer[400];  // the largest double has 309 digits
     const int digits = std::clamp(small_integer(arguments[1], "a number of digits"), 0, 20);
     std::snprintf(buffer, sizeof buffer, "%.*f", digits, to_double(arguments[0]));
     return new_string(buffer);
@@ -181,8 +182,16 @@ Object time_value(const Arguments &) {
     return new_float(std::chrono::duration<double>(now).count());
 }
 
+// The source of random host integers; native entries come from rand().
+gmp_randclass &random_source() {
+    static auto *const source = new gmp_randclass(gmp_randinit_mt);
+    return *source;
+}
+
 Object seed_random(const Arguments &arguments) {
-    std::srand(static_cast<unsigned>(small_integer(arguments[0], "a seed")));
+    const unsigned seed = static_cast<unsigned>(small_integer(arguments[0], "a seed"));
+    std::srand(seed);
+    random_source().seed(seed);
     return null_value();
 }
 
@@ -263,7 +272,6 @@ Object raise_error(const Arguments &arguments) {
 
 // cbRandMat(p, row shift, rows, column shift, columns, A): random entries in a block of a Matrix of host integers.
 Object random_block(const Arguments &arguments) {
-    static gmp_randclass source(gmp_randinit_mt);
     const mpz_class p = integer_of(arguments[0]);
     const Table &table = table_argument(arguments[5]);
     const int32_t row_shift = small_integer(arguments[1], "a shift"), rows = small_integer(arguments[2], "a count");
@@ -271,7 +279,8 @@ Object random_block(const Arguments &arguments) {
     const int32_t columns = small_integer(arguments[4], "a count");
     for (int32_t i = 1; i <= std::max(rows, 1); i++) {
         for (int32_t j = 1; j <= std::max(columns, 1); j++) {
-            set_entry(table, row_shift + i, column_shift + j, integer_object(mpz_class(source.get_z_range(p))));
+            set_entry(table, row_shift + i, column_shift + j,
+                      integer_object(mpz_class(random_source().get_z_range(p))));
         }
     }
     return null_value();

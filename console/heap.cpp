@@ -1,6 +1,7 @@
 #include "console/heap.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <csetjmp>
@@ -35,9 +36,10 @@ struct Heap {
     std::vector<Object> kept;
     std::vector<void *> lent;
     Roots *roots = nullptr;
-    const void *stack_base = nullptr;
-    size_t bytes = 0;      // of values and data
-    size_t threshold = 0;  // collect when bytes pass it
+    const char *stack_base = nullptr;
+    size_t stack_limit = size_t{4} << 20;  // bytes that recursion may use
+    size_t bytes = 0;                      // of values and data
+    size_t threshold = 0;                  // collect when bytes pass it
     size_t collections = 0;
     bool always = false;
 };
@@ -173,6 +175,7 @@ uint64_t table_bytes(const RtableSettings &settings, const int32_t *bounds) {
     for (int32_t i = 0; i < settings.num_dimensions; i++) {
         entries *= static_cast<uint64_t>(std::max(bounds[i], 0));
     }
+    if (entries > 0xffffffff) throw HostError("object too large");
     return entries * (settings.datatype == MODLA_FLOAT8 ? 8 : 4);
 }
 
@@ -216,7 +219,16 @@ void set_collect_always(bool always) {
     heap().always = always;
 }
 void set_stack_base(const void *base) {
-    heap().stack_base = base;
+    heap().stack_base = static_cast<const char *>(base);
+    rlimit limit;
+    if (getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+        heap().stack_limit = static_cast<size_t>(limit.rlim_cur / 2);
+    }
+}
+
+void check_stack() {
+    const char *const here = static_cast<const char *>(__builtin_frame_address(0));
+    if (heap().stack_base - here > static_cast<ptrdiff_t>(heap().stack_limit)) throw HostError("nested too deeply");
 }
 HeapStatistics heap_statistics() {
     return {heap().objects.size(), heap().bytes, heap().collections};

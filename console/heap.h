@@ -84,5 +84,7 @@ void collect_garbage();
 void set_collect_always(bool always);
 // The end of the stack that is searched for values; call in main with the address of a local.
 void set_stack_base(const void *base);
+// Throws HostError when recursion has used up most of the stack.
+void check_stack();
 
 }  // namespace modla::console

@@ -166,6 +166,7 @@ Object call_value(Run &run, const Node &node) {
 }
 
 Object value_of(Run &run, const Node &node) {
+    check_stack();
     switch (node.kind) {
         case NodeKind::constant:
         case NodeKind::procedure:
@@ -314,6 +315,7 @@ void execute_statement(Run &run, const Node &node) {
 
 // An error is reported with the line of the innermost statement.
 void execute(Run &run, const Node &node) {
+    check_stack();
     try {
         execute_statement(run, node);
     } catch (const ProgramError &) {
@@ -375,6 +377,7 @@ Object evaluate_text(const std::string &text) {
 }
 
 bool same_value(Object a, Object b) {
+    check_stack();
     if (a == b) return true;
     if (is_immediate(a) || is_immediate(b)) return is_number(a) && is_number(b) && compare_numbers(a, b) == 0;
     if (is_number(a) && is_number(b)) return compare_numbers(a, b) == 0;

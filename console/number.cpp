@@ -40,6 +40,7 @@ Object arithmetic(Object a, Object b, Exact exact, Inexact inexact) {
 
 Object integer_object(const mpz_class &value) {
     if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value.get_si()));
+    if (mpz_sizeinbase(value.get_mpz_t(), 10) > most_digits) throw HostError("result too large");
     const std::string text = mpz_class(abs(value)).get_str();
     const size_t digits = (text.size() + 3) / 4;
     const Object x = new_object(static_cast<uint32_t>(digits) + 1, value < 0 ? type_negative : type_positive);

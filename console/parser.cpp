@@ -128,11 +128,12 @@ NodePointer Parser::statement() {
         return node;
     }
     NodePointer target = expression();
+    target->line = node->line;
     if (!at_symbol(":=")) return target;
     const Node &base = target->kind == NodeKind::index ? *target->parts[0] : *target;
     if (base.kind != NodeKind::name) fail("a name or an element of one before ':='");
     if (scope_) scope_->declare(base.text);
-    node = make(NodeKind::assignment);
+    node->kind = NodeKind::assignment;
     need_symbol(":=");
     skip_separators();
     node->parts.push_back(std::move(target));

@@ -194,7 +194,7 @@ void multiply_floats(const HostApi *api, const MultiplyRequest &request) {
 bool make_factor_view(const HostApi *api, const Block &block, const Block &C, bool elementwise, View *view) {
     if (!overlap(block, C) || (elementwise && coincide(block, C))) return make_block_view(api, block, view);
     Block copy;
-    if (!new_block(api, block.rows, block.columns, MODLA_INTEGER, block.order, &copy)) return false;
+    if (!new_block(api, row_count(block), column_count(block), MODLA_INTEGER, block.order, &copy)) return false;
     copy_entries<HostObject>({row_count(block), column_count(block)}, static_cast<const HostObject *>(block.data),
                              steps_of(block), static_cast<HostObject *>(copy.data), steps_of(copy));
     return make_block_view(api, copy, view);

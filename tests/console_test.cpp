@@ -1,0 +1,1158 @@
+// The console: its language, numbers, printing, errors, files, memory, and the program itself.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "console/number.h"
+#include "fake_host.h"
+#include "session.h"
+
+using namespace modla::console;
+using modla_test::below, modla_test::chance, modla_test::pick, modla_test::Random;
+using modla_test::error_of, modla_test::eval, modla_test::make_table, modla_test::message_of;
+using modla_test::Outcome, modla_test::outcome_of, modla_test::run, modla_test::set_name, modla_test::unassign;
+
+namespace {
+
+int32_t between(Random &random, int32_t low, int32_t high) {
+    return low + static_cast<int32_t>(below(random, static_cast<uint64_t>(high - low + 1)));
+}
+
+std::string repeated(const std::string &text, size_t times) {
+    std::string result;
+    while (times-- > 0) result += text;
+    return result;
+}
+
+// Programs and what they print.
+using Programs = std::vector<std::pair<std::string, std::string>>;
+
+void expect_outputs(const Programs &programs) {
+    for (const auto &[program, output] : programs) EXPECT_EQ(run(program), output) << program;
+}
+
+// Programs and the messages of the errors that end them.
+void expect_errors(const Programs &programs) {
+    for (const auto &[program, message] : programs) EXPECT_EQ(error_of(program), message) << program;
+}
+
+// ---- Language ----
+
+TEST(Language, Operators) {
+    expect_outputs({
+        {"1 + 2 * 3", "7\n"},
+        {"(1 + 2) * 3", "9\n"},
+        {"1 - 2 - 3", "-4\n"},
+        {"1/2/2", "1/4\n"},
+        {"-2^2", "-4\n"},
+        {"(-2)^2", "4\n"},
+        {"2^-1", "1/2\n"},
+        {"2^3^2", "512\n"},
+        {"- - 3", "3\n"},
+        {"7 mod 4 * 2", "6\n"},
+        {"-7 mod 4", "1\n"},
+        {"1 + 1..2 * 3", "2..6\n"},
+        {"1..2 = 1..2", "1..2 = 1..2\n"},
+        {"1 + 1 = 3", "2 = 3\n"},
+        {"1 < 2 and 2 < 3", "true\n"},
+        {"true or false and false", "true\n"},
+        {"(true or false) and false", "false\n"},
+        {"not true and false", "false\n"},
+        {"not (true and false)", "true\n"},
+        {"not 1 = 2", "true\n"},
+        {"not not true", "true\n"},
+        {"1 <> 1.0", "false\n"},
+        {"2 >= 2; 2 <= 1; 2 > 1; 1 < 1/2", "true\nfalse\ntrue\nfalse\n"},
+        {"true or 1/0", "true\n"},
+        {"false and 1/0", "false\n"},
+        {"0.1 + 0.2", "0.30000000000000004\n"},
+        {"1/3 + 1/6", "1/2\n"},
+        {"1/2 + 0.5", "1.0\n"},
+        {"2.0^3; 2^0.5", "8.0\n1.4142135623730951\n"},
+        {"1/2 mod 7; -9.0 mod 7; 1e20 mod 7", "4\n5\n2\n"},
+        {"0^0; 0^5; (2/3)^-2", "1\n0\n9/4\n"},
+    });
+}
+
+TEST(Language, ListsSetsAndSequences) {
+    expect_outputs({
+        {"[]; [1]; [1, [2, 3], {4}]", "[]\n[1]\n[1, [2, 3], {4}]\n"},
+        {"{1, 2, 1, 1.0, 2/2}", "{1, 2}\n"},
+        {"L := [1, 2, 3]; L[1]; L[-1]", "1\n3\n"},
+        {"L := [1, 2, 3]; K := L; K[2] := 5; L; K", "[1, 2, 3]\n[1, 5, 3]\n"},
+        {"L := [[1, 2], 3]; L[1][2]; [4, 5, 6][2]", "2\n5\n"},
+        {"op([1, 2]); [op([1, 2]), op({3})]", "1, 2\n[1, 2, 3]\n"},
+        {"s := op([7, 8]); s[2]; [s, s]", "8\n[7, 8, 7, 8]\n"},
+        {"[op([])]; size([op([]), 1])", "[]\n1\n"},
+        {"size([1, [2, 3]]); size({}); size(\"abc\")", "2\n0\n3\n"},
+        {"L := [1, 2, 3, 4]; L[2..3]; L[-2..-1]; L[1..0]; L[5..4]; {1, 2}[2..2]; op(L)[2..3]",
+         "[2, 3]\n[3, 4]\n[]\n[]\n{2}\n2, 3\n"},
+        {"sort([3, 1/2, 2.5, -1])", "[-1, 1/2, 2.5, 3]\n"},
+        {"sort([[2, 1], [1, 9], [1]])", "[[1], [1, 9], [2, 1]]\n"},
+        {"unique([3, 1, 3, 2, 1])", "[1, 2, 3]\n"},
+        {"position(3, [1, 3, 3]); position(4, [1])", "2\n0\n"},
+        {"bisect(5, [1, 3, 5, 7]); bisect(4, [1, 3, 5, 7]); bisect(1, [])", "3\n0\n0\n"},
+        {"without([1, 2, 3], 2)", "[1, 3]\n"},
+        {"concat([1], [], {2, 3}); concat()", "[1, 2, 3]\n[]\n"},
+        {"equal([1, 2.0], [1.0, 2]); equal([1], {1}); equal(\"a\", \"a\"); equal('x', 'x')",
+         "true\nfalse\ntrue\ntrue\n"},
+    });
+}
+
+TEST(Language, ControlFlow) {
+    expect_outputs({
+        {"for i to 3 do print(i) end", "1\n2\n3\n"},
+        {"for i from 2 to 7 by 2 do print(i) end; i", "2\n4\n6\n6\n"},
+        {"for i from 3 to 1 by -1 do print(i) end", "3\n2\n1\n"},
+        {"for i from 3 to 1 do print(i) end", ""},
+        {"for i from 0 to 1 by 1/2 do print(i) end", "0\n1/2\n1\n"},
+        {"for i from 5 do if i > 6 then break end; print(i) end", "5\n6\n"},
+        {"for i to 4 do if i mod 2 = 0 then next end; print(i) end", "1\n3\n"},
+        {"for i to 3 do i := i + 1; print(i) end", "2\n3\n4\n"},
+        {"for x in [1, \"two\", {3}] do print(x) end", "1\ntwo\n{3}\n"},
+        {"for x in {3, 1} do print(x) end; for x in [] do print(x) end", "3\n1\n"},
+        {"for x in op([5, 6]) do print(x) end", "5\n6\n"},
+        {"L := [1]; for x in L do L := [1, 2, 3]; print(x) end", "1\n"},
+        {"n := 0; while n < 3 do n := n + 1; if n = 2 then next end; print(n) end", "1\n3\n"},
+        {"for i to 2 do for j to 3 do if j = 2 then break end; print(i, j) end end", "1 1\n2 1\n"},
+        {"if 1 = 2 then 3 elif 1 < 2 then 4 else 5 end", "4\n"},
+        {"if 1 = 2 then 3 elif 2 = 3 then 4 else 5 end", "5\n"},
+        {"if false then 3 end", ""},
+        {"if 1 = 1.0 then print(\"same\") end", "same\n"},
+        {"for i to 2 do i; end", "1\n2\n"},
+    });
+}
+
+TEST(Language, Procedures) {
+    expect_outputs({
+        {"f := proc(x, y) return x - y end; f(5, 2)", "3\n"},
+        {"f := proc(x) x + 1 end; f(1)", "2\n"},
+        {"f := proc() return end; [f()]; g := proc() end; [g()]", "[]\n[]\n"},
+        {"f := proc(n) if n < 2 then return 1 end; return n * f(n - 1) end; f(30)",
+         "265252859812191058636308480000000\n"},
+        {"f := proc() for i to 9 do for j to 9 do if i * j = 42 then return [i, j] end end end end; f()", "[6, 7]\n"},
+        {"v := 1; f := proc() v := 2; return v end; f(); v", "2\n1\n"},
+        {"v := 1; f := proc(v) v := v + 1; return v end; f(5); v", "6\n1\n"},
+        {"v := 1; f := proc() return v end; v := 3; f()", "3\n"},
+        {"i := 5; f := proc() for i to 3 do end; return i end; f(); i", "3\n5\n"},
+        {"f := proc(L) L[1] := 9; return L end; L := [1, 2]; f(L); L", "[9, 2]\n[1, 2]\n"},
+        {"f := proc(x) x; print(x); x end; f(4)", "4\n4\n"},
+        {"f := proc(g, x) return g(g(x)) end; f(proc(x) x * x end, 3)", "81\n"},
+        {"proc(x) x + 1 end(4)", "5\n"},
+        {"f := proc(x) return 'x' end; f(3)", "x\n"},
+        {"f := proc(x, y) [x, y] end; f(op([1, 2]))", "[1, 2]\n"},
+        {"f := proc(x) f := 3; return f end; f(1)", "3\n"},
+        {"f := proc(x) return f end; f(1)", "<procedure>\n"},
+    });
+}
+
+TEST(Language, Names) {
+    unassign("undefined");
+    expect_outputs({
+        {"undefined; undefined[1, 2]; 'undefined'", "undefined\nundefined[1, 2]\nundefined\n"},
+        {"v := 5; 'v'; v := 'v'; v", "v\nv\n"},
+        {"v := 'w'; w := 6; v; w := 'w'; v", "6\nw\n"},
+        {"v := 'undefined'; v = undefined", "undefined = undefined\n"},
+        {"_a1 := 3; _a1", "3\n"},
+        {"f := proc(name) assign(name, [5]) end; f('v'); v", "[5]\n"},
+        {"'if'", "if\n"},
+    });
+}
+
+TEST(Language, Layout) {
+    expect_outputs({
+        {"1; 2;; 3\n\n;4", "1\n2\n3\n4\n"},
+        {"[1,\n 2,\n\n 3]", "[1, 2, 3]\n"},
+        {"(1\n+ 2)", "3\n"},
+        {"1 +\n2", "3\n"},
+        {"v :=\n\n3; v", "3\n"},
+        {"1\n-2", "1\n-2\n"},
+        {"size(\n[1]\n)", "1\n"},
+        {"# nothing\n1 # one\n# two\n2#", "1\n2\n"},
+        {"[1, # one\n2]", "[1, 2]\n"},
+        {"\"# no comment\"", "\"# no comment\"\n"},
+        {"if true\nthen\n1\nelse\n2\nend", "1\n"},
+        {"if true then 1 else 2 end", "1\n"},
+        {"f := proc(x,\n y)\n\n return x;\nend\nf(1, 2)", "1\n"},
+        {"for i\tto 2\r\ndo i end\r\n", "1\n2\n"},
+        {"1..3; 1.5; 1.; .5; 1e3; 2E-1; 1.5e+2", "1..3\n1.5\n1.0\n0.5\n1000.0\n0.2\n150.0\n"},
+        {"\"a\\\"b\\\\c\\nd\"", "\"a\"b\\c\nd\"\n"},
+        {"", ""},
+        {";;\n\n;", ""},
+        {"   # only a comment", ""},
+    });
+}
+
+TEST(Language, Errors) {
+    unassign("undefined");
+    expect_errors({
+        {"1/0", "division by zero"},
+        {"1 + \"a\"", "cannot compute with a"},
+        {"[1] < 2", "cannot compute with [1]"},
+        {"7 mod 0", "modulus must be positive"},
+        {"7.5 mod 2", "7.5 is no integer"},
+        {"1/0.0 mod 2", "infinity is no integer"},
+        {"7 mod 2.0", "mod needs a number and an integer modulus"},
+        {"1/2 mod 4", "the denominator has no inverse modulo 4"},
+        {"2^(2^40)", "exponent must be an integer below 2^30"},
+        {"2^(2^29)", "result too large"},
+        {"0^-1", "division by zero"},
+        {"if 1 then 2 end", "a condition must be true or false, not 1"},
+        {"not 1", "a condition must be true or false, not 1"},
+        {"[1, 2][3]", "index 3 is outside 1..2"},
+        {"[1, 2][0]", "index 0 is outside 1..2"},
+        {"[][1]", "index 1 is outside 1..0"},
+        {"[1, 2][1.0]", "an index must be a small integer, not 1.0"},
+        {"[1, 2][1, 2]", "a list or set takes one index"},
+        {"[1, 2][1..3]", "range 1..3 is outside 1..2"},
+        {"[1, 2][2..0]", "range 2..0 is outside 1..2"},
+        {"[1, 2][1..'x']", "an index must be a small integer, not x"},
+        {"5[1]", "5 cannot be indexed"},
+        {"undefined(3)", "there is no function undefined"},
+        {"5(3)", "there is no function 5"},
+        {"undefined[1] := 3", "cannot assign to an element of undefined"},
+        {"for x in 3 do end", "cannot loop over 3"},
+        {"for i to 3 by 0 do end", "a loop needs a step other than 0"},
+        {"f := proc(x) end; f()", "the procedure takes 1 arguments, got 0"},
+        {"f := proc() v := v + 1 end; f()", "the local variable v has no value"},
+        {"break", "only loops and procedures can be left"},
+        {"return 3", "only loops and procedures can be left"},
+        {"x := 'y'; y := 'x'; x", "recursive assignment of x"},
+        {"y := 'y'; x := 'x'; x + 1", "cannot compute with x"},
+        {"A := Create(7, 2, 2, integer); A[1]", "a 2 x 2 Matrix, integer, C_order takes 2 indices"},
+        {"A[3, 1]", "index 3, 1 is outside a 2 x 2 Matrix, integer, C_order"},
+        {"A[1, 1] := 1/2", "1/2 is no entry for a 2 x 2 Matrix, integer, C_order"},
+        {"A := Create(7, 2, 2, integer[4]); A[1, 1] := 2^31",
+         "2147483648 is no entry for a 2 x 2 Matrix, integer[4], "
+         "C_order"},
+        {"1 2", "expected the end of the statement, got '2'"},
+        {")", "expected an expression, got ')'"},
+        {"1 +", "expected an expression before the end"},
+        {"[1, 2", "expected ']' before the end"},
+        {"if true", "expected 'then' before the end"},
+        {"for i do", "expected an expression before the end"},
+        {"1 < 2 < 3", "expected the end of the statement, got '<'"},
+        {"3 := 4", "expected a name or an element of one before ':=', got ':='"},
+        {"for 3 to 4 do end", "expected a name, got '3'"},
+        {"\"abc", "a string is not closed"},
+        {"\"abc\ndef\"", "a string is not closed"},
+        {"'a b'", "expected a name between ' and '"},
+        {"1 ? 2", "unexpected character '?'"},
+        {"size(1, 2)", "usage: size(L)"},
+        {"error(\"out of \"); print(1)", "out of "},
+        {"assign(3, 4)", "cannot assign to 3"},
+        {"assign('size', 4)", "the name size is protected"},
+        {"position(1)", "usage: position(x, L)"},
+    });
+}
+
+// The innermost statement counts.
+TEST(Language, ErrorsCarryTheLineOfTheirStatement) {
+    const std::pair<const char *, int> cases[] = {
+        {"1/0", 1},
+        {"1\n\n1/0", 3},
+        {"1; 2\n3; 1/0; 4", 2},
+        {"f := proc(x)\n\nreturn 1/x\nend\n\nf(0)", 3},
+        {"\nfor i to 3 do\n1/0\nend", 3},
+        {"v := [1,\n2,\n3] + 1", 1},
+        {"\n[1,\n2,\n3] + 1", 2},
+        {"\nsize([1,\n2],\n3)", 2},
+        {"\n\n)", 3},
+        {"1\n\"abc", 2},
+        {"[1,\n2\n", 3},
+    };
+    for (const auto &[program, line] : cases) {
+        int reported = 0;
+        try {
+            run_program(program, [](Object) {});
+        } catch (const ProgramError &error) {
+            reported = error.line;
+        } catch (const SyntaxError &error) {
+            reported = error.line;
+        }
+        EXPECT_EQ(reported, line) << program;
+    }
+}
+
+TEST(Language, AnErrorEndsTheProgramButNotTheSession) {
+    EXPECT_EQ(outcome_of("v := 1; print(v); v := 2/0; print(\"never\")"), (Outcome{"1\n", "division by zero"}));
+    EXPECT_EQ(run("v"), "1\n");
+    EXPECT_EQ(outcome_of("print(1); [1, 2"), (Outcome{"1\n", "expected ']' before the end"}));
+}
+
+TEST(Language, UnfinishedTextIsToldFromWrongText) {
+    for (const char *text : {"1 +", "[1,", "f(", "if true then", "for i to 3 do\n1\n", "proc(x)", "v :=", "{1, (2",
+                             "while true", "if true then 1 else", "not", "-", "2^", "1 and\n"}) {
+        EXPECT_THROW(run_program(text, [](Object) {}), IncompleteText) << text;
+    }
+    for (const char *text : {"1 + )", "[1;", "if else", "1 2", "end", "\"abc"}) {
+        EXPECT_EQ(message_of([&] {
+                      try {
+                          run_program(text, [](Object) {});
+                      } catch (const IncompleteText &) {
+                          ADD_FAILURE() << text << " is not unfinished";
+                      }
+                  }).empty(),
+                  false)
+            << text;
+    }
+}
+
+TEST(Language, KeywordsOfTheLibraryAndFunctionsAreProtected) {
+    for (const std::string name :
+         {"true", "false", "integer", "float", "identity", "random", "C_order", "Fortran_order", "transpose", "print",
+          "size", "op", "Create", "Fill", "RowReduce", "ReadMatrix", "WriteMatrix", "help"}) {
+        const std::string message = "the name " + name + " is protected";
+        for (const std::string &program :
+             {name + " := 3", "for " + name + " to 2 do end", name + " := '" + name + "'"}) {
+            EXPECT_EQ(error_of(program), message) << program;
+        }
+    }
+    EXPECT_EQ(run("f := proc(integer) random := integer + 1; return random end; f(2); integer"), "3\ninteger\n")
+        << "local variables may have any name";
+    EXPECT_EQ(error_of("saved := cbRandMat; cbRandMat := 3; cbRandMat := saved"), "") << "callbacks may be replaced";
+}
+
+// ---- Memory ----
+
+// Random statements over a few names.
+class RandomStatements {
+  public:
+    explicit RandomStatements(unsigned seed) : random_(seed) {}
+
+    std::string statement() {
+        switch (below(random_, 12)) {
+            case 0:
+                return name("n") + " := " + number(3);
+            case 1:
+                return name("L") + " := " + list(3);
+            case 2:
+                return name("s") + " := " + text(2);
+            case 3:
+                return name("T") + " := " + table();
+            case 4:
+                return name("L") + "[" + std::to_string(between(random_, 1, 3)) + "] := " + value(2);
+            case 5:
+                return name("T") + "[1, " + std::to_string(between(random_, 1, 3)) + "] := " + number(1);
+            case 6:
+                return "for i to 3 do L1 := concat(L1, [i, " + value(2) + "]) end";
+            case 7:
+                return "f := proc(x, y) z := [x, " + value(2) +
+                       "]; y := concat(z, [y]); return [y, z, x, y] end; print(f(" + value(2) + ", " + value(2) + "))";
+            case 8:
+                return "seed(" + std::to_string(below(random_, 100)) + "); Fill(101, random, " + name("T") + ")";
+            case 9:
+                return "RowReduce(101, " + name("T") + ", -1, -1, 0, 0, 0, 'n1', 'n2', 0, 2); print(n1, n2)";
+            case 10:
+                return "for x in " + list(2) + " do if x = " + value(1) + " then print(x) else L2 := [x, L1] end end";
+            default:
+                return "print(" + value(3) + ")";
+        }
+    }
+
+  private:
+    std::string name(const std::string &kind) { return kind + std::to_string(between(random_, 1, 2)); }
+
+    std::string value(int depth) {
+        switch (below(random_, 4)) {
+            case 0:
+                return list(depth);
+            case 1:
+                return text(depth);
+            case 2:
+                return chance(random_, 80) ? number(depth) : name("T");
+            default:
+                return number(depth);
+        }
+    }
+    std::string number(int depth) {
+        if (depth == 0 || chance(random_, 20)) {
+            const char *const constants[] = {"1", "-3", "2.5", "10^20", "7/3", "123456789123456789", "0"};
+            return chance(random_, 50) ? name("n") : pick(random_, constants);
+        }
+        const char *const operators[] = {" + ", " - ", " * ", " / "};
+        switch (below(random_, 4)) {
+            case 0:
+                return "size(" + list(depth - 1) + ")";
+            case 1:
+                return name("T") + "[1, 1]";
+            default:
+                return "(" + number(depth - 1) + pick(random_, operators) + number(depth - 1) + ")";
+        }
+    }
+    std::string list(int depth) {
+        if (depth == 0 || chance(random_, 20)) return name("L");
+        switch (below(random_, 6)) {
+            case 0:
+                return "sort(" + list(depth - 1) + ")";
+            case 1:
+                return "unique(" + list(depth - 1) + ")";
+            case 2:
+                return "concat(" + list(depth - 1) + ", {" + value(depth - 1) + ", " + value(depth - 1) + "})";
+            case 3:
+                return "[op(" + list(depth - 1) + "), " + value(depth - 1) + "]";
+            default:
+                return "[" + value(depth - 1) + ", " + value(depth - 1) + ", " + value(depth - 1) + "]";
+        }
+    }
+    std::string text(int depth) {
+        if (depth == 0 || chance(random_, 30)) return chance(random_, 50) ? name("s") : "\"some text\"";
+        return "join(" + value(depth - 1) + ", " + text(depth - 1) + ")";
+    }
+    std::string table() {
+        const char *const contents[] = {"", "random, ", "5, ", "5, "};
+        const char *const datatypes[] = {"integer[4]", "float[8]", "integer"};
+        const char *const datatype = pick(random_, datatypes);
+        const std::string content = datatype == std::string("integer") ? "5, " : pick(random_, contents);
+        return "Create(101, " + std::to_string(between(random_, 1, 4)) + ", " + std::to_string(between(random_, 1, 4)) +
+               ", " + content + datatype + ")";
+    }
+
+    Random random_;
+};
+
+// A random program, each statement's outcome by itself.
+std::string run_random_program(unsigned seed) {
+    RandomStatements programs(seed);
+    run("seed(1); n1 := 1; n2 := 2; L1 := [1, 2, 3]; L2 := [\"a\", [4], 5]; s1 := \"x\"; s2 := \"y\"; i := 0; x := 0;"
+        "T1 := Create(101, 2, 2, 3, integer[4]); T2 := Create(101, 2, 3, 4, integer)");
+    std::string outcome;
+    for (int k = 0; k < 12; k++) {
+        const std::string statement = programs.statement();
+        std::string output = run(statement);
+        if (output.size() > 20000) output.resize(20000);
+        outcome += statement + "\n" + output;
+        run("if size(L1) > 40 then L1 := [1, 2, 3] end; if size(L2) > 40 then L2 := [4, 5, 6] end");
+    }
+    return outcome;
+}
+
+// Random entries of host integers that are the same in every run.
+constexpr const char *regular_callback =
+    "own := cbRandMat; cbRandMat := proc(p, i, m, j, n, A)"
+    " for a to m do for b to n do A[i + a, j + b] := (10^20 + 7*a + b) mod p end end end";
+
+TEST(Memory, CollectingAtEveryAllocationChangesNothing) {
+    run(regular_callback);
+    int errors = 0;
+    for (unsigned seed = 0; seed < 60; seed++) {
+        std::srand(1);
+        const std::string expected = run_random_program(seed);
+        set_collect_always(true);
+        const std::string outcome = run_random_program(seed);
+        set_collect_always(false);
+        ASSERT_EQ(outcome, expected) << seed;
+        for (size_t at = 0; (at = expected.find("Error: ", at)) != std::string::npos; at++) errors++;
+    }
+    EXPECT_GT(errors, 20);
+    EXPECT_LT(errors, 300) << "too few statements work";
+    run("cbRandMat := own");
+}
+
+TEST(Memory, CallsOfTheLibrarySurviveCollections) {
+    run(regular_callback);
+    const char *const programs[] = {
+        "Create(7, 2, 2, random, integer, Fortran_order); 1",
+        "A := Create(10^30, 3, 1, 10^29, integer); Fill(10^30, random, A, 2..3); A[1, 1]",
+        "A := Create(7, 3, 4, 3, float[8]); RowReduce(7, A, 3, 4, 0, 'd', 'q', 'r', 's', 0, true); print(d, q, r, s, "
+        "A)",
+        "cbReduce := proc(A, i, j, k, l, n, p, d, q, r, s, e, z, mode, flag) L := [A, i, p]; A[1, 1] := p - 1;"
+        "return size(L) - 3 end; A := Create(10^20, 2, 2, integer);"
+        "RowReduce(10^20, A, 2, 2, 0, 0, 0, 0, 0, 0, true); print(A, [p, q]); cbReduce := 'cbReduce'",
+        "Create(7, 2, 2, 10^20, integer[4])",
+        "Create(7, 2, 2, float[4])",
+        "Create(7, 2, 2, float[8], [1, 2.5, \"x\"])",
+        "Fill(7, 2.5, 10^20)",
+    };
+    for (const Unwinding unwinding : {Unwinding::exception, Unwinding::long_jump}) {
+        set_unwinding(unwinding);
+        for (const char *program : programs) {
+            const std::string expected = run(program);
+            set_collect_always(true);
+            const std::string outcome = run(program);
+            set_collect_always(false);
+            EXPECT_EQ(outcome, expected) << program;
+        }
+    }
+    set_unwinding(Unwinding::exception);
+    run("cbRandMat := own");
+}
+
+TEST(Memory, GarbageIsReturned) {
+    run("v := 0");
+    collect_garbage();
+    const HeapStatistics before = heap_statistics();
+    run("for i to 20000 do v := [i, \"text\", 10^20 + i, i/7] end; for i to 50 do v := Create(7, 100, 100, integer[4]) "
+        "end;"
+        "v := 0");
+    collect_garbage();
+    const HeapStatistics after = heap_statistics();
+    EXPECT_LT(after.objects, before.objects + 200);
+    EXPECT_LT(after.bytes, before.bytes + 20000);
+    EXPECT_GT(after.collections, before.collections);
+}
+
+TEST(Memory, IsCollectedAsItGrows) {
+    run("v := 0");
+    collect_garbage();
+    const size_t before = heap_statistics().bytes;
+    size_t most = 0;
+    for (int k = 0; k < 40; k++) {
+        run("v := Create(7, 1000, 2000, integer[4]); L := [1, v]");
+        most = std::max(most, heap_statistics().bytes);
+    }
+    run("v := 0; L := 0");
+    EXPECT_GT(most, before + 8000000);
+    EXPECT_LT(most, 3 * before + 80000000) << "forty tables of 8 MB";
+}
+
+TEST(Memory, AViewKeepsTheDataOfItsTable) {
+    for (const bool always : {false, true}) {
+        set_collect_always(always);
+        run("A := Create(7, 4, 6, integer); for i to 4 do for j to 6 do A[i, j] := 10^20 + 10*i + j end end;"
+            "keeper := []; saved := cbRandMat; W := Create(7, 1, 1, integer)");
+        RtableSettings settings = table_of(eval("A")).settings;
+        settings.view = 1;
+        const int32_t bounds[2] = {2, 6};
+        char *const second = static_cast<char *>(table_of(eval("A")).data) + 2 * 6 * 4;
+        set_name("View", new_table(settings, bounds, second));
+        run("A := 0");
+        collect_garbage();
+        EXPECT_EQ(run("print(View[1, 1], View[2, 6])"), "100000000000000000031 100000000000000000046\n");
+        run("View := 0");
+    }
+    set_collect_always(false);
+    char *const data = static_cast<char *>(table_of(eval("W")).data);
+    const int32_t bounds[2] = {1000, 1000};
+    EXPECT_EQ(new_table(default_settings(), bounds, data), 0u) << "a view that runs past the end of the storage";
+}
+
+TEST(Memory, RootsNamesAndFramesHoldValues) {
+    set_collect_always(true);
+    Roots held;
+    held.values.push_back(eval("[1, [2, \"three\"]]"));
+    const Object on_the_stack = eval("[10^20, \"four\"]");
+    run("v := [5, [10^30]]; for i to 50 do [i, [i]] end");
+    EXPECT_EQ(to_text(held.values[0]), "[1, [2, \"three\"]]");
+    EXPECT_EQ(to_text(on_the_stack), "[100000000000000000000, \"four\"]");
+    EXPECT_EQ(run("v"), "[5, [1000000000000000000000000000000]]\n");
+    set_collect_always(false);
+}
+
+TEST(Memory, WorkMemoryIsTakenBack) {
+    void *const a = lend_memory(100), *const b = lend_memory(0);
+    EXPECT_EQ(lent_count(), 2u);
+    EXPECT_TRUE(return_memory(a));
+    EXPECT_FALSE(return_memory(a));
+    int local = 0;
+    EXPECT_FALSE(return_memory(&local));
+    lend_memory(1000);
+    reclaim_memory(1);
+    EXPECT_EQ(lent_count(), 1u);
+    EXPECT_TRUE(return_memory(b));
+    EXPECT_EQ(lent_count(), 0u);
+}
+
+// ---- Expressions against GMP ----
+
+// A random expression with its value; text as tight as the grammar allows.
+struct Expression {
+    std::string text;
+    mpq_class value;
+    int level;  // 0 sums, 1 products, 2 negations, 3 powers, 4 primaries
+};
+
+std::string enclosed(const Expression &x, int least_level) {
+    return x.level < least_level ? "(" + x.text + ")" : x.text;
+}
+
+mpq_class to_power(const mpq_class &base, int32_t exponent) {
+    mpq_class result = 1;
+    for (int32_t k = 0; k < std::abs(exponent); k++) result *= base;
+    return exponent < 0 ? mpq_class(1 / result) : result;
+}
+
+Expression random_expression(Random &random, int depth) {
+    const std::string space = chance(random, 50) ? " " : "";
+    if (depth == 0 || chance(random, 15)) {
+        mpz_class value = static_cast<unsigned long>(below(random, 12));
+        if (chance(random, 20)) value = 1073741820 + value;
+        if (chance(random, 10)) value *= mpz_class("123456789123456789123456789");
+        return {value.get_str(), value, 4};
+    }
+    Expression a = random_expression(random, depth - 1), b = random_expression(random, depth - 1);
+    switch (below(random, 7)) {
+        case 0:
+            return {enclosed(a, 0) + space + "+" + space + enclosed(b, 1), a.value + b.value, 0};
+        case 1:
+            return {enclosed(a, 0) + space + "-" + space + enclosed(b, 1), a.value - b.value, 0};
+        case 2:
+            return {enclosed(a, 1) + space + "*" + space + enclosed(b, 2), a.value * b.value, 1};
+        case 3:
+            if (b.value == 0) return a;
+            return {enclosed(a, 1) + space + "/" + space + enclosed(b, 2), a.value / b.value, 1};
+        case 4: {
+            if (a.value.get_den() != 1) return a;
+            const mpz_class m = 1 + static_cast<unsigned long>(below(random, 1000));
+            mpz_class r;
+            mpz_mod(r.get_mpz_t(), a.value.get_num_mpz_t(), m.get_mpz_t());
+            return {enclosed(a, 1) + " mod " + m.get_str(), r, 1};
+        }
+        case 5:
+            return {"-" + space + enclosed(a, 2), -a.value, 2};
+        default: {
+            const int32_t exponent = between(random, a.value == 0 ? 0 : -3, 3);
+            return {enclosed(a, 4) + "^" + std::to_string(exponent), to_power(a.value, exponent), 3};
+        }
+    }
+}
+
+TEST(Numbers, RandomExpressionsHaveTheirValues) {
+    Random random(41);
+    for (int round = 0; round < 3000; round++) {
+        const Expression x = random_expression(random, between(random, 1, 6));
+        if (x.text.size() > 3000) continue;
+        ASSERT_EQ(run(x.text), x.value.get_str() + "\n") << x.text;
+        ASSERT_EQ(run("print((" + x.text + ") - (" + x.value.get_str() + "))"), "0\n");
+    }
+}
+
+mpz_class random_integer(Random &random) {
+    mpz_class value = 0;
+    for (uint64_t bits = below(random, 400); bits > 0; bits--) value = 2 * value + chance(random, 50);
+    if (chance(random, 30)) value = (mpz_class(1) << 30) + between(random, -2, 2);
+    if (chance(random, 10)) mpz_ui_pow_ui(value.get_mpz_t(), 10, below(random, 60));
+    return chance(random, 50) ? value : mpz_class(-value);
+}
+
+TEST(Numbers, IntegersAreStoredAsTheLibraryReadsThem) {
+    Random random(42);
+    for (int round = 0; round < 5000; round++) {
+        const mpz_class value = random_integer(random);
+        const Object x = integer_object(value);
+        ASSERT_EQ(is_immediate(x), abs(value) < (mpz_class(1) << 30)) << value;
+        ASSERT_EQ(integer_of(x), value);
+        ASSERT_EQ(to_text(x), value.get_str());
+        ASSERT_EQ(integer_of(eval(value.get_str())), value);
+        if (is_immediate(x)) {
+            ASSERT_EQ(static_cast<int32_t>(x), 2 * value.get_si() + 1);
+            continue;
+        }
+        ASSERT_EQ(type_of(x), value < 0 ? 1u : 2u);
+        mpz_class sum = 0;
+        for (uint32_t i = length_of(x) - 1; i >= 1; i--) {
+            ASSERT_LT(words(x)[i], 10000u);
+            sum = 10000 * sum + words(x)[i];
+        }
+        ASSERT_EQ(sum, abs(value));
+        ASSERT_NE(words(x)[length_of(x) - 1], 0u) << "a leading zero in " << value;
+    }
+}
+
+TEST(Numbers, RawIntegersAreNormalized) {
+    const HostApi &api = host_api();
+    const struct {
+        uint32_t type;
+        std::vector<uint32_t> digits;
+        const char *value;
+    } cases[] = {{2, {0}, "0"},
+                 {1, {0, 0}, "0"},
+                 {2, {5, 0, 0}, "5"},
+                 {1, {5}, "-5"},
+                 {2, {1823, 7374, 10}, "1073741823"},
+                 {2, {1824, 7374, 10, 0}, "1073741824"},
+                 {1, {1823, 7374, 10}, "-1073741823"},
+                 {1, {1824, 7374, 10}, "-1073741824"},
+                 {2, {1, 0, 0, 0, 20, 0}, "200000000000000001"}};
+    for (const auto &[type, digits, value] : cases) {
+        const Object raw = api.NewObject(static_cast<uint32_t>(digits.size()) + 1, type);
+        std::copy(digits.begin(), digits.end(), words(raw) + 1);
+        const Object x = api.NormalizeInteger(raw);
+        EXPECT_EQ(to_text(x), value);
+        EXPECT_TRUE(same_value(x, eval(value))) << value;
+        EXPECT_EQ(is_immediate(x), is_immediate(eval(value))) << value;
+        if (!is_immediate(x)) {
+            EXPECT_EQ(length_of(x), length_of(eval(value))) << value;
+        }
+    }
+}
+
+TEST(Numbers, RationalsAreInLowestTerms) {
+    Random random(43);
+    for (int round = 0; round < 2000; round++) {
+        mpz_class n = random_integer(random), d = random_integer(random);
+        if (d == 0) continue;
+        if (chance(random, 50)) n *= 30, d *= 42;
+        mpq_class value(n, d);
+        value.canonicalize();
+        ASSERT_EQ(run("(" + n.get_str() + ")/(" + d.get_str() + ")"), value.get_str() + "\n");
+        ASSERT_EQ(to_double(eval(value.get_str())), value.get_d());
+    }
+}
+
+TEST(Numbers, FloatsKeepAllTheirBits) {
+    Random random(44);
+    for (int round = 0; round < 5000; round++) {
+        double value = std::bit_cast<double>(random() | uint64_t{random()} << 32);
+        if (chance(random, 30)) value = std::ldexp(between(random, -1000000, 1000000), between(random, -30, 30));
+        if (!std::isfinite(value) || value == 0) continue;
+        const std::string text = to_text(new_float(value));
+        ASSERT_EQ(std::strtod(text.c_str(), nullptr), value) << text;
+        ASSERT_NE(text.find_first_of(".e"), std::string::npos) << text << " looks like an integer";
+        ASSERT_EQ(std::bit_cast<uint64_t>(float_value(eval(text))), std::bit_cast<uint64_t>(value)) << text;
+        const double other = std::ldexp(between(random, 1, 1000), between(random, -3, 3));
+        const std::string b = to_text(new_float(other));
+        ASSERT_EQ(float_value(eval("(" + text + ") + " + b)), value + other);
+        ASSERT_EQ(float_value(eval("(" + text + ") * " + b)), value * other);
+        ASSERT_EQ(float_value(eval("(" + text + ") / " + b)), value / other);
+        ASSERT_EQ(run("(" + text + ") < " + b), value < other ? "true\n" : "false\n");
+    }
+    expect_outputs(
+        {{"1/0.0; -1/0.0; 0/0.0; 1e400", "infinity\n-infinity\nnan\ninfinity\n"}, {"0.0; 1e-400", "0.0\n0.0\n"}});
+}
+
+TEST(Numbers, FixedWritesTheWholeNumber) {
+    expect_outputs({
+        {"fixed(2/3, 3); fixed(-1.5, 0); fixed(7, 2)", "\"0.667\"\n\"-2\"\n\"7.00\"\n"},
+        {"size(fixed(1e40, 20))", "62\n"},
+        {"size(fixed(1e60, 5))", "66\n"},
+        {"size(fixed(-1e300, 20))", "323\n"},
+    });
+}
+
+TEST(Numbers, ResultsThatAreTooLargeAreRefused) {
+    for (const char *program : {"2^(2^29)", "(1/3)^(2^28)", "10^(10^7)", "2^-(2^29)"}) {
+        EXPECT_EQ(error_of(program), "result too large") << program;
+    }
+    expect_outputs({{"1^(2^29); (-1)^(2^29 + 1); 0^(2^29)", "1\n-1\n0\n"}, {"size(join(2^(10^6)))", "301030\n"}});
+}
+
+// ---- Printing ----
+
+TEST(Printing, EveryKindOfValue) {
+    expect_outputs({
+        {"0; -5; 10^20; -10^20", "0\n-5\n100000000000000000000\n-100000000000000000000\n"},
+        {"-2/6", "-1/3\n"},
+        {"2.0; 0.1; 1e100; 1.5e-7", "2.0\n0.1\n1e+100\n1.5e-07\n"},
+        {"\"text\"; print(\"text\"); [\"text\"]", "\"text\"\ntext\n[\"text\"]\n"},
+        {"'name'; undefined[1, 'x']", "name\nundefined[1, x]\n"},
+        {"integer[4]; float[8]; integer[]", "integer[4]\nfloat[8]\ninteger[]\n"},
+        {"1..2; 1 = 2; 'x'..'y'", "1..2\n1 = 2\nx..y\n"},
+        {"proc() end; print", "<procedure>\n<procedure>\n"},
+        {"Create(7, 2, 2, 3, integer)", "[3 3]\n[3 3]\n"},
+        {"[Create(7, 2, 0, integer)]", "[<2 column Vector, integer, C_order>]\n"},
+        {"print(1, [2], \"three\"); print()", "1 [2] three\n\n"},
+        {"print(op([1, 2]), [op([])])", "1 2 []\n"},
+        {"pad(5, 3); pad(\"ab\", -4); pad(12345, 2); pad([1], 5)", "\"  5\"\n\"ab  \"\n\"12345\"\n\"  [1]\"\n"},
+        {"join(1, \"a\", [\"b\"]); join()", "\"1a[\"b\"]\"\n\"\"\n"},
+    });
+}
+
+TEST(Printing, ColumnsOfMatricesAreAligned) {
+    expect_outputs({
+        {"A := Create(7, 2, 3, integer); A[1, 2] := 100; A[2, 3] := -5; A", "[0 100  0]\n[0   0 -5]\n"},
+        {"A := Create(7, 2, 2, float[8], Fortran_order); A[2, 1] := 12; A", "[ 0.0 0.0]\n[12.0 0.0]\n"},
+        {"V := Create(7, 0, 3, integer[4]); V[2] := 10; V", "[0 10 0]\n"},
+        {"V := Create(7, 3, 0, integer[4]); V[2] := 10; V", "[ 0]\n[10]\n[ 0]\n"},
+        {"A := Create(10^30, 1, 2, integer); A[1, 1] := 10^20; A", "[100000000000000000000 0]\n"},
+        {"A", "[100000000000000000000 0]\n"},
+    });
+}
+
+TEST(Printing, LargeMatricesAreDescribed) {
+    expect_outputs({
+        {"Create(7, 31, 30, integer[4])", "<31 x 30 Matrix, integer[4], C_order>\n"},
+        {"Create(7, 30, 31, float[8], Fortran_order)", "<30 x 31 Matrix, float[8], Fortran_order>\n"},
+        {"Create(7, 0, 1000, integer)", "<1000 row Vector, integer, C_order>\n"},
+    });
+    const std::string whole = run("Create(7, 30, 30, integer)");
+    EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 30);
+    set_name("Empty", make_table(MODLA_INTEGER, MODLA_MATRIX, MODLA_C_ORDER, 0, 3));
+    EXPECT_EQ(run("Empty; rows(Empty); columns(Empty)"), "<0 x 3 Matrix, integer, C_order>\n0\n3\n");
+}
+
+// ---- Tables ----
+
+TEST(Tables, EntriesAreReadAndWrittenInPlace) {
+    expect_outputs({
+        {"A := Create(7, 2, 3, integer[4], Fortran_order); A[1, 3] := 5; A[-1, -1] := 6; A; A[2, 3]",
+         "[0 0 5]\n[0 0 6]\n6\n"},
+        {"B := A; B[1, 1] := 9; A[1, 1]", "9\n"},
+        {"rows(A); columns(A)", "2\n3\n"},
+        {"V := Create(7, 0, 3, float[8]); V[2] := 1/4; V[-1] := 3; V; rows(V); columns(V)", "[0.0 0.25 3.0]\n1\n3\n"},
+        {"equal(Create(7, 2, 2, 3, integer[4]), Create(11, 2, 2, 3, float[8], Fortran_order))", "true\n"},
+        {"equal(Create(7, 2, 2, 3, integer), Create(7, 2, 3, 3, integer))", "false\n"},
+        {"f := proc(M) M[1, 1] := 8 end; A := Create(7, 1, 1, integer); f(A); A", "[8]\n"},
+        {"seed(5); A := Create(101, 4, 4, random, float[8]); seed(5); equal(A, Create(101, 4, 4, random, float[8]))",
+         "true\n"},
+        {"seed(5); A := Create(101, 4, 4, random, integer); seed(5); equal(A, Create(101, 4, 4, random, integer))",
+         "true\n"},
+        {"A := Create(7, 1, 1, integer[4]); A[1, 1] := -2^31; A[1, 1]; A[1, 1] := 2^31 - 1; A[1, 1]",
+         "-2147483648\n2147483647\n"},
+    });
+}
+
+// ---- Files ----
+
+class Files : public testing::Test {
+  protected:
+    Files() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "modla_test_XXXXXX").string();
+        directory_ = mkdtemp(pattern.data());
+    }
+    ~Files() override { std::filesystem::remove_all(directory_); }
+
+    std::string path(const std::string &name) const { return directory_ + "/" + name; }
+    void write(const std::string &name, const std::string &text) const {
+        std::ofstream(path(name), std::ios::binary) << text;
+    }
+
+    std::string directory_;
+};
+
+TEST_F(Files, MatricesComeBackAsTheyWereWritten) {
+    Random random(51);
+    for (int round = 0; round < 300; round++) {
+        const int32_t datatypes[] = {MODLA_INTEGER, MODLA_INTEGER4, MODLA_FLOAT8};
+        const char *const keywords[] = {"integer", "integer[4]", "float[8]"};
+        const size_t kind = below(random, 3);
+        const mpz_class p =
+            kind == 0 ? mpz_class("1000000000000000000000000000057") : mpz_class(kind == 1 ? 65521 : 33554393);
+        const int32_t rows = between(random, 1, 7), columns = between(random, 1, 7);
+        const Object A = make_table(datatypes[kind], MODLA_MATRIX, between(random, 0, 1), rows, columns);
+        const unsigned density = static_cast<unsigned>(between(random, 0, 100));
+        for (int32_t i = 1; i <= rows; i++) {
+            for (int32_t j = 1; j <= columns; j++) {
+                if (!chance(random, density)) continue;
+                mpz_class entry = abs(random_integer(random));
+                entry %= p;
+                set_entry(table_of(A), i, j, integer_object(entry));
+            }
+        }
+        set_name("A", A);
+        const std::string file = path(chance(random, 50) ? "a.sms" : "a.mtx");
+        ASSERT_EQ(run("WriteMatrix(\"" + file + "\", A)"), "");
+        for (const char *order : {"", ", Fortran_order", ", C_order"}) {
+            ASSERT_EQ(run("B := ReadMatrix(" + p.get_str() + ", \"" + file + "\", " + keywords[kind] + order +
+                          "); equal(A, B); rows(B); columns(B)"),
+                      "true\n" + std::to_string(rows) + "\n" + std::to_string(columns) + "\n");
+        }
+        ASSERT_EQ(run("B"), run("ReadMatrix(" + p.get_str() + ", \"" + file + "\", " + keywords[kind] + ")"));
+    }
+}
+
+TEST_F(Files, EntriesAreReducedWhenRead) {
+    write("a.mtx",
+          "%%MatrixMarket matrix coordinate integer general\n2 3 4\n1 1 -1\n1 2 100000000000000000000\n"
+          "2 3 7\n2 3 5\n");
+    for (const std::string datatype : {"integer", "integer[4]", "float[8]"}) {
+        set_name("Read", 0);
+        EXPECT_EQ(run("Read := ReadMatrix(7, \"" + path("a.mtx") + "\", " + datatype +
+                      "); equal(Read[1, 1], 6); equal(Read[1, 2], 10^20 mod 7); equal(Read[2, 3], 5); "
+                      "equal(Read[2, 1], 0)"),
+                  "true\ntrue\ntrue\ntrue\n");
+    }
+}
+
+TEST_F(Files, Errors) {
+    write("bad.mtx", "%%MatrixMarket matrix coordinate integer general\n2 2 1\n3 1 1\n");
+    write("lists", "1 2 3\n# comment\n\n-5 10000000000000000000000 # end\n");
+    write("bad_lists", "1 2\n3 x\n");
+    expect_outputs({{"ReadLists(\"" + path("lists") + "\")", "[[1, 2, 3], [-5, 10000000000000000000000]]\n"}});
+    expect_errors({
+        {"ReadLists(\"" + path("bad_lists") + "\")", path("bad_lists") + ":2: 'x' is no integer"},
+        {"ReadMatrix(7, \"" + path("bad.mtx") + "\", integer)", path("bad.mtx") + ":3: row index is not in 1..2"},
+        {"ReadMatrix(7, \"" + path("none") + "\", integer)", "cannot open " + path("none")},
+        {"ReadLists(\"" + path("none") + "\")", "cannot open " + path("none")},
+        {"WriteMatrix(\"" + path("no/where") + "\", Create(7, 1, 1, integer))", "cannot write " + path("no/where")},
+        {"ReadMatrix(7.0, \"" + path("bad.mtx") + "\", integer)", "argument 1, the modulus, must be an integer"},
+        {"A := Create(7, 1, 1, float[8]); A[1, 1] := 0.5; WriteMatrix(\"" + path("a.mtx") + "\", A)",
+         "0.5 is no integer"},
+        {"WriteMatrix(3, A)", "argument 1, the file, must be a string, not 3"},
+        {"WriteMatrix(\"" + path("a.mtx") + "\", 3)", "expected a Matrix or Vector, got 3"},
+    });
+    EXPECT_NE(error_of("ReadLists(\"" + directory_ + "\")"), "") << "a directory";
+    EXPECT_NE(error_of("ReadMatrix(7, \"" + directory_ + "\", integer)"), "") << "a directory";
+}
+
+// ---- The program ----
+
+struct Result {
+    int status = -1;  // of the exit; -2: ended by a signal
+    std::string output, errors;
+};
+
+std::string contents_of(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+class Program : public Files {
+  protected:
+    // Runs the console with a text as its standard input.
+    Result console(const std::vector<std::string> &arguments, const std::string &input = "") {
+        write("stdin", input);
+        const pid_t child = fork();
+        if (child == 0) {
+            limit_time();
+            const int wrong = chdir(directory_.c_str());
+            const int in = open("stdin", O_RDONLY);
+            const int out = open("stdout", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            const int errors = open("stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            if (wrong || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(errors, 2) < 0) _exit(127);
+            execute(arguments);
+        }
+        return {status_of(child), contents_of(path("stdout")), contents_of(path("stderr"))};
+    }
+
+    static void limit_time() {
+        const rlimit seconds = {20, 20};
+        setrlimit(RLIMIT_CPU, &seconds);
+        alarm(200);
+    }
+
+    [[noreturn]] static void execute(const std::vector<std::string> &arguments) {
+        std::vector<char *> argv = {const_cast<char *>(MODLA_CONSOLE)};
+        for (const std::string &argument : arguments) argv.push_back(const_cast<char *>(argument.c_str()));
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+
+    static int status_of(pid_t child) {
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
+    }
+
+    void expect(const Result &result, int status, const std::string &output, const std::string &errors) {
+        EXPECT_EQ(result.status, status) << result.errors;
+        EXPECT_EQ(result.output, output);
+        EXPECT_EQ(result.errors, errors);
+    }
+};
+
+TEST_F(Program, RunsAScript) {
+    write("ok.modla",
+          "# a script\nA := Create(7, 2, 2, 3, integer[4])\nA\nRowReduce(7, A, 2, 2, 0, 0, 0, 'r', 0, 0, true)\nr\n");
+    expect(console({"ok.modla"}), 0, "[3 3]\n[3 3]\n1\n", "");
+    write("bad.modla", "1\n\nv := 1/0\n2\n");
+    expect(console({"bad.modla"}), 1, "1\n", "bad.modla:3: Error: division by zero\n");
+    write("wrong.modla", "1\nif true then\n");
+    expect(console({"wrong.modla"}), 1, "1\n", "wrong.modla:3: Error: expected an expression before the end\n");
+    write("empty.modla", "");
+    expect(console({"empty.modla"}), 0, "", "");
+}
+
+TEST_F(Program, RunsATextAndStandardInput) {
+    expect(console({"-e", "1 + 1; \"a\""}), 0, "2\n\"a\"\n", "");
+    expect(console({"-e", "print(1); 1/0; 3"}), 1, "1\n", "Error: division by zero\n");
+    expect(console({"-e", ""}), 0, "", "");
+    expect(console({}, "v := 6\nv * 7"), 0, "42\n", "");
+    expect(console({"-"}, "1\n\n2/0\n"), 1, "1\n", "stdin:3: Error: division by zero\n");
+    expect(console({}, ""), 0, "", "");
+}
+
+TEST_F(Program, ComplainsAboutItsArguments) {
+    for (const auto &[arguments, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"nowhere.modla"}, "modla: cannot read nowhere.modla"},
+             {{"."}, "modla: cannot read ."},
+             {{"--unknown"}, "modla: unknown option --unknown"},
+             {{"-x", "file"}, "modla: unknown option -x"},
+             {{"-e"}, "modla: -e needs a value"},
+             {{"a", "b"}, "modla: only one script can be run"},
+             {{"--library", "nowhere.so", "-e", "1"}, "modla: nowhere.so"},
+             {{"--library", "stdin", "-e", "1"}, "modla: stdin"}}) {
+        const Result result = console(arguments);
+        EXPECT_EQ(result.status, 2) << arguments[0];
+        EXPECT_EQ(result.output, "") << arguments[0];
+        EXPECT_EQ(result.errors.substr(0, message.size()), message);
+    }
+}
+
+TEST_F(Program, DescribesItself) {
+    const Result help = console({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.errors, "");
+    for (const char *word : {"usage: modla", "-e TEXT", "--library", "ReadMatrix", "print(", "WriteMatrix"}) {
+        EXPECT_NE(help.output.find(word), std::string::npos) << word;
+    }
+    EXPECT_EQ(console({"--version"}).output.substr(0, 6), "modla ");
+    EXPECT_NE(help.output.find(console({"-e", "help()"}).output), std::string::npos);
+}
+
+TEST_F(Program, LoadsTheNamedLibrary) {
+    expect(console({"--library", MODLA_LIBRARY, "-e", "Create(7, 1, 2, 3, integer)"}), 0, "[3 3]\n", "");
+}
+
+TEST_F(Program, FindsFilesBesideTheScript) {
+    std::filesystem::create_directory(path("scripts"));
+    write("scripts/data", "1 2\n");
+    write("scripts/run.modla", "ReadLists(\"data\")\n");
+    expect(console({"scripts/run.modla"}), 0, "[[1, 2]]\n", "");
+}
+
+// Programs that ask for too much: whatever happens, it is no crash, and a failure has a message.
+TEST_F(Program, SurvivesEverything) {
+    const size_t many = 100000;
+    const std::string deep = "x := []; y := []; for i to 200000 do x := [x]; y := [y] end; ";
+    const auto recursive = [](const std::string &before, const std::string &after, size_t times) {
+        return "f := proc(n) if n = 0 then return 0 end; " + repeated(before, times) + "f(n - 1)" +
+               repeated(after, times) + " end; f(390)";
+    };
+    const std::pair<std::string, std::string> programs[] = {
+        {"parentheses", repeated("(", many)},
+        {"brackets", repeated("[", many)},
+        {"braces", repeated("{", many)},
+        {"closing", repeated(")", many)},
+        {"minus", repeated("-", many) + "1"},
+        {"not", repeated("not ", many) + "true"},
+        {"power", repeated("2^", many) + "1"},
+        {"sum", repeated("1+", many) + "1"},
+        {"calls", repeated("f(", many)},
+        {"indices", "x" + repeated("[1]", many)},
+        {"if", repeated("if true then ", many)},
+        {"elif", "if false then 1 " + repeated("elif false then 1 ", many) + "end"},
+        {"proc", repeated("proc() ", many)},
+        {"loops", repeated("for i to 1 do ", many)},
+        {"list", "[" + repeated("1, ", many) + "1]"},
+        {"string", "\"" + repeated("x", 10 * many)},
+        {"digits", repeated("9", many)},
+        {"fraction", "1." + repeated("9", many)},
+        {"name", repeated("a", 10 * many)},
+        {"bytes", std::string("1 \0 2 \xc3\xa9 \xff", 10)},
+        {"recursion", "f := proc() f() end; f()"},
+        {"mutual recursion", "f := proc() g() end; g := proc() f() end; f()"},
+        {"recursive callback",
+         "cbRandMat := proc(p, i, m, j, n, A) Fill(p, random, A) end; Create(7, 2, 2, random, integer)"},
+        {"recursion in nested conditions", recursive("if true then ", " end", 450)},
+        {"recursion in nested loops", recursive("for i in [1] do ", " end", 450)},
+        {"recursion in nested arguments", recursive("op([", "])", 100)},
+        {"recursion in nested signs", recursive("return -(", ")", 100)},
+        {"power tower", "2^(2^40)"},
+        {"squares", "x := 2; for i to 40 do x := x * x end"},
+        {"name cycle", "x := 'y'; y := 'x'; x + 1"},
+        {"chain of names", "for i to 2 do x := 'x' end; x + 1"},
+        {"deep equality", deep + "equal(x, y)"},
+        {"deep inequality", deep + "if x <> y then 1 end"},
+        {"deep set", deep + "{x, y}"},
+        {"deep sort", deep + "sort([x, y])"},
+        {"deep position", deep + "position(x, [y])"},
+        {"deep print", deep + "x; join(x)"},
+        {"deep garbage", "x := []; for i to 1000000 do x := [x] end; x := 0"},
+        {"doubling list", "L := [1]; for i to 40 do L := concat(L, L) end"},
+        {"doubling text", "s := \"ab\"; for i to 40 do s := join(s, s) end"},
+        {"large table", "Create(7, 40000, 40000, integer)"},
+        {"fixed", "fixed(1e308, 20)"},
+        {"pad", "pad(\"x\", 2^29); pad(\"x\", -2^29)"},
+        {"arguments", "print(" + repeated("1, ", 5000) + "1)"},
+    };
+    for (const auto &[name, program] : programs) {
+        const Result result = console({}, program);
+        EXPECT_TRUE(result.status == 0 || result.status == 1) << name << ": status " << result.status;
+        EXPECT_EQ(result.errors.empty(), result.status == 0) << name;
+        if (result.status == 1) {
+            EXPECT_NE(result.errors.find("Error: "), std::string::npos) << name << result.errors;
+        }
+    }
+}
+
+// ---- The prompt ----
+
+class Prompt : public Program {
+  protected:
+    Prompt() {
+        child_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
+        if (child_ == 0) {
+            setenv("TERM", "dumb", 1);
+            setenv("INPUTRC", "/dev/null", 1);
+            limit_time();
+            execute({});
+        }
+    }
+    ~Prompt() override {
+        close(terminal_);
+        if (child_ > 0) kill(child_, SIGKILL), waitpid(child_, nullptr, 0);
+    }
+
+    // Reads up to a text, or to the end of the session.
+    std::string read_until(const std::string &wanted) {
+        std::string text;
+        while (text.find(wanted) == std::string::npos) {
+            pollfd readable = {terminal_, POLLIN, 0};
+            char buffer[4096];
+            if (poll(&readable, 1, 20000) <= 0) break;
+            const ssize_t count = read(terminal_, buffer, sizeof buffer);
+            if (count <= 0) break;
+            for (const char c : std::string(buffer, static_cast<size_t>(count))) {
+                if (c != '\r') text += c;
+            }
+        }
+        return text;
+    }
+
+    // What is shown between a line and the prompt that follows it.
+    std::string enter(const std::string &line, const std::string &prompt = "\n> ") {
+        send(line + "\n");
+        std::string text = read_until(prompt);
+        const size_t echo = text.find(line);
+        if (echo != std::string::npos) text.erase(0, echo + line.size());
+        if (text.size() >= prompt.size()) text.resize(text.size() - prompt.size() + 1);
+        return text.substr(text.find_first_not_of('\n') == std::string::npos ? 0 : text.find_first_not_of('\n'));
+    }
+
+    void send(const std::string &text) {
+        EXPECT_EQ(::write(terminal_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
+    int finish() {
+        send("\x04");
+        read_until("never shown");
+        const int status = status_of(child_);
+        child_ = 0;
+        return status;
+    }
+
+    int terminal_ = -1;
+    pid_t child_ = 0;
+};
+
+TEST_F(Prompt, GoesOnAfterErrors) {
+    EXPECT_NE(read_until("\n> ").find("modLA console"), std::string::npos);
+    EXPECT_EQ(enter("1 + 1"), "2\n");
+    EXPECT_EQ(enter("v := 1/0"), "Error: division by zero\n");
+    EXPECT_EQ(enter(")"), "Error: expected an expression, got ')'\n");
+    EXPECT_EQ(enter("\"abc"), "Error: a string is not closed\n");
+    EXPECT_EQ(enter("Create(7, 2)"), "Error: too few arguments\n");
+    EXPECT_EQ(enter("f := proc() f() end; f()"), "Error: too many procedure calls within each other\n");
+    EXPECT_EQ(enter("w := 5; w"), "5\n");
+    EXPECT_EQ(finish(), 0);
+}
+
+TEST_F(Prompt, ReadsStatementsOfSeveralLines) {
+    read_until("\n> ");
+    enter("f := proc(x)", "\n... ");
+    enter("return x * 2", "\n... ");
+    EXPECT_EQ(enter("end"), "\n");
+    EXPECT_EQ(enter("f(21)"), "42\n");
+    enter("[1,", "\n... ");
+    EXPECT_EQ(enter("2]"), "[1, 2]\n");
+    enter("if true then", "\n... ");
+    EXPECT_EQ(enter(""), "Error: expected an expression before the end\n") << "an empty line gives it up";
+    EXPECT_EQ(enter("3"), "3\n");
+    EXPECT_EQ(finish(), 0);
+}
+
+}  // namespace
