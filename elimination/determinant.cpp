@@ -50,9 +50,7 @@ HostObject modLA_Determinant(const HostApi *api, const HostObject *args) {
         const NativeBlock block = native_block(request.matrix, request.rows, request.columns);
         status = run_reduce(api, block, request.modulus, block.columns, 0, true, &out);
     }
-    if (status != 0) {
-        fail(api, "unknown error");
-    } else if (datatype != MODLA_INTEGER) {
+    if (report_status(api, static_cast<int32_t>(status), {}) && datatype != MODLA_INTEGER) {
         api->AssignName(request.name, residue_to_host(api, datatype, out.det));
     }
     return api->NullValue();

@@ -34,17 +34,9 @@ bool read_lu(const HostApi *api, const HostObject *args, LURequest *request) {
     return check_modulus(api, args[1], &request->modulus, matrix.datatype) && read_output(api, args, 4, &request->det);
 }
 
-bool report_status(const HostApi *api, uint32_t status) {
-    switch (status) {
-        case 0:
-            return true;
-        case 1:
-            return fail(api, "no LU decomposition exists: modulus is composite");
-        case 2:
-            return fail(api, "matrix is singular");
-        default:
-            return fail(api, "unknown error");
-    }
+bool report(const HostApi *api, uint32_t status) {
+    return report_status(api, static_cast<int32_t>(status),
+                         {{1, "no LU decomposition exists: modulus is composite"}, {2, "matrix is singular"}});
 }
 
 uint32_t run_words(const LURequest &request, int32_t *pending, Scalar *det) {
@@ -88,7 +80,7 @@ HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args) {
     if (matrix.datatype == MODLA_INTEGER) {
         const HostObject result = api->CallProcedure(modLA_getfcn(api, "cbLUDecomp"), 5, args[2], args[3],
                                                      api->ToInteger(matrix.rows), args[1], request.det.target);
-        report_status(api, static_cast<uint32_t>(integer_value(result)));
+        report(api, static_cast<uint32_t>(integer_value(result)));
         return api->NullValue();
     }
     int32_t *const pending = static_cast<int32_t *>(api->Alloc(4 * static_cast<uint32_t>(matrix.rows)));
@@ -97,7 +89,7 @@ HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args) {
         matrix.datatype == MODLA_INTEGER4 ? run_words(request, pending, &det) : run_floats(request, pending, &det);
     finish_permutation(request, status);  // before the host is called: it must never see raw words
     api->Free(pending);
-    if (!report_status(api, status)) return api->NullValue();
+    if (!report(api, status)) return api->NullValue();
     if (request.det.name) api->AssignName(request.det.name, residue_to_host(api, matrix.datatype, det));
     return api->NullValue();
 }

@@ -34,9 +34,8 @@ bool read_basis(const HostApi *api, const HostObject *args, BasisRequest *reques
            fail(api, "Matrix rows cannot be less than columns when nullspace is requested");
 }
 
-bool report_status(const HostApi *api, uint32_t status) {
-    if (status == 0) return true;
-    return fail(api, status == 4 ? "unable to compute nullspace: modulus is composite" : "unknown error");
+bool report(const HostApi *api, uint32_t status) {
+    return report_status(api, static_cast<int32_t>(status), {{4, "unable to compute nullspace: modulus is composite"}});
 }
 
 // The rank that the callback finds, through a name of its own.
@@ -47,7 +46,7 @@ HostObject call_basis(const HostApi *api, const HostObject *args, const BasisReq
     call.rank = rank;
     call.pivcols = pivots;
     call.mode = 2;
-    return report_status(api, call_reduce(api, call)) ? api->Evaluate(rank) : api->NullValue();
+    return report(api, call_reduce(api, call)) ? api->Evaluate(rank) : api->NullValue();
 }
 
 }  // namespace
@@ -69,5 +68,5 @@ HostObject modLA_MatBasis(const HostApi *api, const HostObject *args) {
     NativeBlock block = native_block(matrix, {1, matrix.rows}, {1, matrix.columns});
     block.rows = std::max(request.vectors, 0);
     const uint32_t status = run_reduce(api, block, request.modulus, block.columns, 2, false, &out);
-    return report_status(api, status) ? api->ToInteger(out.rank) : api->NullValue();
+    return report(api, status) ? api->ToInteger(out.rank) : api->NullValue();
 }

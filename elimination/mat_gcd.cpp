@@ -64,18 +64,6 @@ int32_t call_gcd(const HostApi *api, const HostObject *args, const GcdRequest &r
     return integer_value(api->CallProcedure(procedure, 4, args[2], args[3], columns, args[1]));
 }
 
-bool report_status(const HostApi *api, int32_t status) {
-    if (status >= -1) return true;
-    switch (status) {
-        case -2:
-            return fail(api, "unable to compute gcd: modulus is composite");
-        case -10:
-            return fail(api, "not implemented yet");
-        default:
-            return fail(api, "unknown error");
-    }
-}
-
 }  // namespace
 
 HostObject modLA_MatGcd(const HostApi *api, const HostObject *args) {
@@ -85,5 +73,8 @@ HostObject modLA_MatGcd(const HostApi *api, const HostObject *args) {
     const int32_t degree = datatype == MODLA_INTEGER4 ? run_words(request)
                            : datatype == MODLA_FLOAT8 ? run_floats(request)
                                                       : call_gcd(api, args, request);
-    return report_status(api, degree) ? api->ToInteger(degree) : api->NullValue();
+    const int32_t status = degree >= -1 ? 0 : degree;
+    const bool done =
+        report_status(api, status, {{-2, "unable to compute gcd: modulus is composite"}, {-10, "not implemented yet"}});
+    return done ? api->ToInteger(degree) : api->NullValue();
 }

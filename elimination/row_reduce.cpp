@@ -48,21 +48,12 @@ bool read_row_reduce(const HostApi *api, const HostObject *args, RowReduceReques
            read_output(api, args, 10, &request->extra) && read_form(api, args[11], &request->mode);
 }
 
-bool report_status(const HostApi *api, uint32_t status) {
-    switch (status) {
-        case 0:
-            return true;
-        case 1:
-            return fail(api, "no inverse exists: modulus is composite");
-        case 2:
-            return fail(api, "matrix is singular");
-        case 3:
-            return fail(api, "matrix has more rows than columns, cannot compute determinant");
-        case 10:
-            return fail(api, "not implemented yet");
-        default:
-            return fail(api, "unknown error");
-    }
+bool report(const HostApi *api, uint32_t status) {
+    return report_status(api, static_cast<int32_t>(status),
+                         {{1, "no inverse exists: modulus is composite"},
+                          {2, "matrix is singular"},
+                          {3, "matrix has more rows than columns, cannot compute determinant"},
+                          {10, "not implemented yet"}});
 }
 
 uint32_t call_row_reduce(const HostApi *api, const HostObject *args, const RowReduceRequest &request) {
@@ -87,7 +78,7 @@ HostObject modLA_RowReduce(const HostApi *api, const HostObject *args) {
     if (!read_row_reduce(api, args, &request)) return api->NullValue();
     const int32_t datatype = request.matrix.datatype;
     if (datatype == MODLA_INTEGER) {
-        report_status(api, call_row_reduce(api, args, request));
+        report(api, call_row_reduce(api, args, request));
         return api->NullValue();
     }
     ReduceOutputs out = {};
@@ -98,7 +89,7 @@ HostObject modLA_RowReduce(const HostApi *api, const HostObject *args) {
     out.extra_wanted = request.extra.name != 0;
     const uint32_t status = run_reduce(api, native_block(request.matrix, request.rows, request.columns),
                                        request.modulus, request.nred, request.mode, false, &out);
-    if (!report_status(api, status)) return api->NullValue();
+    if (!report(api, status)) return api->NullValue();
     if (out.det_wanted) assign(api, request.det, residue_to_host(api, datatype, out.det));
     if (out.pivprod_wanted) assign(api, request.pivprod, residue_to_host(api, datatype, out.pivprod));
     if (out.rank_wanted) assign(api, request.rank, api->ToInteger(out.rank));

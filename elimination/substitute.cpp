@@ -78,19 +78,6 @@ uint32_t modla::run_substitution(const TriangularSystem &system, bool forward) {
 }
 
 void modla::report_substitution(const HostApi *api, uint32_t status, const char *composite) {
-    switch (status) {
-        case 0:
-            return;
-        case 1:
-            fail(api, composite);
-            return;
-        case 2:
-            fail(api, "matrix is singular");
-            return;
-        case 10:
-            fail(api, "not implemented yet");
-            return;
-        default:
-            fail(api, "unknown error");
-    }
+    report_status(api, static_cast<int32_t>(status),
+                  {{1, composite}, {2, "matrix is singular"}, {10, "not implemented yet"}});
 }

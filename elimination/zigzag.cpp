@@ -52,21 +52,6 @@ uint32_t call_zigzag(const HostApi *api, const HostObject *args, int32_t n) {
     return static_cast<uint32_t>(integer_value(api->CallProcedure(procedure, 3, args[2], size, args[1])));
 }
 
-void report_status(const HostApi *api, uint32_t status) {
-    switch (status) {
-        case 0:
-            return;
-        case 1:
-            fail(api, "cannot obtain zigzag form: modulus is composite");
-            return;
-        case 10:
-            fail(api, "not implemented yet");
-            return;
-        default:
-            fail(api, "unknown error");
-    }
-}
-
 }  // namespace
 
 HostObject modLA_ZigZag(const HostApi *api, const HostObject *args) {
@@ -75,6 +60,7 @@ HostObject modLA_ZigZag(const HostApi *api, const HostObject *args) {
     const uint32_t status = request.datatype == MODLA_INTEGER4 ? run_words(request)
                             : request.datatype == MODLA_FLOAT8 ? run_floats(request)
                                                                : call_zigzag(api, args, request.n);
-    report_status(api, status);
+    report_status(api, static_cast<int32_t>(status),
+                  {{1, "cannot obtain zigzag form: modulus is composite"}, {10, "not implemented yet"}});
     return api->NullValue();
 }

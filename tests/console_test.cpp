@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <set>
 
 #include "console/number.h"
 #include "fake_host.h"
@@ -565,6 +566,25 @@ TEST(Memory, WorkMemoryIsTakenBack) {
     EXPECT_EQ(lent_count(), 0u);
 }
 
+// An entry point that holds work memory while an error leaves it.
+Object fail_with_memory(const HostApi *api, const Object *) {
+    api->Alloc(100);
+    api->Alloc(200);
+    api->RaiseError("no %1", immediate(7));
+    return api->NullValue();
+}
+
+TEST(Memory, OfTheLibraryIsTakenBackAfterErrors) {
+    for (const Unwinding unwinding : {Unwinding::exception, Unwinding::long_jump}) {
+        set_unwinding(unwinding);
+        void *const outer = lend_memory(10);
+        EXPECT_EQ(message_of([] { call_entry_point(fail_with_memory, {}); }), "no 7");
+        EXPECT_EQ(lent_count(), 1u) << "what was lent before the call stays";
+        EXPECT_TRUE(return_memory(outer));
+    }
+    set_unwinding(Unwinding::exception);
+}
+
 // ---- Expressions against GMP ----
 
 // A random expression with its value; text as tight as the grammar allows.
@@ -699,6 +719,50 @@ TEST(Numbers, RationalsAreInLowestTerms) {
         value.canonicalize();
         ASSERT_EQ(run("(" + n.get_str() + ")/(" + d.get_str() + ")"), value.get_str() + "\n");
         ASSERT_EQ(to_double(eval(value.get_str())), value.get_d());
+    }
+}
+
+TEST(Numbers, AreOrderedByValue) {
+    Random random(45);
+    const auto number = [&] {
+        mpq_class value(between(random, -20, 20), between(random, 1, 6));
+        if (chance(random, 20)) value += mpq_class(random_integer(random));
+        value.canonicalize();
+        return value;
+    };
+    for (int round = 0; round < 2000; round++) {
+        const mpq_class a = number(), b = chance(random, 10) ? a : number();
+        const std::string x = "(" + a.get_str() + ") ", y = " (" + b.get_str() + ")";
+        const auto truth = [](bool value) { return value ? "true\n" : "false\n"; };
+        ASSERT_EQ(run(x + "<" + y), truth(a < b)) << a << ", " << b;
+        ASSERT_EQ(run(x + "<=" + y), truth(a <= b)) << a << ", " << b;
+        ASSERT_EQ(run(x + ">" + y), truth(a > b)) << a << ", " << b;
+        ASSERT_EQ(run(x + ">=" + y), truth(a >= b)) << a << ", " << b;
+        ASSERT_EQ(run(x + "<>" + y), truth(a != b)) << a << ", " << b;
+    }
+}
+
+TEST(Numbers, SortedListsAreSearchedByBisection) {
+    Random random(46);
+    for (int round = 0; round < 300; round++) {
+        std::string list;
+        std::set<mpq_class> members;
+        for (uint64_t n = below(random, 12); n > 0; n--) {
+            mpq_class member(between(random, -9, 9), between(random, 1, 3));
+            member.canonicalize();
+            members.insert(member);
+            list += (list.empty() ? "" : ", ") + member.get_str();
+        }
+        std::string sorted;
+        for (const mpq_class &member : members) sorted += (sorted.empty() ? "" : ", ") + member.get_str();
+        ASSERT_EQ(run("L := unique([" + list + "]); L"), "[" + sorted + "]\n");
+        int place = 0;
+        for (const mpq_class &member : members) {
+            const std::string expected = std::to_string(++place) + "\n";
+            ASSERT_EQ(run("bisect(" + member.get_str() + ", L)"), expected) << sorted;
+            ASSERT_EQ(run("position(" + member.get_str() + ", L)"), expected) << sorted;
+        }
+        ASSERT_EQ(run("bisect(1/7, L); position(1/7, L); bisect(100, L); bisect(-100, L)"), "0\n0\n0\n0\n");
     }
 }
 

@@ -17,6 +17,7 @@
 #include "session.h"
 
 using namespace modla::console;
+using modla_test::Callback;
 using modla_test::below, modla_test::chance, modla_test::pick, modla_test::Random;
 using modla_test::error_of, modla_test::eval, modla_test::is_assigned, modla_test::make_table;
 using modla_test::message_of, modla_test::raised_messages, modla_test::recording_host, modla_test::run;
@@ -74,22 +75,6 @@ void set_integer(const Table &table, int32_t i, int32_t j, int64_t value) {
 int64_t get_integer(const Table &table, int32_t i, int32_t j) {
     return integer_of(get_entry_integer(table, i, j)).get_si();
 }
-
-// Puts a C++ procedure in the place of a callback; the console's own state comes back at the end.
-class Callback {
-  public:
-    Callback(const std::string &name, std::function<Object(const std::vector<Object> &)> run) : name_(name) {
-        held_.values.push_back(words(global_name(name))[1]);
-        set_name(name, make_native(name, std::move(run)));
-    }
-    ~Callback() { words(global_name(name_))[1] = held_.values[0]; }
-    Callback(const Callback &) = delete;
-    Callback &operator=(const Callback &) = delete;
-
-  private:
-    std::string name_;
-    Roots held_;
-};
 
 // ---- Errors: every check, in its order, with nothing written ----
 

@@ -19,6 +19,7 @@
 #include "session.h"
 
 using namespace modla::console;
+using modla_test::Callback;
 using modla_test::below, modla_test::chance, modla_test::current_fp_mode, modla_test::foreign_fp_modes;
 using modla_test::error_of, modla_test::eval, modla_test::is_assigned, modla_test::make_table, modla_test::set_name;
 using modla_test::FpMode, modla_test::keeps_fp_mode, modla_test::pick, modla_test::Random, modla_test::run;
@@ -993,22 +994,6 @@ std::vector<Subject> subjects() {
     }
     return list;
 }
-
-// Puts a C++ procedure in the place of a callback.
-class Callback {
-  public:
-    Callback(const std::string &name, std::function<Object(const std::vector<Object> &)> body) : name_(name) {
-        held_.values.push_back(words(global_name(name))[1]);
-        set_name(name, make_native(name, std::move(body)));
-    }
-    ~Callback() { words(global_name(name_))[1] = held_.values[0]; }
-    Callback(const Callback &) = delete;
-    Callback &operator=(const Callback &) = delete;
-
-  private:
-    std::string name_;
-    Roots held_;
-};
 
 class LinearSystemFaults : public testing::Test {
   protected:

@@ -19,6 +19,7 @@
 #include "session.h"
 
 using namespace modla::console;
+using modla_test::Callback;
 using modla_test::below, modla_test::chance, modla_test::current_fp_mode, modla_test::foreign_fp_modes;
 using modla_test::error_of, modla_test::eval, modla_test::make_table, modla_test::run, modla_test::set_name;
 using modla_test::FpMode, modla_test::keeps_fp_mode, modla_test::pick, modla_test::Random;
@@ -929,22 +930,6 @@ Grid entries_of(Object x) {
     }
     return A;
 }
-
-// Puts a C++ procedure in the place of a callback for a while.
-class Callback {
-  public:
-    Callback(const std::string &name, std::function<Object(const std::vector<Object> &)> run) : name_(name) {
-        held_.values.push_back(words(global_name(name))[1]);
-        set_name(name, make_native(name, std::move(run)));
-    }
-    ~Callback() { words(global_name(name_))[1] = held_.values[0]; }
-    Callback(const Callback &) = delete;
-    Callback &operator=(const Callback &) = delete;
-
-  private:
-    std::string name_;
-    Roots held_;
-};
 
 // Another text of one argument (position 0: one argument more or fewer), and the message that it is to raise.
 struct Fault {

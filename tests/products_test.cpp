@@ -712,8 +712,8 @@ HostApi untidy_host() {
     HostApi api = host_api();
     api.RtableCreate = [](RtableSettings *settings, void *data, int32_t *bounds) {
         const Object object = host_api().RtableCreate(settings, data, bounds);
-        const DataBlock &block = *table_of(object).block;
-        if (!data && !block.holds_values) std::memset(block.base, 0x41, block.bytes);
+        const DataBlock *const block = table_of(object).block;
+        if (!data && !block->holds_values) std::memset(block->base, 0x41, block->bytes);
         return object;
     };
     return api;

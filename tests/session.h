@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -122,6 +123,22 @@ inline std::vector<char> storage_of(Object table) {
     const modla::console::DataBlock &block = *modla::console::table_of(table).block;
     return {block.base, block.base + block.bytes};
 }
+
+// Puts a C++ procedure in the place of a callback for a while.
+class Callback {
+  public:
+    Callback(const std::string &name, std::function<Object(const std::vector<Object> &)> run) : name_(name) {
+        held_.values.push_back(modla::console::words(modla::console::global_name(name))[1]);
+        set_name(name, modla::console::make_native(name, std::move(run)));
+    }
+    ~Callback() { modla::console::words(modla::console::global_name(name_))[1] = held_.values[0]; }
+    Callback(const Callback &) = delete;
+    Callback &operator=(const Callback &) = delete;
+
+  private:
+    std::string name_;
+    modla::console::Roots held_;
+};
 
 // ---- A host whose RaiseError returns ----
 
