@@ -58,8 +58,7 @@ uint32_t run_floats(const LURequest &request, int32_t *pending, Scalar *det) {
     const auto kernel = matrix.order == MODLA_C_ORDER ? modLA_LU_C_f_nop : modLA_LU_F_f_nop;
     det->real = 0;
     return kernel(static_cast<double *>(matrix.data), request.permutation.entries, matrix.rows, matrix.rows, p, pinv,
-                  request.det.name ? &det->real : nullptr, pending,
-                  pending_bound<Float>(static_cast<uint32_t>(static_cast<int32_t>(p))));
+                  request.det.name ? &det->real : nullptr, pending, pending_bound<Float>(modulus_of(p)));
 }
 
 // Turns the raw row numbers that a kernel left in a Vector of host integers into such; zeros after a failure.

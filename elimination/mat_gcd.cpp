@@ -54,8 +54,7 @@ int32_t run_floats(const GcdRequest &request) {
     const double pinv = with_standard_mode([&] { return pinv_of(p); });
     const auto kernel = c_order ? modLA_RowGcd_C_f : modLA_RowGcd_F_f;
     return kernel(static_cast<double *>(matrix.data), request.polynomials, matrix.columns,
-                  c_order ? matrix.columns : matrix.rows, p, pinv,
-                  pending_bound<Float>(static_cast<uint32_t>(static_cast<int32_t>(p))));
+                  c_order ? matrix.columns : matrix.rows, p, pinv, pending_bound<Float>(modulus_of(p)));
 }
 
 int32_t call_gcd(const HostApi *api, const HostObject *args, const GcdRequest &request) {

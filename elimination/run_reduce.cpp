@@ -59,8 +59,7 @@ uint32_t run_floats(const NativeBlock &block, double p, int32_t nred, int32_t mo
 uint32_t modla::run_reduce(const HostApi *api, const NativeBlock &block, const Scalar &modulus, int32_t nred,
                            int32_t mode, bool detonly, ReduceOutputs *outputs) {
     const bool words = block.datatype == MODLA_INTEGER4;
-    const uint32_t p =
-        words ? static_cast<uint32_t>(modulus.word) : static_cast<uint32_t>(static_cast<int32_t>(modulus.real));
+    const uint32_t p = words ? static_cast<uint32_t>(modulus.word) : modulus_of(modulus.real);
     const int32_t maxpending = words ? pending_bound<Word>(p) : pending_bound<Float>(p);
     const uint32_t counters = block.rows > 0 ? static_cast<uint32_t>(block.rows) : 0;
     const bool delayed = !words || maxpending > 1;

@@ -73,8 +73,7 @@ uint32_t modla::run_substitution(const TriangularSystem &system, bool forward) {
     const double p = system.modulus.real;
     const double pinv = with_standard_mode([&] { return pinv_of(p); });
     return call(system, forward, c_order ? modLA_ForSub_C_f_nop : modLA_ForSub_F_f_nop,
-                c_order ? modLA_BackSub_C_f_nop : modLA_BackSub_F_f_nop, p, pinv,
-                pending_bound<Float>(static_cast<uint32_t>(static_cast<int32_t>(p))));
+                c_order ? modLA_BackSub_C_f_nop : modLA_BackSub_F_f_nop, p, pinv, pending_bound<Float>(modulus_of(p)));
 }
 
 void modla::report_substitution(const HostApi *api, uint32_t status, const char *composite) {

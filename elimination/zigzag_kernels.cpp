@@ -16,6 +16,7 @@ uint32_t run(const Residue &residue, void *data, int32_t n, uint32_t p) {
 
 }  // namespace
 
+// The count of the interface is not needed: the bound on postponed sums follows from p.
 uint32_t modLA_ZigZag_C_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t)) {
     (void)pinv, (void)count;
     return run<Word, true>(make_word(p), data, n, p);
@@ -28,10 +29,10 @@ uint32_t modLA_ZigZag_F_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t)) {
 
 uint32_t modLA_ZigZag_C_f(MODLA_ZIGZAG_ARGUMENTS(double)) {
     (void)count;
-    return run<Float, true>({p, pinv}, data, n, static_cast<uint32_t>(p));
+    return run<Float, true>({p, pinv}, data, n, modulus_of(p));
 }
 
 uint32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double)) {
     (void)count;
-    return run<Float, false>({p, pinv}, data, n, static_cast<uint32_t>(p));
+    return run<Float, false>({p, pinv}, data, n, modulus_of(p));
 }

@@ -78,7 +78,7 @@ typedef struct RtableSettings {
 
 /* The host's operations: 101 slots, numbered from 0.  The library calls the named ones only. */
 typedef struct HostApi {
-    void *(*Alloc)(uint32_t bytes);                                             /*  0: work memory of the host */
+    void *(*Alloc)(uint32_t bytes);                                             /*  0: never null: the host raises */
     HostObject (*NewObject)(uint32_t length, uint32_t type_id);                 /*  1: raw object of length words */
     void (*AssignName)(HostObject name, HostObject value);                      /*  2: assign an output */
     void *reserved_3;                                                           /*  3 */

@@ -143,7 +143,7 @@ void multiply_classically(const Accumulator &sums, int32_t m, int32_t k, int32_t
 // The product of residues, with the accumulator that suits the modulus.
 inline void multiply_blocks(const Word &word, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,
                             Operand<const uint32_t> B, Operand<uint32_t> C, bool sparse) {
-    const int32_t bound = word.p > 1 ? pending_bound<Word>(word.p) : 1;
+    const int32_t bound = pending_bound<Word>(word.p);
     if (bound >= std::min(k, 16)) {
         multiply_classically(NarrowWord{word}, m, k, n, A, B, C, bound, sparse);
     } else {
@@ -154,8 +154,8 @@ inline void multiply_blocks(const Word &word, int32_t m, int32_t k, int32_t n, O
 
 inline void multiply_blocks(const Float &residue, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
                             Operand<const StoredDouble> B, Operand<StoredDouble> C, bool sparse) {
-    const uint32_t p = static_cast<uint32_t>(static_cast<int32_t>(residue.p));
-    const int32_t bound = p > 1 ? pending_bound<Float>(p) : 1;
+    const uint32_t p = modulus_of(residue.p);
+    const int32_t bound = pending_bound<Float>(p);
     multiply_classically(FloatSum{residue}, m, k, n, A, B, C, bound, sparse);
 }
 

@@ -75,7 +75,7 @@ bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<Stor
 
 void modla::multiply_with_blas(const Float &residue, int32_t m, int32_t k, int32_t n, Factor A, Factor B,
                                Operand<StoredDouble> C, bool sparse) {
-    const uint32_t p = static_cast<uint32_t>(static_cast<int32_t>(residue.p));
+    const uint32_t p = modulus_of(residue.p);
     if (p < 2 || k > pending_bound<Float>(p) || !call_blas(m, k, n, A, B, C)) {
         return multiply_blocks(residue, m, k, n, A, B, C, sparse);
     }

@@ -51,7 +51,7 @@ HostObject modLA_MatMult_iw(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(uint32_t
 
 HostObject modLA_MatMult_f(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(double), int32_t sparse, double *workspace,
                            int32_t length) {
-    const uint32_t modulus = static_cast<uint32_t>(static_cast<int32_t>(p));
+    const uint32_t modulus = modulus_of(p);
     const int32_t L = pending_bound<Float>(modulus);
     const double T = static_cast<double>(static_cast<int64_t>(headroom(Float::limit, modulus)));
     if (k == 1) {

@@ -9,7 +9,7 @@ using namespace modla;
 
 namespace {
 
-constexpr int32_t strassen_threshold = 20;  // for words
+constexpr int32_t strassen_threshold = 20;  // words: above it a workspace is provided; the kernel decides on its use
 
 struct MultiplyRequest {
     bool scalar_given;
@@ -253,7 +253,7 @@ HostObject scalar_object(const HostApi *api, const MultiplyRequest &request) {
 }  // namespace
 
 HostObject modLA_Multiply(const HostApi *api, const HostObject *args) {
-    MultiplyRequest request;
+    MultiplyRequest request = {};
     if (!read_multiply(api, args, &request)) return api->NullValue();
     if (request.first().empty || request.B.empty || request.C.empty) {
         clear_block(request.C);

@@ -17,9 +17,10 @@
 namespace modla {
 
 // How many products of residues may be added to a residue before it must be reduced: floor((limit - p) / (p-1)^2),
-// capped; p >= 2.
+// capped; 1 for p < 2, which no host can pass.
 template <class Residue>
 int32_t pending_bound(uint32_t p) {
+    if (p < 2) return 1;
     const uint64_t square = static_cast<uint64_t>(p - 1) * (p - 1);
     const uint64_t bound = (Residue::limit - p) / square;
     return bound > 2147483646 ? 2147483646 : static_cast<int32_t>(bound);
@@ -147,6 +148,11 @@ struct Float {
         return r < 0 ? p + r : r + 0.0;
     }
 };
+
+// A float modulus as an integer.
+inline uint32_t modulus_of(double p) {
+    return static_cast<uint32_t>(static_cast<int32_t>(p));
+}
 
 inline double pinv_of(double p) {
     return 1.0000000000000002 / p;

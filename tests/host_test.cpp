@@ -327,6 +327,26 @@ TEST(Modulus, WithoutAFillValue) {
     }
 }
 
+// Only the float representation looks at a default fill value.
+TEST(Modulus, DefaultFillValuesOutOfRange) {
+    for (const int32_t default_fill : {3, 5, -1}) {
+        for (const int32_t datatype : {0, 4, 6}) {
+            Cell out_modulus, out_fill = sentinel();
+            const std::string error = message_of([&] {
+                validate_modulus(&host_api(), immediate(3), &out_modulus, datatype, nullptr, &out_fill, "fill",
+                                 default_fill);
+            });
+            if (datatype == MODLA_FLOAT8) {
+                EXPECT_EQ(error, "fill value must be an integral numeric value in the range 0..modulus-1");
+                EXPECT_TRUE(is_sentinel(out_fill));
+            } else {
+                EXPECT_EQ(error, "");
+                EXPECT_EQ(cell_value(out_fill, datatype), default_fill);
+            }
+        }
+    }
+}
+
 TEST(Modulus, RoleWordsFillABufferOf200Characters) {
     const std::string text = " value must be an integral numeric value in the range 0..modulus-1";
     for (const std::string &word : {std::string("multiplier"), std::string(), std::string(132, 'x'),
