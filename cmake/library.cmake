@@ -17,6 +17,7 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/elimination/zigzag_kernels.cpp
   ${PROJECT_SOURCE_DIR}/host/arguments.cpp
   ${PROJECT_SOURCE_DIR}/host/datatype.cpp
+  ${PROJECT_SOURCE_DIR}/host/flexinput.cpp
   ${PROJECT_SOURCE_DIR}/host/modulus.cpp
   ${PROJECT_SOURCE_DIR}/host/register.cpp
   ${PROJECT_SOURCE_DIR}/host/rtable.cpp
@@ -25,6 +26,7 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/objects/copy.cpp
   ${PROJECT_SOURCE_DIR}/objects/create.cpp
   ${PROJECT_SOURCE_DIR}/objects/fill.cpp
+  ${PROJECT_SOURCE_DIR}/objects/mod.cpp
   ${PROJECT_SOURCE_DIR}/objects/permute.cpp
   ${PROJECT_SOURCE_DIR}/objects/swap.cpp
   ${PROJECT_SOURCE_DIR}/objects/triangle.cpp
@@ -35,6 +37,7 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/products/mat_mult.cpp
   ${PROJECT_SOURCE_DIR}/products/multiply.cpp
   ${PROJECT_SOURCE_DIR}/products/strassen.cpp
+  ${PROJECT_SOURCE_DIR}/scalar/evaluate.cpp
   ${PROJECT_SOURCE_DIR}/scalar/host_integer.cpp
   ${PROJECT_SOURCE_DIR}/scalar/inverse.cpp
   ${PROJECT_SOURCE_DIR}/scalar/polynomial.cpp

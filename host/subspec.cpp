@@ -79,8 +79,9 @@ bool read_selection(const HostApi *api, const HostObject *args, int32_t *positio
 }
 
 // The selected count, checked against the required one.
-bool check_count(const HostApi *api, const Axis &axis, int32_t required, int32_t argno, const AxisMessages &messages,
-                 int32_t *count) {
+bool check_count(const HostApi *api, const Axis &axis, int32_t required, bool shortcut_only, int32_t argno,
+                 const AxisMessages &messages, int32_t *count) {
+    if (shortcut_only && (!axis.present || axis.last != Axis::single)) required = -1;
     const auto fail_with = [&](const char *message) { return fail(api, message, api->ToInteger(argno)); };
     const int32_t length = axis.last - axis.first + 1;  // of a range
     *count = 0;
@@ -153,8 +154,9 @@ bool modla::read_block(const HostApi *api, const HostObject *args, int32_t *posi
     out->row_step = rows.step;
     out->column_step = columns.step;
     out->empty = (rows.present && rows.bound <= 0) || (columns.present && columns.bound <= 0);
-    if (!check_count(api, rows, required.rows, argno, row_messages, &out->rows)) return false;
-    if (!check_count(api, columns, required.columns, argno, column_messages, &out->columns)) return false;
+    if (!check_count(api, rows, required.rows, required.shortcut_only, argno, row_messages, &out->rows)) return false;
+    if (!check_count(api, columns, required.columns, required.shortcut_only, argno, column_messages, &out->columns))
+        return false;
     const int64_t offset = (int64_t{columns.first} - 1) * columns.step + (int64_t{rows.first} - 1) * rows.step;
     out->data = entry_address(api->RtableData(object), settings.datatype, offset);
     return true;

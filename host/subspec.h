@@ -22,6 +22,7 @@ struct BlockRequirement {
     int32_t rows = -1;
     int32_t columns = -1;
     bool allow_transpose = false;
+    bool shortcut_only = false;  // the counts only tell how far a block that a single index stands for reaches
 };
 
 // process_subspec, telling whether the checks passed.

@@ -44,8 +44,13 @@ typedef uint32_t HostObject;
 enum {
     MODLA_TYPE_NEGATIVE_INTEGER = 1, /* words 1..: base-10000 digits of the magnitude, least significant first */
     MODLA_TYPE_POSITIVE_INTEGER = 2, /* the same */
+    MODLA_TYPE_RATIONAL = 3,         /* words 1 and 2: numerator, denominator */
+    MODLA_TYPE_COMPLEX = 6,          /* length 2: imaginary part; length 3: real part, imaginary part */
     MODLA_TYPE_INDEXED_NAME = 10,    /* word 1: base name; word 2: expression sequence of the indices */
+    MODLA_TYPE_SYMBOLIC_POWER = 13,  /* a power whose exponent is no number */
     MODLA_TYPE_POWER = 14,           /* length 3: base, exponent; longer: a product of base, exponent pairs */
+    MODLA_TYPE_SUM = 16,             /* pairs of term and coefficient */
+    MODLA_TYPE_POLYNOMIAL = 17,      /* modp1: variable, modulus, coefficients from that of degree 0 */
     MODLA_TYPE_EQUATION = 20,        /* words 1 and 2: the two sides */
     MODLA_TYPE_SEQUENCE = 29,        /* words 1..length-1: the elements */
     MODLA_TYPE_LIST = 30,            /* word 1: a sequence; or words 1..length-1: the elements */
@@ -189,6 +194,26 @@ MODLA_API HostObject modLA_Swap(const HostApi *api, const HostObject *args);
  * Matrix or Vector"; "invalid permutation vector", when the steps before the invalid entry have been made; those of
  * validate_modulus. */
 MODLA_API HostObject modLA_Permute(const HostApi *api, const HostObject *args);
+
+/* Mod(p, input [, rows] [, columns] [, transpose] [, evaluations], block | datatype [, C_order | Fortran_order]): the
+ * entries of the input mod p, in 0..p-1, in a new object or in a block.  The input is a table of any datatype, a list
+ * or set of values (a column), a list or set of lists (rows; missing entries are 0), or a list or set of Vectors of one
+ * kind (rows or columns).  Entries of datatype "integer" and of lists are expressions, evaluated as by modeval_iw; the
+ * evaluations, an equation or a list or set of them, give residues to names, powers of names and the complex unit (of
+ * equal left-hand sides the first counts).  Words are signed; doubles are rounded, halves upward.  A single index of the
+ * block stands for a block of the input's shape; what a larger block holds beyond the input becomes 0.  The block may
+ * overlap the input.  Returns the new object or NullValue().
+ * Datatype "integer" calls "cbMod"(p, first row, last row, first column, last column, view) or, with evaluations,
+ * "cbModEval" with the evaluations as seventh argument, once the values are in place as they are.
+ * "argument 1, the modulus, must be an integer"; "too few arguments, expected input object for argument 2"; those of
+ * process_flexinput; "too few arguments, expected output object or description for argument %1"; those of
+ * process_datatype and process_subspec; "expected ordering for argument %1, got %2"; "too many arguments, starting at
+ * argument %1, %2"; those of validate_modulus; "evaluation list/set can only be specified for algebraic input"; "empty
+ * evaluation list/set not allowed"; "evaluations must be a list/set of equations"; "rhs of evaluation must be an integer
+ * in the range 0..modulus-1"; those of new_modLA_rtable; "input has too many rows (columns) for specified output";
+ * "invalid input type" for a NaN and "float too large" beyond 2^53 - 1, before anything is written; those of modeval_iw,
+ * which leave the block partly written. */
+MODLA_API HostObject modLA_Mod(const HostApi *api, const HostObject *args);
 
 /* AddMult(p [, c], A [, transpose], B [, transpose] [, block | C_order | Fortran_order] [, sparse]): A + c*B mod p, c
  * = 1 by default, for blocks of the same datatype and shape, into a new object or into a block, which may overlap A
@@ -363,6 +388,26 @@ MODLA_API void *process_subspec(const HostApi *api, const HostObject *args, int3
                                 int32_t allow_transpose, int32_t *out_datatype, int32_t *out_order, int32_t *out_rows,
                                 int32_t *out_row_step, int32_t *out_columns, int32_t *out_column_step);
 
+/* Reads an input that is a table, or a list or set of values, of lists or of Vectors, then [, rows] [, columns] [,
+ * transpose], at args[*position], and advances *position past it.  out_dimensions: 1 or 2.  The (first, count, step)
+ * triples tell which lines and entries are selected: first from 1 (0 along a missing dimension), count 0 for a single
+ * index or a missing dimension, step in entries of a table (0 for lists).  The first triple runs along the rows of a
+ * table, the elements of a list, or the entries of a row Vector; with *in_out_transposed, 0 before the call, it
+ * describes the columns of the result.  A list of column Vectors sets *out_vectors_were_columns, and is transposed.
+ * Nothing is stored when a check fails; out pointers may be null.
+ * "argument %1 must be a set, list, or Matrix/Vector"; "argument %1 has invalid datatype"; "argument %1 must have
+ * rectangular storage"; "argument %1 cannot be an 'Array', use 'Matrix' or 'Vector' instead"; "argument %1 cannot be an
+ * empty list/set"; "argument %1 list/set elements must be lists, sets or vectors"; "argument %1 vectors have invalid
+ * datatype"; "argument %1 vectors must have rectangular storage"; "argument %1 vectors cannot be empty"; "argument %1
+ * vectors must be of uniform type"; "argument %1 vectors must have a uniform number of elements"; "argument %1 cannot be
+ * a list/set with mixed object types"; "argument %1 row specification out of range"; "argument %1 cannot have empty row
+ * range"; the last two for columns. */
+MODLA_API void process_flexinput(const HostApi *api, const HostObject *args, int32_t *position, int32_t n,
+                                 int32_t *out_datatype, int32_t *out_dimensions, int32_t *out_is_list,
+                                 int32_t *out_list_of_lists, int32_t *out_first, int32_t *out_count, int32_t *out_step,
+                                 int32_t *out_second_first, int32_t *out_second_count, int32_t *out_second_step,
+                                 int32_t *in_out_transposed, int32_t *out_vectors_were_columns);
+
 /* ---- Scalar helpers ------------------------------------------------------------------------------------------
  *
  * Word twins (_iw): residues are uint32_t, p <= 65535.  Float twins (_f): residues are doubles holding integers,
@@ -390,6 +435,19 @@ MODLA_API double modunknpow_f(double *table, int32_t e, double p, double pinv);
  * when that modulus exceeds 46327, plain residues otherwise), from the power table of x, which is extended. */
 MODLA_API uint32_t modzppolyeval_iw(HostObject poly, uint32_t *table, uint32_t p);
 MODLA_API double modzppolyeval_f(HostObject poly, double *table, double p, double pinv);
+
+/* The residue of an expression: integers, rationals, complex numbers, sums, products, powers and modp1 polynomials over
+ * names[0..n-1] (names, powers of names, the complex unit), whose values and powers are in the tables, 32 residues
+ * each, end to end.  A negative multiple of p that stands alone gives p.  The recursion is as deep as the nesting.
+ * "division by zero"; "unable to evaluate to modp values", for a complex number without a listed unit; "unable to mod
+ * input containing variable exponents"; "exponent too large", for one that is not immediate; "internal error 2", for an
+ * integer factor with an exponent; "internal error", for a coefficient that is no integer; "unable to mod input
+ * containing modp2 polynomials"; "modp1 polynomial modulus must be the same as the modp modulus"; "unable to mod input,
+ * cannot evaluate %1 to an integer".  Returns 0 should RaiseError return. */
+MODLA_API uint32_t modeval_iw(const HostApi *api, uint32_t p, HostObject object, const HostObject *names,
+                              uint32_t *tables, int32_t n);
+MODLA_API double modeval_f(const HostApi *api, double p, uint32_t unused, HostObject object, const HostObject *names,
+                           double *tables, int32_t n, double pinv);
 
 /* A machine integer as a host integer. */
 MODLA_API HostObject M_INTtoTolvexInt(const HostApi *api, int32_t value);

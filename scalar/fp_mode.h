@@ -1,7 +1,8 @@
 // The floating-point mode that residue arithmetic needs: round to nearest, nothing flushed, nothing trapping.
 //
 // A host may call with any MXCSR and x87 control word.  Arithmetic runs inside with_standard_mode, which sets the
-// mode and puts the caller's back.  The body must not call the host: an unwinding host would leave the mode changed.
+// mode and puts the caller's back.  The body must not call the host, which might unwind and leave the mode changed,
+// except through in_host_mode.
 #pragma once
 
 #include <cstdint>
@@ -51,6 +52,26 @@ auto with_standard_mode(Body body) {
         with_standard_mode([&] { result = body(); });
         return result;
     }
+}
+
+// with_standard_mode for a body that takes the caller's mode, to hand it to in_host_mode.
+template <class Body>
+auto with_standard_mode_around(Body body) {
+    FpMode host_mode = enter_standard_mode();
+    decltype(body(host_mode)) result;
+    auto run = [&] { result = body(host_mode); };
+    run_in_standard_mode(run);
+    leave_standard_mode(host_mode);
+    return result;
+}
+
+// A call of the host from within the standard mode, made in the host's own.
+template <class Call>
+[[gnu::noipa]] auto in_host_mode(FpMode &host_mode, Call call) {
+    leave_standard_mode(host_mode);
+    const auto result = call();
+    host_mode = enter_standard_mode();
+    return result;
 }
 
 }  // namespace modla

@@ -2,26 +2,14 @@
 #include "host/object.h"
 #include "host/raise.h"
 #include "modla.h"
+#include "scalar/digits.h"
 #include "scalar/fp_mode.h"
 #include "scalar/residue.h"
+#include "scalar/rounding.h"
 
 using namespace modla;
 
 namespace {
-
-constexpr int32_t immediate_limit = (1 << 30) - 1;
-
-// Horner over base-10000 digits.  A negative integer gives p - r, so p itself for a multiple of p.
-template <class Residue>
-typename Residue::Value reduce_digits(const Residue &residue, HostObject integer) {
-    using Value = typename Residue::Value;
-    const HostObject *words = object_words(integer);
-    Value r = 0;
-    for (uint32_t i = object_length(integer) - 1; i >= 1 && i < object_length(integer); i--) {
-        r = residue.multiply_add(r, Value(10000), Value(words[i]));
-    }
-    return object_type(integer) == MODLA_TYPE_NEGATIVE_INTEGER ? residue.p - r : r;
-}
 
 HostObject build_integer(const HostApi *api, bool negative, uint64_t magnitude) {
     uint32_t digits[5];
@@ -32,25 +20,6 @@ HostObject build_integer(const HostApi *api, bool negative, uint64_t magnitude) 
     HostObject *words = object_words(integer);
     for (uint32_t i = 0; i < count; i++) words[i + 1] = digits[i];
     return api->NormalizeInteger(integer);
-}
-
-struct RoundedDouble {
-    enum { too_large, immediate, big } kind;
-    bool negative;
-    uint64_t magnitude;
-};
-
-RoundedDouble round_double(double d) {
-    if (d != d) return {RoundedDouble::immediate, false, 0};
-    if (d > two_to_53 - 1 || d < -(two_to_53 - 1)) return {RoundedDouble::too_large, false, 0};
-    if (d >= -immediate_limit && d <= immediate_limit) {
-        const double r = floor_double(d + 0.5);
-        return {RoundedDouble::immediate, r < 0, static_cast<uint64_t>(r < 0 ? -r : r)};
-    }
-    const double magnitude = d < 0 ? -d : d;
-    const double whole = floor_nonnegative(magnitude < two_to_52 ? magnitude : 0.0);
-    if (magnitude >= two_to_52) return {RoundedDouble::big, d < 0, static_cast<uint64_t>(magnitude)};
-    return {RoundedDouble::big, d < 0, static_cast<uint64_t>(whole) + (magnitude - whole >= 0.5 ? 1 : 0)};
 }
 
 }  // namespace

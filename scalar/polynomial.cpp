@@ -1,61 +1,17 @@
-// Evaluation of the host's modp1 polynomials at a residue.
-#include "host/object.h"
+#include "scalar/polynomial.h"
+
 #include "modla.h"
 #include "scalar/fp_mode.h"
-#include "scalar/power.h"
 #include "scalar/residue.h"
 
 using namespace modla;
 
-namespace {
-
-// c_0 + c_1 x + ... + c_d x^d.  Powers up to x^16 are taken from and added to the table of x; beyond, a sparse tail
-// uses the table's squarings and a dense one a running power.
-template <class Residue>
-typename Residue::Value evaluate(const Residue &residue, HostObject poly, typename Residue::Entry *table) {
-    using Value = typename Residue::Value;
-    const HostObject *words = object_words(poly);
-    const int32_t degree = static_cast<int32_t>(object_length(poly)) - 4;
-    if (degree < 0) return 0;
-    const bool immediate = integer_value(words[2]) > 46327;
-    const auto coefficient = [&](int32_t i) -> Value {
-        const HostObject word = words[3 + i];
-        return static_cast<Value>(immediate ? static_cast<uint32_t>(integer_value(word)) : word);
-    };
-    const auto add_term = [&](Value sum, int32_t i, auto power_of_x) {
-        const Value c = coefficient(i);
-        return c != 0 ? residue.multiply_add(c, power_of_x(), sum) : sum;
-    };
-
-    const Value x = table[0];
-    Value sum = coefficient(0);
-    if (degree > 0) sum = add_term(sum, 1, [&] { return x; });
-    for (int32_t i = 2; i <= degree && i <= 16; i++) {
-        if (table[i - 1] == Residue::no_inverse) table[i - 1] = residue.multiply(table[i - 2], x);
-        sum = add_term(sum, i, [&] { return Value(table[i - 1]); });
-    }
-    if (degree < 17) return sum;
-
-    int32_t count = 16;
-    if (degree > 32) {
-        count = 0;
-        for (int32_t i = 17; i <= degree; i++) count += coefficient(i) != 0;
-    }
-    const bool sparse = count <= (degree - 16) / 4;
-    Value running = table[15];
-    for (int32_t i = 17; i <= degree; i++) {
-        if (!sparse) running = residue.multiply(running, x);
-        sum = add_term(sum, i, [&] { return sparse ? power_from_table(residue, table, i) : running; });
-    }
-    return sum;
-}
-
-}  // namespace
-
 uint32_t modzppolyeval_iw(HostObject poly, uint32_t *table, uint32_t p) {
-    return evaluate(make_word(p), poly, table);
+    return evaluate_polynomial(make_word(p), poly, table);
 }
 
 double modzppolyeval_f(HostObject poly, double *table, double p, double pinv) {
-    return with_standard_mode([&] { return evaluate(Float{p, pinv}, poly, reinterpret_cast<StoredDouble *>(table)); });
+    return with_standard_mode([&] {
+        return evaluate_polynomial(Float{p, pinv}, poly, reinterpret_cast<StoredDouble *>(table));
+    });
 }

@@ -7,6 +7,9 @@
 //   multiply(a, b)        a*b mod p
 //   multiply_add(a, b, c) (a*b + c) mod p, c may be unreduced
 //   negate(a)             -a mod p
+//   add_once(a, b)        a + b, less p when that is not below p
+//   of_immediate(v)       v mod p for |v| < 2^30
+//   is_modulus(v)         v = p, for |v| < 2^30
 //   quotient(a, b)        floor(a / b), b != 0
 //   invert(a, &inverse)   false, and the no-inverse mark, when a has no inverse
 #pragma once
@@ -64,6 +67,12 @@ struct Word {
     Value multiply(Value a, Value b) const { return reduce(a * b); }
     Value multiply_add(Value a, Value b, Value c) const { return reduce(a * b + c); }
     Value negate(Value a) const { return a ? p - a : 0; }
+    Value add_once(Value a, Value b) const { return a + b >= p ? a + b - p : a + b; }
+    bool is_modulus(int32_t v) const { return v >= 0 && static_cast<uint32_t>(v) == p; }
+    Value of_immediate(int32_t v) const {
+        const uint32_t u = static_cast<uint32_t>(v);
+        return v < 0 ? negate(reduce(0u - u)) : reduce(u);
+    }
     Value quotient(Value a, Value b) const { return a / b; }
     bool invert(Value a, Value *inverse) const {
         const uint32_t r = euclid_inverse(a, p);
@@ -129,6 +138,9 @@ struct Float {
     Value multiply(Value a, Value b) const { return reduce(a * b); }
     Value multiply_add(Value a, Value b, Value c) const { return reduce(a * b + c); }
     Value negate(Value a) const { return a != 0 ? p - a : 0; }
+    Value add_once(Value a, Value b) const { return a + b - (a + b >= p ? p : 0.0); }
+    bool is_modulus(int32_t v) const { return v == p; }
+    Value of_immediate(int32_t v) const { return v < 0 ? negate(reduce(-static_cast<Value>(v))) : reduce(v); }
     Value quotient(Value a, Value b) const {
         // Both are integers below 2^25: the rounded quotient cannot reach the next integer.
         return floor_nonnegative(a / b);

@@ -1,0 +1,204 @@
+// Host expressions to residues.
+//
+// An expression is built from integers, rationals, complex numbers, sums, products, powers and modp1 polynomials over
+// names that an evaluation list gives values to.  The recursion is as deep as the expression is nested.
+#pragma once
+
+#include <cstddef>
+
+#include "host/object.h"
+#include "host/raise.h"
+#include "host/unknown.h"
+#include "scalar/digits.h"
+#include "scalar/fp_mode.h"
+#include "scalar/polynomial.h"
+#include "scalar/power.h"
+
+namespace modla {
+
+constexpr int32_t power_table_length = 32;
+
+// What an evaluation works with, and why it failed.
+template <class Residue>
+struct Evaluation {
+    const HostApi *api;
+    Residue residue;
+    const HostObject *names;          // left-hand sides: names, powers of names, the complex unit
+    typename Residue::Entry *tables;  // their power tables, end to end; entry 0 is the value
+    int32_t count;
+    FpMode *host_mode = nullptr;  // the caller's, when the arithmetic has a mode of its own
+
+    const char *message = nullptr;  // set by a failure
+    HostObject culprit = 0;         // %1 of the message
+};
+
+template <class Residue>
+bool fail_evaluation(Evaluation<Residue> &evaluation, const char *message, HostObject culprit = 0) {
+    evaluation.message = message;
+    evaluation.culprit = culprit;
+    return false;
+}
+
+// Raises the error that an evaluation failed with.
+template <class Residue>
+bool raise_failure(const Evaluation<Residue> &evaluation) {
+    if (evaluation.culprit) return fail(evaluation.api, evaluation.message, evaluation.culprit);
+    return fail(evaluation.api, evaluation.message);
+}
+
+template <class Residue>
+bool evaluate(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value);
+
+template <class Residue>
+typename Residue::Entry *table_of_unknown(const Evaluation<Residue> &evaluation, int32_t index) {
+    return evaluation.tables + static_cast<ptrdiff_t>(index) * power_table_length;
+}
+
+template <class Residue>
+bool evaluate_rational(Evaluation<Residue> &evaluation, const HostObject *words, typename Residue::Value *value) {
+    typename Residue::Value denominator, inverse;
+    if (!evaluate(evaluation, words[1], value) || !evaluate(evaluation, words[2], &denominator)) return false;
+    if (!evaluation.residue.invert(denominator, &inverse)) return fail_evaluation(evaluation, "division by zero");
+    *value = evaluation.residue.multiply(*value, inverse);
+    return true;
+}
+
+inline bool is_complex_unit(HostObject object) {
+    return has_type(object, MODLA_TYPE_COMPLEX) && object_length(object) == 2 &&
+           object_words(object)[1] == immediate_integer(1);
+}
+
+template <class Residue>
+bool evaluate_complex(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+    int32_t unit = 0;
+    while (unit < evaluation.count && !is_complex_unit(evaluation.names[unit])) unit++;
+    if (unit == evaluation.count) return fail_evaluation(evaluation, "unable to evaluate to modp values");
+    const uint32_t length = object_length(object);
+    if (length != 2 && length != 3) return fail_evaluation(evaluation, "internal error");
+    typename Residue::Value real = 0, imaginary;
+    if (length == 3 && !evaluate(evaluation, object_words(object)[1], &real)) return false;
+    if (!evaluate(evaluation, object_words(object)[length - 1], &imaginary)) return false;
+    *value = evaluation.residue.multiply_add(imaginary, table_of_unknown(evaluation, unit)[0], real);
+    return true;
+}
+
+// base^exponent, a factor of a product.
+template <class Residue>
+bool evaluate_factor(Evaluation<Residue> &evaluation, HostObject base, HostObject exponent,
+                     typename Residue::Value *value) {
+    const Residue &residue = evaluation.residue;
+    if (is_immediate(base)) {
+        if (exponent != immediate_integer(1)) return fail_evaluation(evaluation, "internal error 2");
+        *value = residue.of_immediate(integer_value(base));
+        return true;
+    }
+    if (!is_immediate(exponent)) return fail_evaluation(evaluation, "exponent too large");
+    const int32_t e = integer_value(exponent);
+    if (e != 1) {
+        const int32_t listed = index_of_unknown(base, exponent, evaluation.names, evaluation.count);
+        if (listed >= 0) {
+            *value = table_of_unknown(evaluation, listed)[0];
+            return true;
+        }
+    }
+    const int32_t listed = index_of_unknown(base, immediate_integer(1), evaluation.names, evaluation.count);
+    if (listed >= 0) {
+        *value = power_from_table(residue, table_of_unknown(evaluation, listed), e);
+    } else {
+        if (!evaluate(evaluation, base, value)) return false;
+        *value = power(residue, *value, e);
+    }
+    return *value != Residue::no_inverse || fail_evaluation(evaluation, "division by zero");
+}
+
+template <class Residue>
+bool evaluate_product(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+    const HostObject *const words = object_words(object);
+    const uint32_t pairs = (object_length(object) - 1) / 2;
+    *value = 1;
+    for (uint32_t k = 0; k < pairs; k++) {
+        typename Residue::Value factor;
+        if (!evaluate_factor(evaluation, words[1 + 2 * k], words[2 + 2 * k], &factor)) return false;
+        *value = evaluation.residue.multiply(*value, factor);
+    }
+    return true;
+}
+
+template <class Residue>
+bool evaluate_sum(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+    const Residue &residue = evaluation.residue;
+    const HostObject *const words = object_words(object);
+    const uint32_t pairs = (object_length(object) - 1) / 2;
+    *value = 0;
+    for (uint32_t k = 0; k < pairs; k++) {
+        const HostObject coefficient = words[2 + 2 * k];
+        typename Residue::Value c = 1, term;
+        if (is_immediate(coefficient)) {
+            c = residue.of_immediate(integer_value(coefficient));
+        } else {
+            const auto is_integer = [&] { return evaluation.api->IsInteger(coefficient); };
+            if (!(evaluation.host_mode ? in_host_mode(*evaluation.host_mode, is_integer) : is_integer())) {
+                return fail_evaluation(evaluation, "internal error");
+            }
+            c = reduce_digits(residue, coefficient);
+        }
+        if (!evaluate(evaluation, words[1 + 2 * k], &term)) return false;
+        if (coefficient != immediate_integer(1)) term = residue.multiply(term, c);
+        *value = residue.add_once(*value, term);
+    }
+    return true;
+}
+
+template <class Residue>
+bool evaluate_modp1(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+    const HostObject variable = object_words(object)[1], modulus = object_words(object)[2];
+    if (has_type(variable, MODLA_TYPE_SEQUENCE) && object_length(variable) == 3) {
+        return fail_evaluation(evaluation, "unable to mod input containing modp2 polynomials");
+    }
+    if (!is_immediate(modulus) || !evaluation.residue.is_modulus(integer_value(modulus))) {
+        return fail_evaluation(evaluation, "modp1 polynomial modulus must be the same as the modp modulus");
+    }
+    const int32_t listed = index_of_unknown(variable, immediate_integer(1), evaluation.names, evaluation.count);
+    if (listed < 0) {
+        return fail_evaluation(evaluation, "unable to mod input, cannot evaluate %1 to an integer", variable);
+    }
+    *value = evaluate_polynomial(evaluation.residue, object, table_of_unknown(evaluation, listed));
+    return *value != Residue::no_inverse || fail_evaluation(evaluation, "internal error");
+}
+
+// The residue of an expression, or p for a negative multiple of p that stands alone; false, with the message noted,
+// when there is none.
+template <class Residue>
+bool evaluate(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+    if (is_immediate(object)) {
+        *value = evaluation.residue.of_immediate(integer_value(object));
+        return true;
+    }
+    const int32_t listed = index_of_unknown(object, immediate_integer(1), evaluation.names, evaluation.count);
+    if (listed >= 0) {
+        *value = table_of_unknown(evaluation, listed)[0];
+        return true;
+    }
+    switch (object_type(object)) {
+        case MODLA_TYPE_NEGATIVE_INTEGER:
+        case MODLA_TYPE_POSITIVE_INTEGER:
+            *value = reduce_digits(evaluation.residue, object);
+            return true;
+        case MODLA_TYPE_RATIONAL:
+            return evaluate_rational(evaluation, object_words(object), value);
+        case MODLA_TYPE_COMPLEX:
+            return evaluate_complex(evaluation, object, value);
+        case MODLA_TYPE_SYMBOLIC_POWER:
+            return fail_evaluation(evaluation, "unable to mod input containing variable exponents");
+        case MODLA_TYPE_POWER:
+            return evaluate_product(evaluation, object, value);
+        case MODLA_TYPE_SUM:
+            return evaluate_sum(evaluation, object, value);
+        case MODLA_TYPE_POLYNOMIAL:
+            return evaluate_modp1(evaluation, object, value);
+        default:
+            return fail_evaluation(evaluation, "unable to mod input, cannot evaluate %1 to an integer", object);
+    }
+}
+
+}  // namespace modla
