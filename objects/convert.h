@@ -1,7 +1,13 @@
 // Native entries of any value to residues.
 #pragma once
 
+#include <emmintrin.h>
+
+#include <cstring>
+#include <type_traits>
+
 #include "engine/strided.h"
+#include "engine/transpose.h"
 #include "scalar/residue.h"
 #include "scalar/rounding.h"
 
@@ -10,22 +16,57 @@ namespace modla {
 // Entries are converted in chunks that stay in the first cache.
 constexpr int32_t conversion_chunk = 64;
 
-// Signed words: counted from the most negative one they are unsigned.
+// Signed words: counted from the most negative one they are unsigned.  Counts are multiples of 4.
 inline void reduce_words(const Word &residue, const int32_t *from, uint32_t *to, int32_t count) {
-    const uint32_t lowest = uint32_t{1} << 31;
-    const uint32_t shift = residue.reduce(lowest);
-    for (int32_t k = 0; k < count; k++) {
-        const uint32_t r = residue.reduce(static_cast<uint32_t>(from[k]) ^ lowest);
-        to[k] = r - shift + (r < shift ? residue.p : 0);
+    const auto all = [](uint32_t x) { return _mm_set1_epi32(static_cast<int32_t>(x)); };
+    const __m128i lowest = all(uint32_t{1} << 31), p = all(residue.p), reciprocal = all(residue.reciprocal);
+    const __m128i largest = all(residue.p - 1), shift = all(residue.reduce(uint32_t{1} << 31));
+    const __m128i low_halves = _mm_set_epi32(0, -1, 0, -1);
+    for (int32_t k = 0; k < count; k += 4) {
+        const __m128i t = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(from + k)), lowest);
+        // As Word::reduce, for even and odd places.
+        const __m128i even = _mm_srli_epi64(_mm_mul_epu32(t, reciprocal), 32);
+        const __m128i odd = _mm_srli_epi64(_mm_mul_epu32(_mm_srli_epi64(t, 32), reciprocal), 32);
+        const __m128i multiple =
+            _mm_or_si128(_mm_and_si128(_mm_mul_epu32(even, p), low_halves), _mm_slli_epi64(_mm_mul_epu32(odd, p), 32));
+        const __m128i r2 = _mm_sub_epi32(t, multiple);
+        const __m128i r = _mm_sub_epi32(r2, _mm_and_si128(_mm_cmpgt_epi32(r2, largest), p));
+        const __m128i shifted = _mm_sub_epi32(r, shift);
+        const __m128i lifted = _mm_add_epi32(shifted, _mm_and_si128(_mm_srai_epi32(shifted, 31), p));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(to + k), lifted);
     }
 }
 
-inline void reduce_words(const Float &residue, const int32_t *from, double *to, int32_t count) {
-    const double lowest = 2147483648.0;
-    const double shift = residue.reduce(lowest);
-    for (int32_t k = 0; k < count; k++) {
-        const double r = residue.reduce(from[k] + lowest) - shift;
-        to[k] = r + (r < 0 ? residue.p : 0.0);
+// x mod p by pairs, for integers below 2^50 in magnitude.  The rounded quotient is off by less than 0.7, so that what it
+// leaves lies between -p and p.
+struct PairReducer {
+    __m128d p, pinv;
+    __m128d operator()(__m128d x) const {
+        const __m128d rounder = _mm_set1_pd(1.5 * two_to_52);
+        const __m128d q = _mm_sub_pd(_mm_add_pd(_mm_mul_pd(x, pinv), rounder), rounder);
+        const __m128d r = _mm_sub_pd(x, _mm_mul_pd(q, p));
+        return _mm_add_pd(r, _mm_and_pd(_mm_cmplt_pd(r, _mm_setzero_pd()), p));
+    }
+};
+inline PairReducer pair_reducer(double p) {
+    return {_mm_set1_pd(p), _mm_set1_pd(pinv_of(p))};
+}
+
+inline __m128d load_pair(const StoredDouble *from) {
+    return _mm_loadu_pd(reinterpret_cast<const double *>(from));
+}
+inline void store_pair(StoredDouble *to, __m128d pair) {
+    _mm_storeu_pd(reinterpret_cast<double *>(to), pair);
+}
+inline void store_pair(uint32_t *to, __m128d pair) {
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(to), _mm_cvttpd_epi32(pair));
+}
+
+inline void reduce_words(const Float &residue, const int32_t *from, StoredDouble *to, int32_t count) {
+    const PairReducer reduce = pair_reducer(residue.p);
+    for (int32_t k = 0; k < count; k += 2) {
+        const __m128i pair = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(from + k));
+        store_pair(to + k, reduce(_mm_cvtepi32_pd(pair)));
     }
 }
 
@@ -34,62 +75,84 @@ inline bool is_convertible(double d) {
     return d <= two_to_53 - 1 && d >= -(two_to_53 - 1);
 }
 
+// Are all of data[0], data[step], ...?
+inline bool are_convertible(const StoredDouble *data, ptrdiff_t step, int32_t count) {
+    const __m128d limit = _mm_set1_pd(two_to_53 - 1), sign = _mm_set1_pd(-0.0);
+    __m128d within = _mm_cmpeq_pd(limit, limit);
+    int32_t k = 0;
+    for (; step == 1 && k + 2 <= count; k += 2) {
+        const __m128d x = load_pair(data + k);
+        within = _mm_and_pd(within, _mm_cmple_pd(_mm_andnot_pd(sign, x), limit));
+    }
+    bool convertible = _mm_movemask_pd(within) == 3;
+    for (; k < count; k++) convertible &= is_convertible(data[k * step]);
+    return convertible;
+}
+
+// Integers below 2^50 in magnitude; false when not all are.
+template <class Entry>
+bool reduce_whole_doubles(double p, const StoredDouble *from, Entry *to, int32_t count) {
+    const PairReducer reduce = pair_reducer(p);
+    const __m128d rounder = _mm_set1_pd(1.5 * two_to_52), sign = _mm_set1_pd(-0.0);
+    __m128d largest = _mm_setzero_pd(), fractions = largest;
+    for (int32_t k = 0; k < count; k += 2) {
+        const __m128d x = load_pair(from + k);
+        largest = _mm_max_pd(largest, _mm_andnot_pd(sign, x));
+        const __m128d nearest = _mm_sub_pd(_mm_add_pd(x, rounder), rounder);
+        fractions = _mm_or_pd(fractions, _mm_cmpneq_pd(nearest, x));
+        store_pair(to + k, reduce(x));
+    }
+    const __m128d limit = _mm_set1_pd(two_to_52 / 4);
+    return _mm_movemask_pd(_mm_or_pd(fractions, _mm_cmpge_pd(largest, limit))) == 0;
+}
+
 // Doubles of magnitude below 2^53, rounded to integers first.
-inline void reduce_doubles(const Float &residue, const double *from, double *to, int32_t count) {
-    bool whole = true;  // all are integers below 2^52
-    for (int32_t k = 0; k < count; k++) {
-        const double magnitude = std::fabs(from[k]);
-        whole &= magnitude < two_to_52 && (magnitude + two_to_52) - two_to_52 == magnitude;
-    }
-    if (whole) {
-        for (int32_t k = 0; k < count; k++) {
-            const double r = residue.reduce(std::fabs(from[k]));
-            to[k] = from[k] < 0 && r != 0 ? residue.p - r : r;
-        }
-        return;
-    }
+template <class Entry>
+void reduce_doubles(double p, const StoredDouble *from, Entry *to, int32_t count) {
+    if (reduce_whole_doubles(p, from, to, count)) return;
+    const Float residue = {p, pinv_of(p)};
     for (int32_t k = 0; k < count; k++) {
         const RoundedDouble rounded = round_double(from[k]);
         const double r = residue.reduce(static_cast<double>(rounded.magnitude));
-        to[k] = rounded.negative ? residue.negate(r) : r;
-    }
-}
-
-inline Float float_residue(const Word &residue) {
-    return {static_cast<double>(residue.p), pinv_of(residue.p)};
-}
-inline Float float_residue(const Float &residue) {
-    return residue;
-}
-
-// from[0], from[from_step], ... as residues at to[0], to[to_step], ...
-template <class Residue>
-void convert_line(const Residue &residue, const int32_t *from, ptrdiff_t from_step, typename Residue::Entry *to,
-                  ptrdiff_t to_step, int32_t count) {
-    int32_t source[conversion_chunk];
-    typename Residue::Value target[conversion_chunk];
-    for (int32_t done = 0; done < count; done += conversion_chunk) {
-        const int32_t n = std::min(count - done, conversion_chunk);
-        for (int32_t k = 0; k < n; k++) source[k] = from[(done + k) * from_step];
-        reduce_words(residue, source, target, n);
-        for (int32_t k = 0; k < n; k++) to[(done + k) * to_step] = target[k];
-    }
-}
-
-template <class Residue>
-void convert_line(const Residue &residue, const StoredDouble *from, ptrdiff_t from_step, typename Residue::Entry *to,
-                  ptrdiff_t to_step, int32_t count) {
-    const Float reducer = float_residue(residue);
-    double source[conversion_chunk], target[conversion_chunk];
-    for (int32_t done = 0; done < count; done += conversion_chunk) {
-        const int32_t n = std::min(count - done, conversion_chunk);
-        for (int32_t k = 0; k < n; k++) source[k] = from[(done + k) * from_step];
-        reduce_doubles(reducer, source, target, n);
-        if constexpr (std::is_same_v<Residue, Word>) {
-            for (int32_t k = 0; k < n; k++) {
-                to[(done + k) * to_step] = static_cast<uint32_t>(static_cast<int32_t>(target[k]));
-            }
+        const double lifted = rounded.negative ? residue.negate(r) : r;
+        if constexpr (std::is_integral_v<Entry>) {
+            to[k] = static_cast<uint32_t>(static_cast<int32_t>(lifted));
         } else {
+            to[k] = lifted;
+        }
+    }
+}
+
+template <class Residue>
+void reduce_chunk(const Residue &residue, const int32_t *from, typename Residue::Entry *to, int32_t count) {
+    reduce_words(residue, from, to, count);
+}
+template <class Residue>
+void reduce_chunk(const Residue &residue, const StoredDouble *from, typename Residue::Entry *to, int32_t count) {
+    reduce_doubles(static_cast<double>(residue.p), from, to, count);
+}
+
+// from[0], from[from_step], ... as residues at to[0], to[to_step], ..., which may be the same places.
+template <class Residue, class From>
+void convert_line(const Residue &residue, const From *from, ptrdiff_t from_step, typename Residue::Entry *to,
+                  ptrdiff_t to_step, int32_t count) {
+    alignas(16) From copied[conversion_chunk];
+    alignas(16) typename Residue::Entry target[conversion_chunk];
+    const bool in_place = static_cast<const void *>(from) == to;
+    for (int32_t done = 0; done < count; done += conversion_chunk) {
+        const int32_t n = std::min(count - done, conversion_chunk);
+        const bool full = n == conversion_chunk;
+        const From *source = from + done;
+        int32_t padded = n;
+        if (from_step != 1 || !full || in_place) {
+            for (int32_t k = 0; k < n; k++) copied[k] = from[(done + k) * from_step];
+            while (padded % 4 != 0) copied[padded++] = From{0};
+            source = copied;
+        }
+        if (to_step == 1 && full) {
+            reduce_chunk(residue, source, to + done, padded);
+        } else {
+            reduce_chunk(residue, source, target, padded);
             for (int32_t k = 0; k < n; k++) to[(done + k) * to_step] = target[k];
         }
     }
@@ -99,6 +162,14 @@ void convert_line(const Residue &residue, const StoredDouble *from, ptrdiff_t fr
 template <class Residue, class From>
 void convert_entries(const Residue &residue, const Shape &shape, const From *from, Steps from_steps,
                      typename Residue::Entry *to, Steps to_steps) {
+    using Entry = typename Residue::Entry;
+    if constexpr (sizeof(From) == sizeof(Entry)) {
+        // Entries of one size are moved in tiles first and converted where they then are.
+        if (is_transposing(from_steps, to_steps) || is_transposing(to_steps, from_steps)) {
+            copy_entries(shape, reinterpret_cast<const Entry *>(from), from_steps, to, to_steps);
+            return convert_entries(residue, shape, reinterpret_cast<const From *>(to), to_steps, to, to_steps);
+        }
+    }
     walk<2>(shape, {from_steps, to_steps}, false,
             [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 const ptrdiff_t from_step = unit ? 1 : inner[0], to_step = unit ? 1 : inner[1];

@@ -246,9 +246,7 @@ bool check_doubles(const HostApi *api, const ModRequest &request) {
             for (int32_t i = 0; i < block.rows; i++) {
                 const StoredDouble *const line = line_of<const StoredDouble>(block, i);
                 const ptrdiff_t step = block.column_step;
-                bool convertible = true;
-                for (int32_t j = 0; j < block.columns; j++) convertible &= is_convertible(line[j * step]);
-                if (convertible) continue;
+                if (are_convertible(line, step, block.columns)) continue;
                 int32_t j = 0;
                 while (is_convertible(line[j * step])) j++;
                 return std::isnan(line[j * step]) ? "invalid input type" : "float too large";
@@ -427,6 +425,8 @@ bool write_output(const HostApi *api, ModRequest *request, ReduceNative reduce, 
 template <class Residue>
 bool write_residues(const HostApi *api, ModRequest *request, const Residue &residue) {
     Evaluation<Residue> evaluation = {api, residue, nullptr, nullptr, 0};
+    DigitWeights weights = with_standard_mode([&] { return make_digit_weights(static_cast<double>(residue.p)); });
+    evaluation.weights = &weights;
     const bool written = open_evaluation(*request, &evaluation) && open_output(api, request) &&
                          write_output(
                              api, request, [&] { return reduce_native(api, *request, residue); },

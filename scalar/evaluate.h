@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <type_traits>
 
 #include "host/object.h"
 #include "host/raise.h"
@@ -26,7 +27,8 @@ struct Evaluation {
     const HostObject *names;          // left-hand sides: names, powers of names, the complex unit
     typename Residue::Entry *tables;  // their power tables, end to end; entry 0 is the value
     int32_t count;
-    FpMode *host_mode = nullptr;  // the caller's, when the arithmetic has a mode of its own
+    FpMode *host_mode = nullptr;      // the caller's, when the arithmetic runs in the standard mode
+    DigitWeights *weights = nullptr;  // for many integers, in the standard mode
 
     const char *message = nullptr;  // set by a failure
     HostObject culprit = 0;         // %1 of the message
@@ -52,6 +54,19 @@ bool evaluate(Evaluation<Residue> &evaluation, HostObject object, typename Resid
 template <class Residue>
 typename Residue::Entry *table_of_unknown(const Evaluation<Residue> &evaluation, int32_t index) {
     return evaluation.tables + static_cast<ptrdiff_t>(index) * power_table_length;
+}
+
+// A host integer that is not immediate; a negative multiple of p gives p.
+template <class Residue>
+typename Residue::Value evaluate_integer(const Evaluation<Residue> &evaluation, HostObject integer) {
+    using Value = typename Residue::Value;
+    if constexpr (std::is_arithmetic_v<Value>) {
+        // Through a signed integer, which is what the processor converts to.
+        if (evaluation.weights) {
+            return static_cast<Value>(static_cast<int32_t>(reduce_weighted_digits(*evaluation.weights, integer)));
+        }
+    }
+    return reduce_digits(evaluation.residue, integer);
 }
 
 template <class Residue>
@@ -140,7 +155,7 @@ bool evaluate_sum(Evaluation<Residue> &evaluation, HostObject object, typename R
             if (!(evaluation.host_mode ? in_host_mode(*evaluation.host_mode, is_integer) : is_integer())) {
                 return fail_evaluation(evaluation, "internal error");
             }
-            c = reduce_digits(residue, coefficient);
+            c = evaluate_integer(evaluation, coefficient);
         }
         if (!evaluate(evaluation, words[1 + 2 * k], &term)) return false;
         if (coefficient != immediate_integer(1)) term = residue.multiply(term, c);
@@ -182,7 +197,7 @@ bool evaluate(Evaluation<Residue> &evaluation, HostObject object, typename Resid
     switch (object_type(object)) {
         case MODLA_TYPE_NEGATIVE_INTEGER:
         case MODLA_TYPE_POSITIVE_INTEGER:
-            *value = reduce_digits(evaluation.residue, object);
+            *value = evaluate_integer(evaluation, object);
             return true;
         case MODLA_TYPE_RATIONAL:
             return evaluate_rational(evaluation, object_words(object), value);
