@@ -15,13 +15,14 @@
 #include "fake_host.h"
 #include "modla.h"
 #include "session.h"
+#include "watching_host.h"
 
 using namespace modla::console;
-using modla_test::Callback;
 using modla_test::below, modla_test::chance, modla_test::pick, modla_test::Random;
+using modla_test::Callback;
 using modla_test::error_of, modla_test::eval, modla_test::is_assigned, modla_test::make_table;
 using modla_test::message_of, modla_test::raised_messages, modla_test::recording_host, modla_test::run;
-using modla_test::set_name, modla_test::storage_of, modla_test::unassign;
+using modla_test::set_name, modla_test::storage_of, modla_test::unassign, modla_test::watch, modla_test::watching_host;
 
 namespace {
 
@@ -1218,42 +1219,6 @@ TEST(RowReduce, IsReentrant) {
 }
 
 // ---- What the host sees ----
-
-// Calls of the host's operations, in a host of which the n-th call fails.
-struct Watch {
-    std::vector<std::string> names;
-    std::vector<modla_test::FpMode> modes;
-    int failing_call = 0;  // from 1; 0: none
-
-    void note(const char *name) {
-        names.push_back(name);
-        modes.push_back(modla_test::current_fp_mode());
-        if (static_cast<int>(names.size()) == failing_call) throw HostError("the host gave up");
-    }
-};
-Watch watch;
-
-template <auto slot, auto name, class Result, class... Values>
-Result watched(Values... values) {
-    watch.note(name());
-    return (host_api().*slot)(values...);
-}
-template <auto slot, auto name, class Result, class... Values>
-void watch_operation(HostApi *api, Result (*HostApi::*)(Values...)) {
-    api->*slot = watched<slot, name, Result, Values...>;
-}
-
-HostApi watching_host() {
-    HostApi api = host_api();
-#define WATCH(operation) watch_operation<&HostApi::operation, [] { return #operation; }>(&api, &HostApi::operation)
-    WATCH(Alloc), WATCH(NewObject), WATCH(AssignName), WATCH(Free), WATCH(Evaluate), WATCH(CheckName);
-    WATCH(IsInteger), WATCH(IsName), WATCH(IsNumeric), WATCH(IsRtable), WATCH(ToDouble), WATCH(ToInt), WATCH(NumArgs);
-    WATCH(RtableCreate), WATCH(RtableData), WATCH(RtableGetDefaults), WATCH(RtableGetSettings), WATCH(RtableNumDims);
-    WATCH(RtableUpperBound), WATCH(NormalizeInteger), WATCH(ToInteger), WATCH(ToFloat), WATCH(ToName);
-    WATCH(NullValue), WATCH(ParseString), WATCH(NameTarget);
-#undef WATCH
-    return api;
-}
 
 struct WatchedCall {
     std::string entry, arguments;
