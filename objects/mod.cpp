@@ -145,11 +145,12 @@ bool open_output(const HostApi *api, ModRequest *request) {
     const int32_t rows = result_rows(request->input), columns = result_columns(request->input);
     Block &output = request->output;
     if (request->created) return new_block(api, rows, columns, request->datatype, request->order, &output);
-    const int32_t least = output.empty ? 0 : 1;  // a row (column) object has room for one row (column)
-    if (std::max(rows, 1) > std::max(output.rows, least)) {
+    // A row (column) object has one row (column), unless it is empty.
+    const int32_t least = request->input.empty ? 0 : 1, least_room = output.empty ? 0 : 1;
+    if (std::max(rows, least) > std::max(output.rows, least_room)) {
         return fail(api, "input has too many rows for specified output");
     }
-    if (std::max(columns, 1) > std::max(output.columns, least)) {
+    if (std::max(columns, least) > std::max(output.columns, least_room)) {
         return fail(api, "input has too many columns for specified output");
     }
     return true;

@@ -943,6 +943,41 @@ TEST(Mod, WhereTheHostFailsOrWatches) {
 
 // ---- Sizes at their limits ----
 
+TEST(Mod, OfEmptyTables) {
+    Storage storage(MODLA_INTEGER);
+    Random random(1);
+    const auto nothing = [](const std::vector<Object> &) { return null_value(); };
+    const Callback plain("cbMod", nothing);
+    for (const int32_t from : datatypes) {
+        for (const int32_t to : datatypes) {
+            for (const Size size : {Size{0, 5}, {5, 0}, {0, 0}}) {
+                const auto matrix = [&](int32_t datatype, Size s, uint32_t offset) {
+                    RtableSettings settings = default_settings();
+                    settings.datatype = datatype;
+                    const int32_t bounds[2] = {s.rows, s.columns};
+                    return storage.keep(new_table(settings, bounds, storage.base + offset));
+                };
+                const Object p = immediate(7), empty = matrix(from, size, 0);
+                std::memset(storage.base, 0x11, 4096);
+                storage.take_shadow();
+                const Object same = matrix(to, size, 64), full = matrix(to, {5, 5}, 2048);
+                EXPECT_EQ(call(modLA_Mod, {p, empty, same}, random), null_value());
+                EXPECT_EQ(call(modLA_Mod, {p, empty, empty}, random), null_value());
+                EXPECT_EQ(storage.difference(), -1);
+                EXPECT_EQ(call(modLA_Mod, {p, empty, full}, random), null_value());
+                for (uint32_t k = 0; k < 25; k++) {
+                    EXPECT_EQ(stored_residue(to, storage.base + 2048 + k * entry_bytes(to)), 0);
+                    std::memcpy(&storage.shadow[2048 + k * entry_bytes(to)], storage.base + 2048 + k * entry_bytes(to),
+                                entry_bytes(to));
+                }
+                EXPECT_EQ(storage.difference(), -1);
+                EXPECT_NE(message_of([&] { call(modLA_Mod, {p, full, same}, random); }), "");
+                EXPECT_EQ(storage.difference(), -1);
+            }
+        }
+    }
+}
+
 // 2^24 tables of 256 bytes are more than the host can be asked for.
 TEST(Mod, AsksForSizesBeyond32Bits) {
     static uint32_t largest;
