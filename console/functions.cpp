@@ -7,12 +7,15 @@
 #include <iostream>
 #include <sstream>
 
+#include "console/compare.h"
+#include "console/expression_functions.h"
 #include "console/host.h"
 #include "console/interpreter.h"
 #include "console/matrix_file.h"
 #include "console/number.h"
 #include "console/print.h"
 #include "console/table.h"
+#include "console/table_functions.h"
 
 namespace modla::console {
 
@@ -55,20 +58,6 @@ std::vector<Object> elements_of(Object x) {
     return elements;
 }
 
-// Numbers by value, then lists by their elements, then the rest by their text.
-int compare_values(Object a, Object b) {
-    check_stack();
-    if (is_number(a) && is_number(b)) return compare_numbers(a, b);
-    if (is_number(a) != is_number(b)) return is_number(a) ? -1 : 1;
-    if (is_collection(a) && is_collection(b)) {
-        for (uint32_t i = 0; i < std::min(size_of(a), size_of(b)); i++) {
-            if (const int order = compare_values(element(a, i), element(b, i))) return order;
-        }
-        return size_of(a) < size_of(b) ? -1 : size_of(a) > size_of(b);
-    }
-    return to_line(a).compare(to_line(b));
-}
-
 Object print_values(const Arguments &arguments) {
     std::string line;
     for (size_t i = 0; i < arguments.size(); i++) {
@@ -100,15 +89,6 @@ Object fixed_text(const Arguments &arguments) {
     const int digits = std::clamp(small_integer(arguments[1], "a number of digits"), 0, 20);
     std::snprintf(buffer, sizeof buffer, "%.*f", digits, to_double(arguments[0]));
     return new_string(buffer);
-}
-
-Object size_value(const Arguments &arguments) {
-    if (has_type(arguments[0], type_string)) return integer_object(int64_t{words(arguments[0])[1]});
-    return integer_object(int64_t{size_of(collection_argument(arguments[0]))});
-}
-
-Object spread(const Arguments &arguments) {
-    return sequence_of(collection_argument(arguments[0]));
 }
 
 Object sort_values(const Arguments &arguments) {
@@ -203,13 +183,34 @@ Object create_matrix(Object modulus, int32_t rows, int32_t columns, const Argume
     return call_procedure(evaluate(global_name("Create")), arguments.values);
 }
 
+MatrixFile read_file(Object argument, const char *what) {
+    const std::string name = string_argument(argument, what);
+    std::ifstream input = open_input(name);
+    return read_matrix_file(input, name);
+}
+
+// ReadMatrix("file" [, datatype [, order]]): the entries as they are.
+Object read_unreduced(const Arguments &arguments) {
+    const int32_t datatype = datatype_argument(arguments, 2), order = order_argument(arguments, 3);
+    const MatrixFile file = read_file(arguments[0], "argument 1, the file,");
+    const Object matrix = new_matrix(file.rows, file.columns, datatype, order);
+    for (const MatrixEntry &entry : file.entries) {
+        const Object value = integer_object(entry.value);
+        if (datatype == MODLA_FLOAT8 && mpz_class(to_double(value)) != entry.value) {
+            throw HostError(to_line(value) + " is no float");
+        }
+        set_entry(table_of(matrix), entry.row, entry.column, value);
+    }
+    return matrix;
+}
+
 // ReadMatrix(p, "file", datatype [, order])
 Object read_matrix(const Arguments &arguments) {
+    if (has_type(arguments[0], type_string)) return read_unreduced(arguments);
+    if (arguments.size() < 3) throw HostError("usage: ReadMatrix(p, \"file\", datatype [, order])");
     const Object modulus = arguments[0];
     if (!is_integer(modulus)) throw HostError("argument 1, the modulus, must be an integer");
-    const std::string name = string_argument(arguments[1], "argument 2, the file,");
-    std::ifstream input = open_input(name);
-    const MatrixFile file = read_matrix_file(input, name);
+    const MatrixFile file = read_file(arguments[1], "argument 2, the file,");
     Roots held;
     held.values.push_back(
         create_matrix(modulus, file.rows, file.columns, Arguments(arguments.begin() + 2, arguments.end())));
@@ -227,11 +228,16 @@ Object read_matrix(const Arguments &arguments) {
 Object write_matrix(const Arguments &arguments) {
     const std::string name = string_argument(arguments[0], "argument 1, the file,");
     const Table &table = table_argument(arguments[1]);
+    const int32_t rows = table_rows(table), columns = table_columns(table);
     const auto text = [&](int32_t i, int32_t j) { return integer_of(get_entry_integer(table, i, j)).get_str(); };
+    // All entries are looked at before the file is touched: one that is no integer leaves it as it is.
+    for (int32_t i = 1; i <= rows; i++) {
+        for (int32_t j = 1; j <= columns; j++) get_entry_integer(table, i, j);
+    }
     std::ofstream output(name, std::ios::binary);
     if (!output) throw HostError("cannot write " + name);
     const bool sms = name.size() > 4 && name.compare(name.size() - 4, 4, ".sms") == 0;
-    (sms ? write_sms : write_matrix_market)(output, table_rows(table), table_columns(table), text);
+    (sms ? write_sms : write_matrix_market)(output, rows, columns, text);
     output.close();
     if (!output) throw HostError("cannot write " + name);
     return null_value();
@@ -303,8 +309,8 @@ const Function functions[] = {
     {"pad", 2, 2, pad_text, "pad(a, width)", "text padded with blanks: right-aligned, left-aligned if width < 0"},
     {"join", 0, 1000, join_text, "join(a, b, ...)", "one text of all the values"},
     {"fixed", 2, 2, fixed_text, "fixed(x, n)", "a number as text with n digits after the point"},
-    {"size", 1, 1, size_value, "size(L)", "how many elements a list or set has"},
-    {"op", 1, 1, spread, "op(L)", "the elements of a list or set as a sequence"},
+    {"size", 1, 1, size_value, "size(L)", "how many elements a list or set has, or operands an expression"},
+    {"op", 1, 1, operands, "op(L)", "the elements of a list or set, the operands of an expression, as a sequence"},
     {"sort", 1, 1, sort_values, "sort(L)", "the elements in order, numbers and lists of them by value"},
     {"unique", 1, 1, unique_values, "unique(L)", "sorted, each element once"},
     {"position", 2, 2, find_position, "position(x, L)", "where x stands in L; 0 if nowhere"},
@@ -314,10 +320,18 @@ const Function functions[] = {
     {"rows", 1, 1, rows_value, "rows(A)", "the number of rows"},
     {"columns", 1, 1, columns_value, "columns(A)", "the number of columns"},
     {"equal", 2, 2, equal_values, "equal(a, b)", "true when the values, or the entries of tables, are equal"},
+    {"eval", 1, 2, eval_value, "eval(a [, x = b | list])", "a with the values that names have, or with those given"},
+    {"expand", 1, 1, expand_value, "expand(a)", "products and powers of sums multiplied out"},
+    {"coefficient", 3, 3, coefficient_value, "coefficient(a, x, n)", "the coefficient of x^n"},
+    {"modp1", 2, 3, make_modp1, "modp1(a, p [, x])", "a polynomial modulo p in one variable"},
+    {"modp2", 2, 3, make_modp2, "modp2(a, p [, [x, y]])", "a polynomial modulo p in two variables"},
+    {"row_vector", 1, 2, make_row_vector, "row_vector(list [, datatype])", "a Vector of these entries, unreduced"},
+    {"column_vector", 1, 2, make_column_vector, "column_vector(list [, datatype])", "likewise"},
+    {"matrix", 1, 3, make_matrix, "matrix(lists [, datatype [, order]])", "a Matrix of these rows, unreduced"},
     {"time", 0, 0, time_value, "time()", "seconds on a clock that only goes forward"},
     {"seed", 1, 1, seed_random, "seed(n)", "starts the sequence of random entries anew"},
-    {"ReadMatrix", 3, 4, read_matrix, "ReadMatrix(p, \"file\", datatype [, order])",
-     "a Matrix Market or SMS file, reduced modulo p"},
+    {"ReadMatrix", 1, 4, read_matrix, "ReadMatrix([p,] \"file\", datatype [, order])",
+     "a Matrix Market or SMS file, reduced modulo p; without p unreduced, host integers unless a datatype is given"},
     {"WriteMatrix", 2, 2, write_matrix, "WriteMatrix(\"file\", A)", "Matrix Market, or SMS for a name in .sms"},
     {"ReadLists", 1, 1, read_lists, "ReadLists(\"file\")", "a list of the integers on every line"},
     {"assign", 2, 2, assign_value, "assign('x', a)", "gives a name a value; the name may be a parameter's value"},

@@ -10,6 +10,7 @@
 #include <map>
 #include <new>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "console/error.h"
 
@@ -20,19 +21,56 @@ namespace {
 // Precedes every value in memory.
 struct Prefix {
     bool marked;
+    bool unique;
+    uint16_t depth;  // of a unique object: levels of objects in it
+    uint32_t size;   // of a unique object: parts written out in full
     uint32_t bytes;
 };
-constexpr size_t prefix_bytes = 8;
+constexpr size_t prefix_bytes = 16;
 static_assert(sizeof(Prefix) <= prefix_bytes);
 
 Prefix &prefix_of(Object x) {
     return *reinterpret_cast<Prefix *>(x - prefix_bytes);
 }
 
+// What a unique object is found by.
+struct Content {
+    uint32_t header;
+    const Object *parts;
+};
+
+Content content_of(Object x) {
+    return {words(x)[0], words(x) + 1};
+}
+
+struct ContentHash {
+    using is_transparent = void;
+    size_t operator()(const Content &content) const {
+        uint32_t hash = content.header;
+        for (uint32_t i = 0; i + 1 < (content.header & 0x3ffffff); i++) {
+            hash = (hash ^ content.parts[i]) * 0x9e3779b1u;
+            hash ^= hash >> 15;
+        }
+        return hash;
+    }
+    size_t operator()(Object x) const { return (*this)(content_of(x)); }
+};
+
+struct SameContent {
+    using is_transparent = void;
+    bool operator()(const Content &a, const Content &b) const {
+        return a.header == b.header && std::equal(a.parts, a.parts + ((a.header & 0x3ffffff) - 1), b.parts);
+    }
+    bool operator()(Object a, Object b) const { return a == b || (*this)(content_of(a), content_of(b)); }
+    bool operator()(const Content &a, Object b) const { return (*this)(a, content_of(b)); }
+    bool operator()(Object a, const Content &b) const { return (*this)(content_of(a), b); }
+};
+
 struct Heap {
     std::vector<Object> objects;
     std::map<uintptr_t, std::unique_ptr<DataBlock>> blocks;  // by address
     std::unordered_map<std::string, Object> names;
+    std::unordered_set<Object, ContentHash, SameContent> unique;
     std::vector<Object> kept;
     std::vector<void *> lent;
     Roots *roots = nullptr;
@@ -42,6 +80,8 @@ struct Heap {
     size_t threshold = 0;                  // collect when bytes pass it
     size_t collections = 0;
     bool always = false;
+    int held = 0;              // HoldCollection records
+    bool revaluation = false;  // a name that stands in an expression has a value
 };
 
 constexpr size_t least_threshold = size_t{16} << 20;
@@ -106,6 +146,13 @@ class Marker {
             case type_string:
             case type_procedure:
                 break;
+            case type_polynomial:
+                mark(words(x)[1]);
+                break;
+            case type_name:
+                mark(words(x)[1]);
+                mark(words(x)[2]);
+                break;
             case type_table: {
                 const Table &table = table_of(x);
                 if (table.block) mark_data(*table.block);
@@ -136,6 +183,7 @@ class Marker {
 }
 
 void destroy(Object x) {
+    if (prefix_of(x).unique) heap().unique.erase(x);
     if (type_of(x) == type_table) delete &table_of(x);
     if (type_of(x) == type_procedure) delete reinterpret_cast<std::shared_ptr<Procedure> *>(words(x)[1]);
     heap().bytes -= prefix_of(x).bytes;
@@ -166,6 +214,7 @@ void sweep() {
 
 void collect_before(size_t bytes) {
     Heap &h = heap();
+    if (h.held > 0) return;
     if (h.always || h.bytes + bytes > std::max(h.threshold, least_threshold)) collect_garbage();
 }
 
@@ -226,9 +275,12 @@ void set_stack_base(const void *base) {
     }
 }
 
-void check_stack() {
+bool stack_is_low() {
     const char *const here = static_cast<const char *>(__builtin_frame_address(0));
-    if (heap().stack_base - here > static_cast<ptrdiff_t>(heap().stack_limit)) throw HostError("nested too deeply");
+    return heap().stack_base - here > static_cast<ptrdiff_t>(heap().stack_limit);
+}
+void check_stack() {
+    if (stack_is_low()) throw HostError("nested too deeply");
 }
 HeapStatistics heap_statistics() {
     return {heap().objects.size(), heap().bytes, heap().collections};
@@ -318,10 +370,90 @@ Object local_name(const std::string &text) {
 }
 
 void protect(Object name) {
-    words(name)[3] = immediate(1);
+    words(name)[3] = immediate(immediate_value(words(name)[3]) | name_protected);
 }
 bool is_protected(Object name) {
-    return words(name)[3] == immediate(1);
+    return immediate_value(words(name)[3]) & name_protected;
+}
+
+void set_value(Object name, Object value) {
+    words(name)[1] = value;
+    heap().revaluation |= is_in_expressions(name) && value != 0 && value != name;
+}
+bool is_in_expressions(Object name) {
+    return immediate_value(words(name)[3]) & name_in_expressions;
+}
+bool expressions_change() {
+    return heap().revaluation;
+}
+
+HoldCollection::HoldCollection() {
+    heap().held++;
+}
+HoldCollection::~HoldCollection() {
+    heap().held--;
+}
+
+bool is_unique(Object x) {
+    return is_immediate(x) || has_type(x, type_name) || prefix_of(x).unique;
+}
+
+namespace {
+
+uint32_t saturated_sum(uint32_t a, uint32_t b) {
+    return a + b < a ? ~uint32_t{0} : a + b;
+}
+
+// Takes a part of an expression into account.
+void count_part(Object part, Prefix &whole) {
+    whole.size = saturated_sum(whole.size, 1);
+    if (is_immediate(part)) return;
+    if (has_type(part, type_name)) {
+        words(part)[3] = immediate(immediate_value(words(part)[3]) | name_in_expressions);
+        set_value(part, words(part)[1]);
+        return;
+    }
+    whole.size = saturated_sum(whole.size, prefix_of(part).size);
+    whole.depth = std::max<uint16_t>(whole.depth, static_cast<uint16_t>(prefix_of(part).depth + 1));
+}
+
+bool has_raw_words(uint32_t type) {
+    return type == type_negative || type == type_positive || type == type_float || type == type_string;
+}
+
+}  // namespace
+
+Object unique_object(Type type, const std::vector<Object> &parts) {
+    const uint32_t length = static_cast<uint32_t>(parts.size()) + 1;
+    if (parts.size() >= 0x3ffffff) throw HostError("expression too large");
+    const auto found = heap().unique.find(Content{uint32_t{type} << 26 | length, parts.data()});
+    if (found != heap().unique.end()) return *found;
+    const HoldCollection hold;
+    Prefix counted{};
+    if (has_raw_words(type) || type == type_polynomial) counted.size = length;
+    if (type == type_polynomial) count_part(parts[0], counted);
+    if (!has_raw_words(type) && type != type_polynomial) {
+        for (const Object part : parts) count_part(part, counted);
+    }
+    if (counted.depth > deepest_expression) throw HostError("expression nested too deeply");
+    if (counted.size > largest_expression) throw HostError("expression too large");
+    const Object x = new_object(length, type);
+    std::copy(parts.begin(), parts.end(), words(x) + 1);
+    prefix_of(x).size = counted.size;
+    prefix_of(x).depth = counted.depth;
+    heap().unique.insert(x);
+    prefix_of(x).unique = true;
+    return x;
+}
+
+Object unique_value(Object x) {
+    if (is_unique(x)) return x;
+    const HoldCollection hold;
+    std::vector<Object> parts(words(x) + 1, words(x) + length_of(x));
+    if (!has_raw_words(type_of(x))) {
+        for (Object &part : parts) part = unique_value(part);
+    }
+    return unique_object(static_cast<Type>(type_of(x)), parts);
 }
 
 Object global_name(const std::string &text) {

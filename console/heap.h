@@ -42,11 +42,30 @@ Object new_float(double value);
 Object new_procedure(std::shared_ptr<Procedure> procedure);
 Object null_value();
 
+// Unique objects: the same type and parts give the same object as long as it is in use, so that identity tells equal
+// expressions.  The parts are immediate, names or unique objects themselves.  The size of an expression, written out in
+// full, and its depth are bounded: whatever walks it ends.
+constexpr uint32_t largest_expression = 2000000, deepest_expression = 300;
+Object unique_object(Type type, const std::vector<Object> &parts);
+Object unique_value(Object x);  // of a number, a string, or a structure of them and of names
+bool is_unique(Object x);
+
+// No value is collected while one of these is alive: for work on values that stand in other memory.
+struct HoldCollection {
+    HoldCollection();
+    ~HoldCollection();
+    HoldCollection(const HoldCollection &) = delete;
+    HoldCollection &operator=(const HoldCollection &) = delete;
+};
+
 // The name of a text; the same text gives the same name.  A local name is a new one each time.
 Object global_name(const std::string &text);
 Object local_name(const std::string &text);
 void protect(Object name);  // from assignment
 bool is_protected(Object name);
+void set_value(Object name, Object value);  // 0: none
+bool is_in_expressions(Object name);        // does it stand in an expression?
+bool expressions_change();                  // has a name that stands in an expression a value?
 std::string text_of(Object string_or_name);
 double float_value(Object x);
 const std::shared_ptr<Procedure> &procedure_of(Object x);
@@ -84,7 +103,8 @@ void collect_garbage();
 void set_collect_always(bool always);
 // The end of the stack that is searched for values; call in main with the address of a local.
 void set_stack_base(const void *base);
-// Throws HostError when recursion has used up most of the stack.
+// Has recursion used up most of the stack?  check_stack throws HostError then.
+bool stack_is_low();
 void check_stack();
 
 }  // namespace modla::console

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "console/algebra.h"
 #include "console/number.h"
 #include "console/print.h"
 #include "console/table.h"
@@ -333,17 +334,20 @@ Object evaluate(Object x) {
         if (steps == 1000) throw HostError("recursive assignment of " + text_of(x));
         x = words(x)[1];
     }
-    return x;
+    return expressions_change() && is_expression(x) ? evaluate_expression(x) : x;
 }
 
 void assign_global(Object name, Object value) {
     if (is_protected(name)) throw HostError("the name " + text_of(name) + " is protected");
-    words(name)[1] = value;
+    if (is_in_expressions(name) && is_expression(value) && contains_name(value, name)) {
+        throw HostError("recursive assignment of " + text_of(name));
+    }
+    set_value(name, value);
 }
 
 void define_protected(const std::string &text, Object value) {
     const Object name = global_name(text);
-    words(name)[1] = value;
+    set_value(name, value);
     protect(name);
 }
 

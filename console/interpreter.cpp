@@ -1,5 +1,9 @@
 #include "console/interpreter.h"
 
+#include <algorithm>
+
+#include "console/algebra.h"
+#include "console/compare.h"
 #include "console/host.h"
 #include "console/number.h"
 #include "console/print.h"
@@ -60,7 +64,7 @@ Object name_value(Run &run, const Node &node) {
     if (node.slot < 0) return evaluate(node.value);
     const Object value = run.frame->locals.values[static_cast<size_t>(node.slot)];
     if (value == 0) throw HostError("the local variable " + node.text + " has no value");
-    return value;
+    return expressions_change() && is_expression(value) ? evaluate_expression(value) : value;
 }
 
 Object set_of(const std::vector<Object> &values) {
@@ -73,25 +77,43 @@ Object set_of(const std::vector<Object> &values) {
     return new_collection(type_set, new_sequence(unique));
 }
 
-Object binary_value(Run &run, const Node &node) {
-    const std::string &op = node.text;
-    if (op == "and") return truth(condition(run, *node.parts[0]) && condition(run, *node.parts[1]));
-    if (op == "or") return truth(condition(run, *node.parts[0]) || condition(run, *node.parts[1]));
-    Roots operands;
-    operands.values.push_back(value_of(run, *node.parts[0]));
-    operands.values.push_back(value_of(run, *node.parts[1]));
-    const Object a = operands.values[0], b = operands.values[1];
-    if (op == "+") return add(a, b);
-    if (op == "-") return subtract(a, b);
-    if (op == "*") return multiply(a, b);
-    if (op == "/") return divide(a, b);
-    if (op == "^") return power(a, b);
+Object apply(const std::string &op, Object a, Object b) {
+    if (op == "+") return plus(a, b);
+    if (op == "-") return minus(a, b);
+    if (op == "*") return times(a, b);
+    if (op == "/") return quotient(a, b);
+    if (op == "^") return to_power(a, b);
     if (op == "mod") return modulo(a, b);
     if (op == "..") return new_pair(type_range, a, b);
     if (op == "=") return new_pair(type_equation, a, b);
     if (op == "<>") return truth(!same_value(a, b));
     const int order = compare_numbers(a, b);
     return truth(op == "<" ? order < 0 : op == "<=" ? order <= 0 : op == ">" ? order > 0 : order >= 0);
+}
+
+Object binary_value(Run &run, const Node &node) {
+    const bool disjunction = node.operators[0] == "or";
+    if (disjunction || node.operators[0] == "and") {
+        bool result = !disjunction;
+        for (size_t i = 0; i < node.parts.size() && result != disjunction; i++) result = condition(run, *node.parts[i]);
+        return truth(result);
+    }
+    Roots operands;
+    operands.values = {value_of(run, *node.parts[0]), 0};
+    for (size_t i = 1; i < node.parts.size(); i++) {
+        operands.values[1] = value_of(run, *node.parts[i]);
+        operands.values[0] = apply(node.operators[i - 1], operands.values[0], operands.values[1]);
+    }
+    return operands.values[0];
+}
+
+// A name with indices; where they can stand in an expression, the same name and indices give the same object.
+Object indexed_name(Object name, const std::vector<Object> &indices) {
+    const auto is_plain = [](Object x) { return is_operand(x) || has_type(x, type_string) || has_type(x, type_name); };
+    Roots parts;
+    parts.values.push_back(new_sequence(indices));
+    const Object result = new_pair(type_indexed, name, parts.values[0]);
+    return std::all_of(indices.begin(), indices.end(), is_plain) ? unique_value(result) : result;
 }
 
 int32_t position_in(Object index, int32_t bound) {
@@ -150,7 +172,7 @@ Object index_value(Run &run, const Node &node) {
         }
         return element(object, element_position(object, indices.values));
     }
-    if (has_type(object, type_name)) return new_pair(type_indexed, object, new_sequence(indices.values));
+    if (has_type(object, type_name)) return indexed_name(object, indices.values);
     throw HostError(to_line(object) + " cannot be indexed");
 }
 
@@ -169,8 +191,9 @@ Object value_of(Run &run, const Node &node) {
     check_stack();
     switch (node.kind) {
         case NodeKind::constant:
-        case NodeKind::procedure:
             return node.value;
+        case NodeKind::procedure:
+            return make_procedure(node.body);
         case NodeKind::name:
             return name_value(run, node);
         case NodeKind::list:
@@ -185,7 +208,7 @@ Object value_of(Run &run, const Node &node) {
         case NodeKind::index:
             return index_value(run, node);
         case NodeKind::negation:
-            return negate(value_of(run, *node.parts[0]));
+            return opposite(value_of(run, *node.parts[0]));
         case NodeKind::logical_not:
             return truth(!condition(run, *node.parts[0]));
         case NodeKind::binary:
@@ -374,38 +397,6 @@ Object evaluate_text(const std::string &text) {
     if (!statement || parser.next_statement()) throw HostError("expected one expression");
     Run run;
     return value_of(run, *statement);
-}
-
-bool same_value(Object a, Object b) {
-    check_stack();
-    if (a == b) return true;
-    if (is_immediate(a) || is_immediate(b)) return is_number(a) && is_number(b) && compare_numbers(a, b) == 0;
-    if (is_number(a) && is_number(b)) return compare_numbers(a, b) == 0;
-    if (type_of(a) != type_of(b)) return false;
-    switch (type_of(a)) {
-        case type_string:
-            return text_of(a) == text_of(b);
-        case type_name:
-        case type_procedure:
-            return false;
-        case type_table: {
-            const Table &x = table_of(a), &y = table_of(b);
-            if (table_rows(x) != table_rows(y) || table_columns(x) != table_columns(y)) return false;
-            for (int32_t i = 1; i <= table_rows(x); i++) {
-                for (int32_t j = 1; j <= table_columns(x); j++) {
-                    if (!same_value(get_entry(x, i, j), get_entry(y, i, j))) return false;
-                }
-            }
-            return true;
-        }
-        default:
-            break;
-    }
-    if (length_of(a) != length_of(b)) return false;
-    for (uint32_t i = 1; i < length_of(a); i++) {
-        if (!same_value(words(a)[i], words(b)[i])) return false;
-    }
-    return true;
 }
 
 }  // namespace modla::console

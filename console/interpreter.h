@@ -29,7 +29,4 @@ void run_program(const std::string &text, const Printer &print);
 // The value of an expression's text.
 Object evaluate_text(const std::string &text);
 
-// Equality of values: numbers by value, names by identity, the rest by their parts.
-bool same_value(Object a, Object b);
-
 }  // namespace modla::console

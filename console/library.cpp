@@ -3,9 +3,11 @@
 #include <dlfcn.h>
 
 #include <array>
+#include <limits>
 
 #include "console/host.h"
 #include "console/interpreter.h"
+#include "console/number.h"
 
 namespace modla::console {
 
@@ -50,6 +52,9 @@ void load_library(const std::string &path) {
                              "transpose", "sparse", "upper", "uppernodiag", "lower", "lowernodiag"}) {
         define_protected(word, 0);
     }
+    define_protected("I", complex_unit());
+    define_protected("infinity", new_float(std::numeric_limits<double>::infinity()));
+    define_protected("nan", new_float(std::numeric_limits<double>::quiet_NaN()));
 }
 
 }  // namespace modla::console

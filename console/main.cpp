@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "console/functions.h"
 #include "console/host.h"
@@ -23,7 +24,7 @@ namespace {
 constexpr const char *usage =
     "usage: modla [options] [FILE]\n"
     "  FILE             run a script; without one: standard input, or a prompt on a terminal\n"
-    "  -e TEXT          run a text\n"
+    "  -e TEXT          run a text; several are run in order\n"
     "  --library FILE   the libmodla.so to load (default: the one beside this program)\n"
     "  --help           this text and the list of functions\n"
     "  --version        the version\n";
@@ -106,8 +107,8 @@ int complain(const std::string &message) {
 }
 
 struct Options {
-    std::string library, file, text;
-    bool has_text = false;
+    std::string library, file;
+    std::vector<std::string> texts;
 };
 
 // 0: go on; else the exit status plus 1.
@@ -124,8 +125,11 @@ int read_options(int count, char **arguments, Options *options) {
         }
         if (argument == "-e" || argument == "--library") {
             if (++i == count) return complain(argument + " needs a value") + 1;
-            (argument == "-e" ? options->text : options->library) = arguments[i];
-            options->has_text |= argument == "-e";
+            if (argument == "-e") {
+                options->texts.push_back(arguments[i]);
+            } else {
+                options->library = arguments[i];
+            }
         } else if (argument.size() > 1 && argument[0] == '-') {
             return complain("unknown option " + argument + "\n" + usage) + 1;
         } else if (options->file.empty()) {
@@ -144,7 +148,10 @@ int run(const Options &options) {
         return complain(error.what());
     }
     define_functions();
-    if (options.has_text) return run_text(options.text, "") ? 0 : 1;
+    for (const std::string &text : options.texts) {
+        if (!run_text(text, "")) return 1;
+    }
+    if (!options.texts.empty()) return 0;
     if (!options.file.empty() && options.file != "-") {
         std::ifstream file(options.file, std::ios::binary);
         std::string text;
@@ -167,6 +174,9 @@ int main(int count, char **arguments) {
     set_stack_base(__builtin_frame_address(0));
     parse_text = evaluate_text;
     Options options;
-    if (const int status = read_options(count, arguments, &options)) return status - 1;
-    return run(options);
+    const int early = read_options(count, arguments, &options);
+    const int status = early ? early - 1 : run(options);
+    std::cout.flush();
+    if (!std::cout && status == 0) return complain("cannot write standard output");
+    return status;
 }

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "console/error.h"
 #include "console/print.h"
@@ -12,6 +14,7 @@ namespace modla::console {
 namespace {
 
 constexpr size_t most_digits = 2000000;  // of a result
+constexpr size_t block_digits = 4;       // decimal digits in a word of a big integer
 
 mpq_class rational_of(Object x) {
     if (is_integer(x)) return mpq_class(integer_of(x));
@@ -36,33 +39,116 @@ Object arithmetic(Object a, Object b, Exact exact, Inexact inexact) {
     return rational_object(mpq_class(exact(rational_of(a), rational_of(b))));
 }
 
+bool both_immediate(Object a, Object b) {
+    return is_immediate(a) && is_immediate(b);
+}
+
+// ---- Complex numbers
+
+bool either_complex(Object a, Object b) {
+    const bool complex = is_complex(a) || is_complex(b);
+    if (complex && !(is_scalar(a) && is_scalar(b))) {
+        throw HostError("cannot compute with " + to_line(is_scalar(a) ? b : a));
+    }
+    return complex;
+}
+
+// An exact 0 stays exact beside floats, so that a purely imaginary number stays one.
+Object part_product(Object a, Object b) {
+    return a == immediate(0) || b == immediate(0) ? immediate(0) : multiply(a, b);
+}
+
+Object complex_multiply(Object a, Object b) {
+    const Object ra = real_part(a), ia = imaginary_part(a), rb = real_part(b), ib = imaginary_part(b);
+    return complex_object(subtract(part_product(ra, rb), part_product(ia, ib)),
+                          add(part_product(ra, ib), part_product(ia, rb)));
+}
+
+Object complex_divide(Object a, Object b) {
+    const Object rb = real_part(b), ib = imaginary_part(b);
+    const Object norm = add(part_product(rb, rb), part_product(ib, ib));
+    const Object product = complex_multiply(a, complex_object(rb, negate(ib)));
+    const auto part = [&](Object x) { return x == immediate(0) && !(norm == immediate(0)) ? x : divide(x, norm); };
+    return complex_object(part(real_part(product)), part(imaginary_part(product)));
+}
+
+size_t digits_of(Object x) {
+    if (has_type(x, type_float)) return 0;
+    if (is_complex(x)) return digits_of(real_part(x)) + digits_of(imaginary_part(x));
+    const mpq_class value = rational_of(x);
+    return mpz_sizeinbase(value.get_num_mpz_t(), 10) + mpz_sizeinbase(value.get_den_mpz_t(), 10);
+}
+
+// base^exponent for a small exponent; the result has about that many times as many digits.
+Object complex_power(Object base, int32_t exponent) {
+    if (exponent < 0) return divide(immediate(1), complex_power(base, -exponent));
+    const bool unit = real_part(base) == immediate(0) && abs(immediate_value(imaginary_part(base))) == 1 &&
+                      is_immediate(imaginary_part(base));
+    if (unit) exponent %= 4;
+    if (digits_of(base) * static_cast<uint64_t>(exponent) > most_digits) throw HostError("result too large");
+    Object result = immediate(1);
+    for (Object square = base; exponent > 0; exponent /= 2) {
+        if (exponent % 2) result = multiply(result, square);
+        if (exponent > 1) square = multiply(square, square);
+    }
+    return result;
+}
+
+// An exact base to an exponent that is not immediate.
+Object huge_power(const mpq_class &base, Object exponent) {
+    const mpz_class e = integer_of(exponent);
+    if (base == 0 && e < 0) throw HostError("division by zero");
+    if (base == 0 || base == 1) return integer_object(base.get_num());
+    if (base == -1) return immediate(e % 2 == 0 ? 1 : -1);
+    throw HostError("result too large");
+}
+
 }  // namespace
 
 Object integer_object(const mpz_class &value) {
     if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value.get_si()));
-    if (mpz_sizeinbase(value.get_mpz_t(), 10) > most_digits) throw HostError("result too large");
-    const std::string text = mpz_class(abs(value)).get_str();
-    const size_t digits = (text.size() + 3) / 4;
-    const Object x = new_object(static_cast<uint32_t>(digits) + 1, value < 0 ? type_negative : type_positive);
-    for (size_t i = 0, end = text.size(); i < digits; i++, end -= std::min<size_t>(end, 4)) {
-        const size_t start = end > 4 ? end - 4 : 0;
-        words(x)[i + 1] = static_cast<uint32_t>(std::stoul(text.substr(start, end - start)));
+    const size_t bound = mpz_sizeinbase(value.get_mpz_t(), 10);
+    if (bound > most_digits) throw HostError("result too large");
+    char small[200];  // most integers need no more
+    std::vector<char> large(bound + 2 > sizeof small ? bound + 2 : 0);
+    char *const text = large.empty() ? small : large.data();
+    mpz_get_str(text, 10, value.get_mpz_t());
+    const char *const first = text + (*text == '-');
+    const char *end = first + std::strlen(first);
+    const size_t blocks = (static_cast<size_t>(end - first) + block_digits - 1) / block_digits;
+    const Object x = new_object(static_cast<uint32_t>(blocks) + 1, value < 0 ? type_negative : type_positive);
+    for (size_t i = 1; i <= blocks; i++) {
+        const char *const start = end - std::min<size_t>(block_digits, static_cast<size_t>(end - first));
+        uint32_t block = 0;
+        for (const char *digit = start; digit < end; digit++) block = block * 10 + static_cast<uint32_t>(*digit - '0');
+        words(x)[i] = block;
+        end = start;
     }
     return x;
 }
 
 Object integer_object(int64_t value) {
-    return integer_object(mpz_class(std::to_string(value)));
+    if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value));
+    mpz_class big;
+    const uint64_t magnitude = value < 0 ? -static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    mpz_import(big.get_mpz_t(), 1, -1, sizeof magnitude, 0, 0, &magnitude);
+    return integer_object(value < 0 ? mpz_class(-big) : big);
 }
 
 mpz_class integer_of(Object x) {
     if (is_immediate(x)) return mpz_class(immediate_value(x));
-    std::string text;
-    for (uint32_t i = length_of(x) - 1; i >= 1; i--) {
-        std::string digit = std::to_string(words(x)[i]);
-        text += std::string(4 - std::min<size_t>(digit.size(), 4), '0') + digit;
+    const size_t blocks = length_of(x) - 1;
+    char small[200];
+    std::vector<char> large(block_digits * blocks + 2 > sizeof small ? block_digits * blocks + 2 : 0);
+    char *const text = large.empty() ? small : large.data();
+    char *at = text;
+    *at++ = '0';
+    for (size_t i = blocks; i >= 1; i--) {
+        const uint32_t block = words(x)[i];
+        for (uint32_t unit = 1000; unit > 0; unit /= 10) *at++ = static_cast<char>('0' + block / unit % 10);
     }
-    mpz_class value(text.empty() ? "0" : text, 10);
+    *at = '\0';
+    const mpz_class value(text, 10);
     return type_of(x) == type_negative ? mpz_class(-value) : value;
 }
 
@@ -72,6 +158,41 @@ Object rational_object(const mpq_class &value) {
     parts.values.push_back(integer_object(value.get_num()));
     parts.values.push_back(integer_object(value.get_den()));
     return new_pair(type_rational, parts.values[0], parts.values[1]);
+}
+
+Object complex_unit() {
+    static const Object unit = [] {
+        const Object x = unique_object(type_complex, {immediate(1)});
+        keep(x);
+        return x;
+    }();
+    return unit;
+}
+
+Object complex_object(Object real, Object imaginary) {
+    if (is_zero(imaginary)) return real;
+    if (real == immediate(0) && imaginary == immediate(1)) return complex_unit();
+    if (real != immediate(0)) return new_pair(type_complex, real, imaginary);
+    const Object x = new_object(2, type_complex);
+    words(x)[1] = imaginary;
+    return x;
+}
+
+bool is_complex(Object x) {
+    return has_type(x, type_complex);
+}
+bool is_scalar(Object x) {
+    return is_number(x) || is_complex(x);
+}
+Object real_part(Object x) {
+    return !is_complex(x) ? x : length_of(x) == 2 ? immediate(0) : words(x)[1];
+}
+Object imaginary_part(Object x) {
+    return !is_complex(x) ? immediate(0) : words(x)[length_of(x) - 1];
+}
+
+bool is_zero(Object x) {
+    return x == immediate(0) || (has_type(x, type_float) && float_value(x) == 0);
 }
 
 bool is_number(Object x) {
@@ -85,21 +206,36 @@ double to_double(Object x) {
 }
 
 Object add(Object a, Object b) {
+    if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} + immediate_value(b));
+    if (either_complex(a, b)) {
+        return complex_object(add(real_part(a), real_part(b)), add(imaginary_part(a), imaginary_part(b)));
+    }
     const auto sum = [](const auto &x, const auto &y) { return decltype(x + y)(x + y); };
     return arithmetic(a, b, sum, sum);
 }
 
 Object subtract(Object a, Object b) {
+    if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} - immediate_value(b));
+    if (either_complex(a, b)) {
+        return complex_object(subtract(real_part(a), real_part(b)), subtract(imaginary_part(a), imaginary_part(b)));
+    }
     const auto difference = [](const auto &x, const auto &y) { return decltype(x - y)(x - y); };
     return arithmetic(a, b, difference, difference);
 }
 
 Object multiply(Object a, Object b) {
+    if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} * immediate_value(b));
+    if (either_complex(a, b)) {
+        return complex_multiply(a, b);
+    }
     const auto product = [](const auto &x, const auto &y) { return decltype(x * y)(x * y); };
     return arithmetic(a, b, product, product);
 }
 
 Object divide(Object a, Object b) {
+    if (either_complex(a, b)) {
+        return complex_divide(a, b);
+    }
     need_numbers(a, b);
     if (either_float(a, b)) return new_float(to_double(a) / to_double(b));
     const mpq_class divisor = rational_of(b);
@@ -108,14 +244,19 @@ Object divide(Object a, Object b) {
 }
 
 Object power(Object a, Object b) {
+    if (is_complex(a) && is_integer(b)) {
+        if (!is_immediate(b) && a != complex_unit()) throw HostError("result too large");
+        const mpz_class turns = integer_of(b) & 3;
+        return complex_power(a, is_immediate(b) ? immediate_value(b) : static_cast<int32_t>(turns.get_si()));
+    }
     need_numbers(a, b);
     if (either_float(a, b)) return new_float(std::pow(to_double(a), to_double(b)));
-    if (!is_immediate(b)) throw HostError("exponent must be an integer below 2^30");
+    if (!is_integer(b)) throw HostError("exponent must be an integer");
+    mpq_class base = rational_of(a);
+    if (!is_immediate(b)) return huge_power(base, b);
     const int32_t exponent = immediate_value(b);
     const uint32_t magnitude = static_cast<uint32_t>(std::abs(exponent));
-    mpq_class base = rational_of(a);
-    const size_t digits = mpz_sizeinbase(base.get_num_mpz_t(), 10) + mpz_sizeinbase(base.get_den_mpz_t(), 10);
-    if (abs(base) != 1 && base != 0 && digits * static_cast<uint64_t>(magnitude) > most_digits) {
+    if (abs(base) != 1 && base != 0 && digits_of(a) * static_cast<uint64_t>(magnitude) > most_digits) {
         throw HostError("result too large");
     }
     if (exponent < 0) {
@@ -146,7 +287,15 @@ Object modulo(Object a, Object b) {
 }
 
 Object negate(Object a) {
+    if (has_type(a, type_float)) return new_float(-float_value(a));  // of 0.0 it is -0.0
+    if (is_complex(a)) return complex_object(negate(real_part(a)), negate(imaginary_part(a)));
     return subtract(immediate(0), a);
+}
+
+bool is_negative(Object x) {
+    if (is_immediate(x)) return immediate_value(x) < 0;
+    if (has_type(x, type_float)) return std::signbit(float_value(x)) && !std::isnan(float_value(x));
+    return has_type(x, type_rational) ? is_negative(words(x)[1]) : has_type(x, type_negative);
 }
 
 int compare_numbers(Object a, Object b) {

@@ -17,9 +17,14 @@ enum Type : uint32_t {
     type_positive = MODLA_TYPE_POSITIVE_INTEGER,
     type_rational = 3,                       // words 1, 2: numerator, denominator > 1, in lowest terms
     type_float = 5,                          // words 1, 2: a double
+    type_complex = 6,                        // word 1: imaginary part; or words 1, 2: real and imaginary part
     type_string = 7,                         // word 1: bytes; then the text
-    type_name = 8,                           // word 1: value or 0; word 2: a string; word 3: immediate 1 if protected
+    type_name = 8,                           // word 1: value or 0; word 2: a string; word 3: flags, immediate
     type_indexed = MODLA_TYPE_INDEXED_NAME,  // word 1: base name; word 2: sequence of the indices
+    type_power = 13,                         // words 1, 2: base, exponent that is no number
+    type_product = 14,                       // pairs: base, exponent that is a number
+    type_sum = 16,                           // pairs: term, coefficient
+    type_polynomial = 17,                    // see polynomial.h; only word 1 is a value
     type_equation = MODLA_TYPE_EQUATION,     // words 1, 2: the sides
     type_sequence = MODLA_TYPE_SEQUENCE,     // words 1..: the elements; without elements it is NULL
     type_list = MODLA_TYPE_LIST,             // word 1: a sequence
@@ -28,6 +33,9 @@ enum Type : uint32_t {
     type_procedure = 40,                     // word 1: a Procedure record
     type_table = 41                          // word 1: a Table record
 };
+
+// Flags of a name.
+enum : int32_t { name_protected = 1, name_in_expressions = 2 };
 
 inline bool is_immediate(Object x) {
     return x & 1;

@@ -12,17 +12,13 @@ namespace modla::console {
 
 namespace {
 
-constexpr int deepest_nesting = 500;
+constexpr int deepest_nesting = 1000;
+constexpr int longest_postfix = 500;  // f(1)(2)[3]...
 
 // Binary operators by level, the loosest first.
 constexpr int comparison_level = 2, range_level = 3, tightest_level = 5;
 const std::array<std::vector<std::string_view>, 6> operators = {
     {{"or"}, {"and"}, {"=", "<>", "<", "<=", ">", ">="}, {".."}, {"+", "-"}, {"*", "/", "mod"}}};
-
-Object kept(Object x) {
-    keep(x);
-    return x;
-}
 
 }  // namespace
 
@@ -46,7 +42,9 @@ struct Parser::Scope {
 // Bounds the recursion of the parser, and so of everything that walks the tree.
 struct Parser::Nesting {
     explicit Nesting(Parser &owner) : parser(owner) {
-        if (parser.nesting_ >= deepest_nesting) throw SyntaxError(parser.peek().line, "nested too deeply");
+        if (parser.nesting_ >= deepest_nesting || stack_is_low()) {
+            throw SyntaxError(parser.peek().line, "nested too deeply");
+        }
         parser.nesting_++;
     }
     ~Nesting() { parser.nesting_--; }
@@ -55,7 +53,12 @@ struct Parser::Nesting {
     Parser &parser;
 };
 
-Parser::Parser(const std::string &text) : tokens_(tokenize(text)) {}
+Parser::Parser(const std::string &text) : tokens_(tokenize(text)), constants_(std::make_shared<Roots>()) {}
+
+Object Parser::kept(Object x) {
+    constants_->values.push_back(x);
+    return x;
+}
 
 bool Parser::at_symbol(const char *text) const {
     return peek().kind == TokenKind::symbol && peek().text == text;
@@ -219,20 +222,20 @@ NodePointer Parser::binary(int level) {
     }
     NodePointer left = binary(level + 1);
     const auto &choices = operators[static_cast<size_t>(level)];
-    int length = 0;
-    while ((peek().kind == TokenKind::symbol || peek().kind == TokenKind::keyword) &&
-           std::find(choices.begin(), choices.end(), peek().text) != choices.end()) {
-        if (++length > deepest_nesting) throw SyntaxError(peek().line, "nested too deeply");
-        NodePointer node = make(NodeKind::binary);
-        node->text = peek().text;
+    const auto at_operator = [&] {
+        return (peek().kind == TokenKind::symbol || peek().kind == TokenKind::keyword) &&
+               std::find(choices.begin(), choices.end(), peek().text) != choices.end();
+    };
+    if (!at_operator()) return left;
+    NodePointer node = make(NodeKind::binary);
+    node->parts.push_back(std::move(left));
+    do {
+        node->operators.push_back(peek().text);
         at_++;
         skip_separators();
-        node->parts.push_back(std::move(left));
         node->parts.push_back(binary(level + 1));
-        left = std::move(node);
-        if (level == comparison_level || level == range_level) break;
-    }
-    return left;
+    } while (level != comparison_level && level != range_level && at_operator());
+    return node;
 }
 
 NodePointer Parser::unary() {
@@ -246,7 +249,7 @@ NodePointer Parser::unary() {
     NodePointer base = postfix();
     if (!at_symbol("^")) return base;
     NodePointer node = make(NodeKind::binary);
-    node->text = "^";
+    node->operators = {"^"};
     at_++;
     node->parts.push_back(std::move(base));
     node->parts.push_back(unary());
@@ -256,7 +259,7 @@ NodePointer Parser::unary() {
 NodePointer Parser::postfix() {
     NodePointer node = primary();
     for (int length = 0; at_symbol("(") || at_symbol("["); length++) {
-        if (length > deepest_nesting) throw SyntaxError(peek().line, "nested too deeply");
+        if (length > longest_postfix) throw SyntaxError(peek().line, "nested too deeply");
         const bool call = at_symbol("(");
         NodePointer outer = make(call ? NodeKind::call : NodeKind::index);
         at_++;
@@ -331,6 +334,10 @@ NodePointer Parser::procedure() {
     if (!take_symbol(")")) {
         do {
             if (peek().kind != TokenKind::name) fail("a parameter's name");
+            const auto &names = body->locals;
+            if (std::find(names.begin(), names.end(), peek().text) != names.end()) {
+                throw SyntaxError(peek().line, "two parameters have the name " + peek().text);
+            }
             scope.declare(peek().text);
             at_++;
         } while (take_symbol(","));
@@ -347,7 +354,8 @@ NodePointer Parser::procedure() {
     scope_ = scope.outer;
     need_keyword("end");
     scope.resolve();
-    node->value = kept(make_procedure(std::move(body)));
+    body->constants = constants_;
+    node->body = std::move(body);
     return node;
 }
 

@@ -5,7 +5,9 @@
 #include <cmath>
 #include <vector>
 
+#include "console/algebra.h"
 #include "console/number.h"
+#include "console/polynomial.h"
 #include "console/table.h"
 
 namespace modla::console {
@@ -13,9 +15,11 @@ namespace modla::console {
 namespace {
 
 constexpr int32_t most_rows = 30, most_columns = 30;  // of a table that is printed whole
-constexpr int deepest = 200;                          // nesting that is printed
+constexpr int deepest = 500;                          // nesting that is printed
+constexpr size_t most_parts = 4000000;                // that are printed: values may share parts
 
-std::string text(Object x, int depth);
+// How tightly the operators of a text bind, the loosest first.
+enum Level { level_equation, level_range, level_sum, level_product, level_sign, level_power, level_primary };
 
 std::string float_text(double value) {
     if (std::isnan(value)) return "nan";
@@ -26,13 +30,222 @@ std::string float_text(double value) {
     return result.find_first_of(".e") == std::string::npos ? result + ".0" : result;
 }
 
-std::string elements_text(Object sequence, int depth) {
-    std::string result;
-    for (uint32_t i = 0; i < size_of(sequence); i++) {
-        if (i) result += ", ";
-        result += text(element(sequence, i), depth);
+std::string number_text(Object x) {
+    if (is_immediate(x)) return std::to_string(immediate_value(x));
+    if (has_type(x, type_float)) return float_text(float_value(x));
+    if (has_type(x, type_rational)) return number_text(words(x)[1]) + "/" + number_text(words(x)[2]);
+    return integer_of(x).get_str();
+}
+
+// Writes values so that reading the text gives them again, as far as the language can write them.
+class Writer {
+  public:
+    std::string text;
+
+    void write(Object x, int depth, Level needed = level_equation) {
+        if (depth > deepest || ++parts_ > most_parts) {
+            text += "...";
+            return;
+        }
+        const bool enclosed = level_of(x) < needed;
+        if (enclosed) text += "(";
+        write_open(x, depth);
+        if (enclosed) text += ")";
     }
-    return result;
+
+    void write_elements(Object sequence, int depth) {
+        for (uint32_t i = 0; i < size_of(sequence); i++) {
+            if (i) text += ", ";
+            write(element(sequence, i), depth);
+            if (parts_ > most_parts) break;
+        }
+    }
+
+  private:
+    static Level level_of(Object x) {
+        if (is_number(x)) {
+            if (is_negative(x)) return level_sign;
+            return has_type(x, type_rational) ? level_product : level_primary;
+        }
+        switch (type_of(x)) {
+            case type_equation:
+                return level_equation;
+            case type_range:
+                return level_range;
+            case type_complex:
+                if (length_of(x) == 3) return level_sum;
+                return x == complex_unit() ? level_primary : level_product;
+            case type_sum:
+                return length_of(x) > 3 ? level_sum : level_product;
+            case type_product:
+                return length_of(x) > 3 || is_negative_number(words(x)[2]) ? level_product : level_power;
+            case type_power:
+                return level_power;
+            default:
+                return level_primary;
+        }
+    }
+
+    static bool is_negative_number(Object x) { return is_number(x) && is_negative(x); }
+
+    void write_open(Object x, int depth) {
+        if (is_number(x)) {
+            text += number_text(x);
+            return;
+        }
+        if (x == complex_unit()) {
+            text += "I";
+            return;
+        }
+        switch (type_of(x)) {
+            case type_string:
+                write_string(text_of(x));
+                break;
+            case type_name:
+                text += text_of(x);
+                break;
+            case type_indexed:
+                write(words(x)[1], depth + 1);
+                text += "[";
+                write_elements(words(x)[2], depth + 1);
+                text += "]";
+                break;
+            case type_equation:
+                write_pair(x, " = ", depth);
+                break;
+            case type_range:
+                write_pair(x, "..", depth);
+                break;
+            case type_sequence:
+                write_elements(x, depth + 1);
+                break;
+            case type_list:
+            case type_set:
+                text += has_type(x, type_list) ? "[" : "{";
+                write_elements(x, depth + 1);
+                text += has_type(x, type_list) ? "]" : "}";
+                break;
+            case type_procedure:
+                text += "<procedure>";
+                break;
+            case type_table:
+                text += "<" + describe_table(table_of(x)) + ">";
+                break;
+            case type_complex:
+            case type_sum:
+                write_sum(x, depth);
+                break;
+            case type_product:
+            case type_power:
+                write_term(x, immediate(1), depth, true);
+                break;
+            case type_polynomial:
+                write_polynomial(x, depth);
+                break;
+            default:
+                text += "<object of type " + std::to_string(type_of(x)) + ">";
+        }
+    }
+
+    void write_string(const std::string &contents) { text += "\"" + contents + "\""; }
+
+    void write_pair(Object x, const char *between, int depth) {
+        const Level level = has_type(x, type_range) ? level_sum : level_range;
+        write(words(x)[1], depth + 1, level);
+        text += between;
+        write(words(x)[2], depth + 1, level);
+    }
+
+    void write_sum(Object x, int depth) {
+        if (has_type(x, type_complex)) {
+            const bool real = real_part(x) != immediate(0);
+            if (real) write_term(real_part(x), immediate(1), depth, true);
+            write_term(complex_unit(), imaginary_part(x), depth, !real);
+            return;
+        }
+        for (uint32_t i = 1; i < length_of(x); i += 2) {
+            write_term(words(x)[i], words(x)[i + 1], depth, i == 1);
+            if (parts_ > most_parts) break;
+        }
+    }
+
+    // A signed term of a sum: number * factor * ... / factor ...
+    void write_term(Object x, Object coefficient, int depth, bool first) {
+        Object number = coefficient;
+        Pairs factors;
+        if (x == complex_unit()) {
+            factors = {x, immediate(1)};
+        } else {
+            const HoldCollection hold;
+            split_product(x, &number, &factors);
+            number = multiply(number, coefficient);
+        }
+        if (is_complex(number) && length_of(number) == 3 && factors.empty()) {
+            text += first ? "" : " + ";
+            write(number, depth + 1, level_product);
+            return;
+        }
+        // A purely imaginary number is written as one factor more.
+        const bool imaginary = is_complex(number) && length_of(number) == 2;
+        Object real = imaginary ? imaginary_part(number) : number;
+        const bool negative = is_negative_number(real);
+        if (negative) real = negate(real);
+        text += first ? (negative ? "-" : "") : (negative ? " - " : " + ");
+        bool written = false;
+        const auto divider = [&] { text += std::exchange(written, true) ? "*" : ""; };
+        const bool alone = !imaginary && !has_numerator(factors);
+        if (real != immediate(1) || alone) {
+            divider();
+            write(real, depth + 1, level_product);
+        }
+        if (imaginary) {
+            divider();
+            text += "I";
+        }
+        for (size_t i = 0; i < factors.size(); i += 2) {
+            if (is_negative_number(factors[i + 1])) continue;
+            divider();
+            write_factor(factors[i], factors[i + 1], depth);
+        }
+        for (size_t i = 0; i < factors.size(); i += 2) {
+            if (!is_negative_number(factors[i + 1])) continue;
+            text += "/";
+            write_factor(factors[i], negate(factors[i + 1]), depth);
+        }
+    }
+
+    static bool has_numerator(const Pairs &factors) {
+        for (size_t i = 1; i < factors.size(); i += 2) {
+            if (!is_negative_number(factors[i])) return true;
+        }
+        return false;
+    }
+
+    void write_factor(Object base, Object exponent, int depth) {
+        if (exponent == immediate(1)) return write(base, depth + 1, level_power);
+        write(base, depth + 1, level_primary);
+        text += "^";
+        write(exponent, depth + 1, level_primary);
+    }
+
+    void write_polynomial(Object x, int depth) {
+        text += is_bivariate(x) ? "modp2(" : "modp1(";
+        text += polynomial_text(x) + ", " + number_text(polynomial_modulus(x)) + ", ";
+        if (is_bivariate(x)) text += "[";
+        if (is_bivariate(x))
+            write_elements(polynomial_variable(x), depth + 1);
+        else
+            write(polynomial_variable(x), depth + 1);
+        text += is_bivariate(x) ? "])" : ")";
+    }
+
+    size_t parts_ = 0;
+};
+
+std::string text_at(Object x, int depth) {
+    Writer writer;
+    writer.write(x, depth);
+    return std::move(writer.text);
 }
 
 std::string grid_text(const Table &table) {
@@ -41,7 +254,7 @@ std::string grid_text(const Table &table) {
     std::vector<size_t> widths(static_cast<size_t>(columns), 0);
     for (int32_t i = 1; i <= rows; i++) {
         for (int32_t j = 1; j <= columns; j++) {
-            cells.push_back(text(get_entry(table, i, j), 0));
+            cells.push_back(text_at(get_entry(table, i, j), 1));
             size_t &width = widths[static_cast<size_t>(j - 1)];
             width = std::max(width, cells.back().size());
         }
@@ -56,59 +269,19 @@ std::string grid_text(const Table &table) {
     return result;
 }
 
-std::string table_text(const Table &table, int depth) {
+bool is_printed_whole(const Table &table) {
     const int32_t rows = table_rows(table), columns = table_columns(table);
-    if (depth == 0 && rows > 0 && columns > 0 && rows <= most_rows && columns <= most_columns) {
-        return grid_text(table);
-    }
-    return "<" + describe_table(table) + ">";
-}
-
-std::string text(Object x, int depth) {
-    if (is_immediate(x)) return std::to_string(immediate_value(x));
-    if (depth > deepest) return "...";
-    const auto part = [&](uint32_t i) { return text(words(x)[i], depth + 1); };
-    switch (type_of(x)) {
-        case type_negative:
-        case type_positive:
-            return integer_of(x).get_str();
-        case type_rational:
-            return part(1) + "/" + part(2);
-        case type_float:
-            return float_text(float_value(x));
-        case type_string:
-            return "\"" + text_of(x) + "\"";
-        case type_name:
-            return text_of(x);
-        case type_indexed:
-            return part(1) + "[" + elements_text(words(x)[2], depth + 1) + "]";
-        case type_equation:
-            return part(1) + " = " + part(2);
-        case type_sequence:
-            return elements_text(x, depth + 1);
-        case type_list:
-            return "[" + elements_text(x, depth + 1) + "]";
-        case type_range:
-            return part(1) + ".." + part(2);
-        case type_set:
-            return "{" + elements_text(x, depth + 1) + "}";
-        case type_procedure:
-            return "<procedure>";
-        case type_table:
-            return table_text(table_of(x), depth);
-        default:
-            return "<object of type " + std::to_string(type_of(x)) + ">";
-    }
+    return rows > 0 && columns > 0 && rows <= most_rows && columns <= most_columns;
 }
 
 }  // namespace
 
 std::string to_text(Object x) {
-    return text(x, 0);
+    return has_type(x, type_table) && is_printed_whole(table_of(x)) ? grid_text(table_of(x)) : text_at(x, 0);
 }
 
 std::string to_line(Object x) {
-    return has_type(x, type_string) ? text_of(x) : text(x, 1);
+    return has_type(x, type_string) ? text_of(x) : text_at(x, 1);
 }
 
 }  // namespace modla::console

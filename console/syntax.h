@@ -7,6 +7,11 @@
 //   expression  or, and, not, = <> < <= > >=, .., + -, * / mod, unary -, ^, calls f(..) and indices a[..]
 //   primary     123, 2.5, "text", name, 'name' (the name itself), [list], {set}, (expression), proc(x, y) .. end
 //
+// A name without a value stands for itself: x^2 + 3*x*y - 1/2 is an expression, kept in the normal form that algebra.h
+// describes.  Names that get a value later are replaced when a name or a variable is read whose value is an expression;
+// elements of lists, sets and tables stay as they were put in, until eval is applied.  'x' is the name itself, with or
+// without a value, and x := 'x' takes the value away.  I is the imaginary unit; infinity and nan are floats.
+//
 // Inside a procedure its parameters, its loop variables and the names that it assigns are local.  An output name that
 // is handed to the library is always the global name, so a procedure reads an output through a name that it does not
 // assign itself.
@@ -16,8 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "console/heap.h"
 #include "console/lexer.h"
-#include "console/object.h"
 
 namespace modla::console {
 
@@ -30,8 +35,8 @@ enum class NodeKind {
     index,         // parts: object, indices
     negation,      // parts: operand
     logical_not,   // parts: operand
-    binary,        // text: operator; parts: operands
-    procedure,     // value: the procedure
+    binary,        // operators between the parts, of one level: applied from the left
+    procedure,     // body
     assignment,    // parts: target, expression
     block,         // parts: statements
     conditional,   // parts: condition, block, ..., [block]
@@ -43,12 +48,16 @@ enum class NodeKind {
     next_turn
 };
 
+struct ProcedureBody;
+
 struct Node {
     NodeKind kind;
     int line;
     Object value = 0;
     int slot = -1;
     std::string text = {};
+    std::vector<std::string> operators = {};
+    std::shared_ptr<ProcedureBody> body = {};
     std::vector<std::unique_ptr<Node>> parts = {};
 };
 using NodePointer = std::unique_ptr<Node>;
@@ -58,9 +67,10 @@ struct ProcedureBody {
     std::vector<std::string> locals;  // the parameters first
     size_t parameters = 0;
     NodePointer block;
+    std::shared_ptr<Roots> constants;  // of the text that the body was read from
 };
 
-// Reads a program statement by statement.
+// Reads a program statement by statement.  Its constants live as long as the parser or a procedure of the text does.
 class Parser {
   public:
     explicit Parser(const std::string &text);
@@ -80,6 +90,7 @@ class Parser {
     void skip_separators();
     [[noreturn]] void fail(const std::string &expected) const;
     NodePointer make(NodeKind kind) const;
+    Object kept(Object x);
 
     NodePointer statement();
     NodePointer block();
@@ -97,6 +108,7 @@ class Parser {
 
     std::vector<Token> tokens_;
     size_t at_ = 0;
+    std::shared_ptr<Roots> constants_;
     Scope *scope_ = nullptr;
     int nesting_ = 0;
 };

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "console/algebra.h"
 #include "console/error.h"
 #include "console/number.h"
 #include "console/print.h"
@@ -59,7 +60,8 @@ void set_entry(const Table &table, int32_t i, int32_t j, Object value) {
             static_cast<double *>(table.data)[k] = to_double(value);
             break;
         default:
-            if (!is_integer(value)) refuse();
+            // Host values: what has a value modulo p, once its names have values.
+            if (!is_operand(value) || has_type(value, type_float)) refuse();
             static_cast<Object *>(table.data)[k] = value;
     }
 }
@@ -67,6 +69,7 @@ void set_entry(const Table &table, int32_t i, int32_t j, Object value) {
 Object get_entry_integer(const Table &table, int32_t i, int32_t j) {
     const Object entry = get_entry(table, i, j);
     if (is_integer(entry)) return entry;
+    if (!has_type(entry, type_float)) throw HostError(to_line(entry) + " is no integer");
     return integer_object(integral_float(entry));
 }
 

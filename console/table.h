@@ -11,7 +11,8 @@ namespace modla::console {
 int32_t table_rows(const Table &table);
 int32_t table_columns(const Table &table);
 
-// Entry i, j, counted from 1.  A stored value must suit the datatype: a 32-bit integer, a number, an integer.
+// Entry i, j, counted from 1.  A stored value must suit the datatype: a 32-bit integer; a number; for host integers an
+// integer or an exact expression, which has residues like an integer.
 Object get_entry(const Table &table, int32_t i, int32_t j);
 void set_entry(const Table &table, int32_t i, int32_t j, Object value);
 

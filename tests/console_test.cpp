@@ -16,6 +16,7 @@
 #include <functional>
 #include <set>
 
+#include "console/compare.h"
 #include "console/number.h"
 #include "fake_host.h"
 #include "session.h"
@@ -207,7 +208,7 @@ TEST(Language, Errors) {
         {"1/0.0 mod 2", "infinity is no integer"},
         {"7 mod 2.0", "mod needs a number and an integer modulus"},
         {"1/2 mod 4", "the denominator has no inverse modulo 4"},
-        {"2^(2^40)", "exponent must be an integer below 2^30"},
+        {"2^(2^40)", "result too large"},
         {"2^(2^29)", "result too large"},
         {"0^-1", "division by zero"},
         {"if 1 then 2 end", "a condition must be true or false, not 1"},
@@ -231,10 +232,10 @@ TEST(Language, Errors) {
         {"break", "only loops and procedures can be left"},
         {"return 3", "only loops and procedures can be left"},
         {"x := 'y'; y := 'x'; x", "recursive assignment of x"},
-        {"y := 'y'; x := 'x'; x + 1", "cannot compute with x"},
+        {"true + 1", "cannot compute with true"},
         {"A := Create(7, 2, 2, integer); A[1]", "a 2 x 2 Matrix, integer, C_order takes 2 indices"},
         {"A[3, 1]", "index 3, 1 is outside a 2 x 2 Matrix, integer, C_order"},
-        {"A[1, 1] := 1/2", "1/2 is no entry for a 2 x 2 Matrix, integer, C_order"},
+        {"A[1, 1] := 0.5", "0.5 is no entry for a 2 x 2 Matrix, integer, C_order"},
         {"A := Create(7, 2, 2, integer[4]); A[1, 1] := 2^31",
          "2147483648 is no entry for a 2 x 2 Matrix, integer[4], "
          "C_order"},
