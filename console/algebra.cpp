@@ -13,7 +13,8 @@ namespace modla::console {
 
 namespace {
 
-constexpr size_t largest_expansion = 1000000;  // terms multiplied by terms
+constexpr uint32_t longest_exponent = 2500;   // words of an exponent
+constexpr size_t largest_expansion = 500000;  // terms multiplied by terms
 
 bool is_one(Object x) {
     return x == immediate(1);
@@ -286,7 +287,12 @@ Object power_to_integer(Object a, Object exponent) {
     Object number;
     Pairs factors;
     split_product(a, &number, &factors);
-    for (size_t i = 1; i < factors.size(); i += 2) factors[i] = times(factors[i], exponent);
+    for (size_t i = 1; i < factors.size(); i += 2) {
+        factors[i] = times(factors[i], exponent);
+        if (is_integer(factors[i]) && !is_immediate(factors[i]) && length_of(factors[i]) > longest_exponent) {
+            throw HostError("exponent too large");
+        }
+    }
     return multiply_factors(power(number, exponent), factors);
 }
 

@@ -392,6 +392,7 @@ HoldCollection::HoldCollection() {
 }
 HoldCollection::~HoldCollection() {
     heap().held--;
+    collect_before(0);  // programs may allocate nowhere else
 }
 
 bool is_unique(Object x) {

@@ -43,6 +43,59 @@ bool both_immediate(Object a, Object b) {
     return is_immediate(a) && is_immediate(b);
 }
 
+// ---- Big integers
+
+constexpr uint32_t most_horner_words = 200;  // longer integers are read as decimal text, which GMP does faster then
+
+mpz_class value_by_horner(Object x) {
+    static_assert(sizeof(mp_limb_t) == 4);
+    mp_limb_t limbs[most_horner_words / 2 + 1];  // a word has less than 14 bits
+    mp_size_t count = 0;
+    uint32_t i = length_of(x) - 1;
+    for (bool odd = i % 2; i >= 1; i -= odd ? 1 : 2, odd = false) {
+        const mp_limb_t low = odd ? words(x)[i] : words(x)[i] * 10000 + words(x)[i - 1];
+        const mp_limb_t carry = count ? mpn_mul_1(limbs, limbs, count, 100000000) : 0;
+        if (carry) limbs[count++] = carry;
+        if (count == 0 && low)
+            limbs[count++] = low;
+        else if (low && mpn_add_1(limbs, limbs, count, low))
+            limbs[count++] = 1;
+    }
+    mpz_class value;
+    mpz_import(value.get_mpz_t(), static_cast<size_t>(count), -1, sizeof(mp_limb_t), 0, 0, limbs);
+    return value;
+}
+
+mpz_class value_by_text(Object x) {
+    const size_t blocks = length_of(x) - 1;
+    std::vector<char> text(block_digits * blocks + 1);
+    char *at = text.data();
+    for (size_t i = blocks; i >= 1; i--) {
+        const uint32_t block = words(x)[i];
+        for (uint32_t unit = 1000; unit > 0; unit /= 10) *at++ = static_cast<char>('0' + block / unit % 10);
+    }
+    return mpz_class(text.data(), 10);
+}
+
+// The double next to a rational number; of two, the even one.
+double nearest_double(const mpq_class &value) {
+    if (value == 0) return 0;
+    mpz_class numerator = abs(value.get_num()), denominator = value.get_den();
+    const auto bits = [](const mpz_class &x) { return static_cast<long>(mpz_sizeinbase(x.get_mpz_t(), 2)); };
+    // A quotient of 62 or 63 bits; of a subnormal result, no more than two bits behind its last one.
+    const long shift = std::min(62 - (bits(numerator) - bits(denominator)), 1076L);
+    if (shift > 0)
+        numerator <<= static_cast<unsigned long>(shift);
+    else
+        denominator <<= static_cast<unsigned long>(-shift);
+    mpz_class quotient = numerator / denominator;
+    if (quotient * denominator != numerator) quotient |= 1;
+    uint64_t mantissa = 0;
+    mpz_export(&mantissa, nullptr, -1, sizeof mantissa, 0, 0, quotient.get_mpz_t());
+    const double result = std::ldexp(static_cast<double>(static_cast<int64_t>(mantissa)), static_cast<int>(-shift));
+    return value < 0 ? -result : result;
+}
+
 // ---- Complex numbers
 
 bool either_complex(Object a, Object b) {
@@ -137,18 +190,7 @@ Object integer_object(int64_t value) {
 
 mpz_class integer_of(Object x) {
     if (is_immediate(x)) return mpz_class(immediate_value(x));
-    const size_t blocks = length_of(x) - 1;
-    char small[200];
-    std::vector<char> large(block_digits * blocks + 2 > sizeof small ? block_digits * blocks + 2 : 0);
-    char *const text = large.empty() ? small : large.data();
-    char *at = text;
-    *at++ = '0';
-    for (size_t i = blocks; i >= 1; i--) {
-        const uint32_t block = words(x)[i];
-        for (uint32_t unit = 1000; unit > 0; unit /= 10) *at++ = static_cast<char>('0' + block / unit % 10);
-    }
-    *at = '\0';
-    const mpz_class value(text, 10);
+    const mpz_class value = length_of(x) <= most_horner_words ? value_by_horner(x) : value_by_text(x);
     return type_of(x) == type_negative ? mpz_class(-value) : value;
 }
 
@@ -202,11 +244,13 @@ bool is_number(Object x) {
 double to_double(Object x) {
     if (is_immediate(x)) return immediate_value(x);
     if (type_of(x) == type_float) return float_value(x);
-    return rational_of(x).get_d();
+    return nearest_double(rational_of(x));
 }
 
 Object add(Object a, Object b) {
     if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} + immediate_value(b));
+    if (a == immediate(0) && is_scalar(b)) return b;  // also -0.0
+    if (b == immediate(0) && is_scalar(a)) return a;
     if (either_complex(a, b)) {
         return complex_object(add(real_part(a), real_part(b)), add(imaginary_part(a), imaginary_part(b)));
     }
@@ -216,6 +260,7 @@ Object add(Object a, Object b) {
 
 Object subtract(Object a, Object b) {
     if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} - immediate_value(b));
+    if (b == immediate(0) && is_scalar(a)) return a;
     if (either_complex(a, b)) {
         return complex_object(subtract(real_part(a), real_part(b)), subtract(imaginary_part(a), imaginary_part(b)));
     }
@@ -225,6 +270,7 @@ Object subtract(Object a, Object b) {
 
 Object multiply(Object a, Object b) {
     if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} * immediate_value(b));
+    if (a == immediate(1) && is_scalar(b)) return b;
     if (either_complex(a, b)) {
         return complex_multiply(a, b);
     }

@@ -193,7 +193,8 @@ class Writer {
         text += first ? (negative ? "-" : "") : (negative ? " - " : " + ");
         bool written = false;
         const auto divider = [&] { text += std::exchange(written, true) ? "*" : ""; };
-        const bool alone = !imaginary && !has_numerator(factors);
+        const Object leading = first_numerator(factors);
+        const bool alone = !imaginary && leading == 0;
         if (real != immediate(1) || alone) {
             divider();
             write(real, depth + 1, level_product);
@@ -201,6 +202,13 @@ class Writer {
         if (imaginary) {
             divider();
             text += "I";
+        }
+        // Read from the left, a number would be multiplied into a sum that follows it.
+        const bool enclosed = number != immediate(1) && leading != 0 && has_type(leading, type_sum);
+        if (enclosed) {
+            divider();
+            text += "(";
+            written = false;
         }
         for (size_t i = 0; i < factors.size(); i += 2) {
             if (is_negative_number(factors[i + 1])) continue;
@@ -212,13 +220,16 @@ class Writer {
             text += "/";
             write_factor(factors[i], negate(factors[i + 1]), depth);
         }
+        if (enclosed) text += ")";
     }
 
-    static bool has_numerator(const Pairs &factors) {
-        for (size_t i = 1; i < factors.size(); i += 2) {
-            if (!is_negative_number(factors[i])) return true;
+    // The first factor that stands before the divisors, 1 when it has an exponent; 0 when there is none.
+    static Object first_numerator(const Pairs &factors) {
+        for (size_t i = 0; i < factors.size(); i += 2) {
+            const Object exponent = factors[i + 1];
+            if (!is_negative_number(exponent)) return exponent == immediate(1) ? factors[i] : immediate(1);
         }
-        return false;
+        return 0;
     }
 
     void write_factor(Object base, Object exponent, int depth) {

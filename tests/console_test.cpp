@@ -246,6 +246,7 @@ TEST(Language, Errors) {
         {"if true", "expected 'then' before the end"},
         {"for i do", "expected an expression before the end"},
         {"1 < 2 < 3", "expected the end of the statement, got '<'"},
+        {"proc(x, y, x) end", "two parameters have the name x"},
         {"3 := 4", "expected a name or an element of one before ':=', got ':='"},
         {"for 3 to 4 do end", "expected a name, got '3'"},
         {"\"abc", "a string is not closed"},
@@ -719,7 +720,6 @@ TEST(Numbers, RationalsAreInLowestTerms) {
         mpq_class value(n, d);
         value.canonicalize();
         ASSERT_EQ(run("(" + n.get_str() + ")/(" + d.get_str() + ")"), value.get_str() + "\n");
-        ASSERT_EQ(to_double(eval(value.get_str())), value.get_d());
     }
 }
 
@@ -786,6 +786,29 @@ TEST(Numbers, FloatsKeepAllTheirBits) {
     }
     expect_outputs(
         {{"1/0.0; -1/0.0; 0/0.0; 1e400", "infinity\n-infinity\nnan\ninfinity\n"}, {"0.0; 1e-400", "0.0\n0.0\n"}});
+}
+
+TEST(Numbers, FloatsAreTheNearestOnes) {
+    Random random(44);
+    for (int round = 0; round < 5000; round++) {
+        mpq_class value(random_integer(random), 1 + abs(random_integer(random)));
+        if (chance(random, 30)) value.get_den() = 1;
+        if (chance(random, 20)) value /= mpq_class(mpz_class(1) << 1050);  // subnormal
+        if (chance(random, 20)) value = (mpq_class(mpz_class(1) << 53) + between(random, 0, 8)) / 2 + mpq_class(1, 4);
+        value.canonicalize();
+        const double x = to_double(rational_object(value));
+        const mpq_class error = abs(mpq_class(x) - value);
+        for (const double other : {std::nextafter(x, -INFINITY), std::nextafter(x, INFINITY)}) {
+            const mpq_class its_error = abs(mpq_class(other) - value);
+            ASSERT_LE(error, its_error) << value;
+            if (error == its_error) {
+                ASSERT_EQ(std::bit_cast<uint64_t>(x) % 2, 0u) << value;
+            }
+        }
+    }
+    EXPECT_EQ(to_double(eval("10^400")), INFINITY);
+    EXPECT_EQ(to_double(eval("-10^400/3")), -INFINITY);
+    EXPECT_EQ(to_double(eval("1/10^400")), 0);
 }
 
 TEST(Numbers, FixedWritesTheWholeNumber) {
@@ -931,6 +954,25 @@ TEST_F(Files, EntriesAreReducedWhenRead) {
     }
 }
 
+TEST_F(Files, EntriesAreKeptWithoutAModulus) {
+    write("a.sms", "2 2 M\n1 1 -100000000000000000000\n2 1 9007199254740993\n0 0 0\n");
+    write("b.sms", "1 2 M\n1 2 -2147483648\n0 0 0\n");
+    const std::string a = "ReadMatrix(\"" + path("a.sms") + "\"", b = "ReadMatrix(\"" + path("b.sms") + "\"";
+    const std::string rows = "[-100000000000000000000 0]\n[      9007199254740993 0]\n";
+    expect_outputs({{a + ")", rows}, {a + ", integer, Fortran_order)", rows}});
+    expect_outputs({{b + ", integer[4])", "[0 -2147483648]\n"}, {b + ", float[8])", "[0.0 -2147483648.0]\n"}});
+    expect_errors({{a + ", float[8])", "9007199254740993 is no float"},
+                   {a + ", integer[4])", "-100000000000000000000 is no entry for a 2 x 2 Matrix, integer[4], C_order"},
+                   {a + ", 3)", "expected a datatype, integer, integer[4] or float[8], got 3"},
+                   {"ReadMatrix(7, \"" + path("a.sms") + "\")", "usage: ReadMatrix(p, \"file\", datatype [, order])"}});
+    // An entry that cannot be written leaves the file alone.
+    for (const std::string entries :
+         {"[[1, 2], [3, unset]], integer", "[[1, 2], [3, 1/2]]", "[[1, 2], [3, 0.5]], float[8]"}) {
+        EXPECT_NE(error_of("WriteMatrix(\"" + path("b.sms") + "\", matrix(" + entries + "))"), "");
+        EXPECT_EQ(run(b + ")"), "[0 -2147483648]\n");
+    }
+}
+
 TEST_F(Files, Errors) {
     write("bad.mtx", "%%MatrixMarket matrix coordinate integer general\n2 2 1\n3 1 1\n");
     write("lists", "1 2 3\n# comment\n\n-5 10000000000000000000000 # end\n");
@@ -1025,6 +1067,7 @@ TEST_F(Program, RunsATextAndStandardInput) {
     expect(console({"-e", "1 + 1; \"a\""}), 0, "2\n\"a\"\n", "");
     expect(console({"-e", "print(1); 1/0; 3"}), 1, "1\n", "Error: division by zero\n");
     expect(console({"-e", ""}), 0, "", "");
+    expect(console({"-e", "v := 2", "-e", "v + 1", "-e", "1/0", "-e", "5"}), 1, "3\n", "Error: division by zero\n");
     expect(console({}, "v := 6\nv * 7"), 0, "42\n", "");
     expect(console({"-"}, "1\n\n2/0\n"), 1, "1\n", "stdin:3: Error: division by zero\n");
     expect(console({}, ""), 0, "", "");
@@ -1058,6 +1101,14 @@ TEST_F(Program, DescribesItself) {
     EXPECT_NE(help.output.find(console({"-e", "help()"}).output), std::string::npos);
 }
 
+TEST_F(Program, TellsWhenItsOutputIsLost) {
+    for (const char *arguments : {"-e 1", "-e 'print(1)'", "--help", "--version"}) {
+        const std::string command = std::string(MODLA_CONSOLE) + " " + arguments + " > /dev/full 2> " + path("errors");
+        EXPECT_NE(std::system(command.c_str()), 0) << arguments;
+        EXPECT_EQ(contents_of(path("errors")), "modla: cannot write standard output\n") << arguments;
+    }
+}
+
 TEST_F(Program, LoadsTheNamedLibrary) {
     expect(console({"--library", MODLA_LIBRARY, "-e", "Create(7, 1, 2, 3, integer)"}), 0, "[3 3]\n", "");
 }
@@ -1073,6 +1124,7 @@ TEST_F(Program, FindsFilesBesideTheScript) {
 TEST_F(Program, SurvivesEverything) {
     const size_t many = 100000;
     const std::string deep = "x := []; y := []; for i to 200000 do x := [x]; y := [y] end; ";
+    const std::string shared = "x := [1]; y := [1]; for i to 60 do x := [x, x]; y := [y, y] end; ";
     const auto recursive = [](const std::string &before, const std::string &after, size_t times) {
         return "f := proc(n) if n = 0 then return 0 end; " + repeated(before, times) + "f(n - 1)" +
                repeated(after, times) + " end; f(390)";
@@ -1109,6 +1161,17 @@ TEST_F(Program, SurvivesEverything) {
         {"power tower", "2^(2^40)"},
         {"squares", "x := 2; for i to 40 do x := x * x end"},
         {"name cycle", "x := 'y'; y := 'x'; x + 1"},
+        {"shared equality", shared + "equal(x, y)"},
+        {"shared inequality", shared + "y := [y, y, 1]; if [x, x, 2] <> y then 1 end"},
+        {"shared sort", shared + "sort([x, y, x])"},
+        {"shared print", shared + "size(join(x))"},
+        {"shared expression", "e := x; for i to 100 do e := e^2 + e end"},
+        {"deep expression", "e := x; for i to 100000 do e := e^2 + 1 end"},
+        {"shared values", shared + "eval(x)"},
+        {"powers", "e := 2; for i to 100 do e := e^e end"},
+        {"exponents", "e := x; for i to 1000 do e := e^(10^1000) end"},
+        {"roots", "e := 2; for i to 10000 do e := (e + 1)^(1/2) end"},
+        {"deep text", repeated("(x^2 + 1)*(", 1000) + "x" + repeated(")", 1000)},
         {"chain of names", "for i to 2 do x := 'x' end; x + 1"},
         {"deep equality", deep + "equal(x, y)"},
         {"deep inequality", deep + "if x <> y then 1 end"},
