@@ -14,9 +14,10 @@ if(NOT MODLA_CBLAS_LIBRARY OR NOT MODLA_CBLAS_INCLUDE_DIR)
   message(FATAL_ERROR "No i386 CBLAS: install libopenblas-serial-dev:i386 or set MODLA_CBLAS_LIBRARY and "
     "MODLA_CBLAS_INCLUDE_DIR")
 endif()
+add_library(modla_cblas_headers INTERFACE)
+target_include_directories(modla_cblas_headers SYSTEM INTERFACE ${MODLA_CBLAS_INCLUDE_DIR})
 add_library(modla_cblas INTERFACE)
-target_include_directories(modla_cblas SYSTEM INTERFACE ${MODLA_CBLAS_INCLUDE_DIR})
-target_link_libraries(modla_cblas INTERFACE ${MODLA_CBLAS_LIBRARY})
+target_link_libraries(modla_cblas INTERFACE modla_cblas_headers ${MODLA_CBLAS_LIBRARY})
 
 # An i386 library by file name: run-time packages beside headers of the other architecture are enough.
 function(modla_find_library target package file header_directory)
@@ -31,9 +32,7 @@ endfunction()
 
 modla_find_library(modla_gmp libgmp-dev:i386 libgmp.so ${MODLA_I386_HEADERS})
 modla_find_library(modla_readline "libreadline8:i386 and libreadline-dev" libreadline.so.8 /usr/include)
-if(MODLA_TESTS OR MODLA_BENCHMARKS)
-  modla_find_library(modla_flint "libflint17:i386 and libflint-dev" libflint.so.17 ${MODLA_I386_HEADERS})
-endif()
+modla_find_library(modla_flint "libflint17:i386 and libflint-dev" libflint.so.17 ${MODLA_I386_HEADERS})
 if(MODLA_TESTS)
   modla_find_library(modla_gtest libgtest-dev:i386 libgtest.a /usr/include)
 endif()

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "console/callbacks.h"
 #include "console/compare.h"
 #include "console/expression_functions.h"
 #include "console/host.h"
@@ -162,12 +163,6 @@ Object time_value(const Arguments &) {
     return new_float(std::chrono::duration<double>(now).count());
 }
 
-// The source of random host integers; native entries come from rand().
-gmp_randclass &random_source() {
-    static auto *const source = new gmp_randclass(gmp_randinit_mt);
-    return *source;
-}
-
 Object seed_random(const Arguments &arguments) {
     const unsigned seed = static_cast<unsigned>(small_integer(arguments[0], "a seed"));
     std::srand(seed);
@@ -276,22 +271,6 @@ Object raise_error(const Arguments &arguments) {
     throw HostError(to_line(arguments[0]));
 }
 
-// cbRandMat(p, row shift, rows, column shift, columns, A): random entries in a block of a Matrix of host integers.
-Object random_block(const Arguments &arguments) {
-    const mpz_class p = integer_of(arguments[0]);
-    const Table &table = table_argument(arguments[5]);
-    const int32_t row_shift = small_integer(arguments[1], "a shift"), rows = small_integer(arguments[2], "a count");
-    const int32_t column_shift = small_integer(arguments[3], "a shift");
-    const int32_t columns = small_integer(arguments[4], "a count");
-    for (int32_t i = 1; i <= std::max(rows, 1); i++) {
-        for (int32_t j = 1; j <= std::max(columns, 1); j++) {
-            set_entry(table, row_shift + i, column_shift + j,
-                      integer_object(mpz_class(random_source().get_z_range(p))));
-        }
-    }
-    return null_value();
-}
-
 Object show_help(const Arguments &) {
     std::cout << describe_functions() << std::flush;
     return null_value();
@@ -341,6 +320,11 @@ const Function functions[] = {
 
 }  // namespace
 
+gmp_randclass &random_source() {
+    static auto *const source = new gmp_randclass(gmp_randinit_mt);
+    return *source;
+}
+
 void set_file_directory(const std::string &directory) {
     file_directory() = directory;
 }
@@ -363,8 +347,7 @@ void define_functions() {
                              return function.run(arguments);
                          }));
     }
-    // Programs may put their own procedure in its place.
-    assign_global(global_name("cbRandMat"), make_native("cbRandMat", random_block));
+    define_callbacks();
 }
 
 }  // namespace modla::console

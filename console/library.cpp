@@ -5,6 +5,7 @@
 #include <array>
 #include <limits>
 
+#include "console/callbacks.h"
 #include "console/host.h"
 #include "console/interpreter.h"
 #include "console/number.h"
@@ -23,6 +24,9 @@ constexpr std::array entry_points = {"Create",      "Fill",     "Copy",      "Sw
 Object find_callback(const std::vector<Object> &arguments) {
     const Object procedure = arguments.size() == 1 ? evaluate(arguments[0]) : null_value();
     if (has_type(procedure, type_procedure)) return procedure;
+    if (has_type(procedure, type_name) && procedure == arguments[0]) {
+        if (const Object own = own_callback(text_of(procedure))) return own;
+    }
     const bool named = arguments.size() == 1 && has_type(arguments[0], type_name);
     throw HostError("no procedure " + (named ? text_of(arguments[0]) : std::string("of this name")) +
                     " is defined for matrices of host integers");

@@ -16,6 +16,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 namespace modla {
 
@@ -29,21 +30,22 @@ int32_t pending_bound(uint32_t p) {
     return bound > 2147483646 ? 2147483646 : static_cast<int32_t>(bound);
 }
 
-// The inverse of a mod p, for p < 2^31, by Euclid's algorithm; 0 when there is none.
-inline uint32_t euclid_inverse(uint32_t a, uint32_t p) {
+// The inverse of a mod p, for p below half of the type's range, by Euclid's algorithm; 0 when there is none.
+template <class Unsigned>
+Unsigned euclid_inverse(Unsigned a, Unsigned p) {
     if (a == 0 || p == 0) return 0;
-    uint32_t r0 = p, r1 = a;
-    uint32_t t0 = 0, t1 = 1;  // cofactors of a, mod 2^32; their magnitude stays below p
+    Unsigned r0 = p, r1 = a;
+    Unsigned t0 = 0, t1 = 1;  // cofactors of a, modulo the type's range; their magnitude stays below p
     while (true) {
-        const uint32_t q = r0 / r1;
-        const uint32_t r2 = r0 - q * r1;
+        const Unsigned q = r0 / r1;
+        const Unsigned r2 = r0 - q * r1;
         if (r2 == 0) break;
-        const uint32_t t2 = t0 - q * t1;
+        const Unsigned t2 = t0 - q * t1;
         r0 = r1, r1 = r2;
         t0 = t1, t1 = t2;
     }
     if (r1 != 1) return 0;
-    return static_cast<int32_t>(t1) > 0 ? t1 : p + t1;
+    return static_cast<std::make_signed_t<Unsigned>>(t1) > 0 ? t1 : p + t1;
 }
 
 // Unsigned 32-bit words, 2 <= p <= 65535.

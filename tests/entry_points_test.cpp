@@ -1152,8 +1152,11 @@ TEST(RowReduce, CallsAProcedureOfTheProgram) {
               "2 3 1 3 3 100000000000000000000 d 0 r 0 e 0 2 false\n42\n");
     EXPECT_EQ(error_of("RowReduce(10^20, A, 1, 1, 0, 0, 0, 0, 0, 0, 'maybe')"),
               "argument 11 must be 'true' or 'false'");
+    run("cbReduce := 3");
+    EXPECT_NE(error_of("RowReduce(7, A, 3, 4, 0, 0, 0, 0, 0, 0, true)"), "") << "no procedure";
     run("cbReduce := 'cbReduce'");
-    EXPECT_NE(error_of("RowReduce(7, A, 3, 4, 0, 0, 0, 0, 0, 0, true)"), "") << "no callback";
+    EXPECT_EQ(run("RowReduce(7, A, 3, 4, 0, 0, 0, 'r', 0, 0, true); print(r, A[1, 1])"), "0 0\n")
+        << "the console's own";
 }
 
 TEST(RowReduce, TurnsTheCallbacksStatusIntoAMessage) {

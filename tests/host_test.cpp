@@ -62,10 +62,10 @@ TEST_F(Registration, TakesExactlyOneArgument) {
 TEST_F(Registration, TheLatestProcedureIsAskedWithTheParsedName) {
     for (int32_t marker = 1; marker < 4; marker++) {
         call_entry_point(modLA_Register, {echo(marker)});
-        const Object answer = modLA_getfcn(&host_api(), "cbMatMultShift");
+        const Object answer = modLA_getfcn(&host_api(), "cbOther");
         ASSERT_EQ(size_of(answer), 2u);
         EXPECT_EQ(element(answer, 0), immediate(marker));
-        EXPECT_EQ(element(answer, 1), global_name("cbMatMultShift"));
+        EXPECT_EQ(element(answer, 1), global_name("cbOther"));
         EXPECT_EQ(to_text(modLA_getfcn(&host_api(), "f[2]")), "[" + std::to_string(marker) + ", f[2]]");
     }
 }

@@ -951,7 +951,7 @@ TEST(Multiply, AFailingCallbackEndsTheCall) {
             EXPECT_EQ(error_of(std::string("Multiply(") + arguments + ")"), "no luck") << arguments;
             EXPECT_EQ(lent_count(), 0u);
         }
-        modla_test::unassign("cbMatMultShift");
+        set_name("cbMatMultShift", immediate(3));
         EXPECT_NE(error_of("Multiply(7, Z, 2..3, 2..3, Z, 2..3)"), "");
     }
     set_unwinding(Unwinding::exception);
