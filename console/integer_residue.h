@@ -129,3 +129,13 @@ void scale_line(const BigResidue &residue, const AnyLine &line, int32_t count, c
 }
 
 }  // namespace modla::console
+
+namespace modla {
+
+// Exchanges numbers, not their limbs.
+template <class Step>
+void swap_lines(const Line<mpz_class, Step> &a, const Line<mpz_class, Step> &b, int32_t count) {
+    for (int32_t k = 0; k < count; k++) mpz_swap(a[k].get_mpz_t(), b[k].get_mpz_t());
+}
+
+}  // namespace modla

@@ -145,8 +145,9 @@ void swap_lines(const AnyLine &a, const AnyLine &b, int32_t count) {
         }
     }
     for (int32_t k = 0; k < count; k++) {
-        using std::swap;
-        swap(a[k], b[k]);
+        const typename AnyLine::Entry entry = a[k];
+        a[k] = b[k];
+        b[k] = entry;
     }
 }
 
