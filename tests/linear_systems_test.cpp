@@ -13,6 +13,7 @@
 #include <map>
 #include <numeric>
 
+#include "console/compare.h"
 #include "console/number.h"
 #include "fake_host.h"
 #include "modla.h"

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "blocks.h"
+#include "console/compare.h"
 #include "console/number.h"
 
 using namespace modla::console;
