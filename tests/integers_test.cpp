@@ -766,22 +766,22 @@ TEST(HostIntegers, OtherEntriesAreRefusedAndNothingIsLost) {
                                  "MatGcd(p, A, 3)",
                                  "ZigZag(p, A)",
                                  "LUDecomp(p, A, P, 'd')",
-                                 "ForSub(p, I, A, true)",
+                                 "ForSub(p, E, A, true)",
                                  "BackSub(p, A, B)",
-                                 "Multiply(p, A, I)",
-                                 "Multiply(p, I, A, A)",
+                                 "Multiply(p, A, E)",
+                                 "Multiply(p, E, A, A)",
                                  "Multiply(p, 3, A, A)",
-                                 "AddMult(p, A, I, A)",
-                                 "AddMult(p, I, A, transpose, I)"};
+                                 "AddMult(p, A, E, A)",
+                                 "AddMult(p, E, A, transpose, E)"};
     run("P := Create(7, 3, 0, 4, integer); B := Create(7, 3, 0, 6, integer)");
     for (const std::string value : {"'x'", "1/2", "2.5", "\"text\"", "[1]"}) {
         for (const char *p : {"7", "10^20", "10^20 + 39"}) {
             make_spoilt("A", value);
-            run(std::string("I := Create(10^20, 3, 3, identity, integer); I[2, 2] := 10^30; p := ") + p);
+            run(std::string("E := Create(10^20, 3, 3, identity, integer); E[2, 2] := 10^30; p := ") + p);
             unassign("d");
             const auto everything = [] {
                 return std::vector{storage_of(eval("A")), storage_of(eval("B")), storage_of(eval("P")),
-                                   storage_of(eval("I"))};
+                                   storage_of(eval("E"))};
             };
             const auto before = everything();
             for (const char *call : calls) {

@@ -613,8 +613,7 @@ void define_tables() {
     set_name("ByteVector", make_table(3, MODLA_COLUMN_VECTOR, MODLA_C_ORDER, 3, 1));
     set_name("PackedVector", make_table(MODLA_INTEGER4, MODLA_COLUMN_VECTOR, MODLA_C_ORDER, 3, 1, 1));
     set_name("Empty", make_table(MODLA_INTEGER4, MODLA_COLUMN_VECTOR, MODLA_C_ORDER, 0, 1));
-    const Object X = global_name("x"), two = immediate(2), Y = global_name("y"), unit = raw_object(6, {immediate(1)});
-    set_name("I", unit);
+    const Object X = global_name("x"), two = immediate(2), Y = global_name("y");
     set_name("half", raw_object(3, {immediate(1), two}));
     set_name("big", integer_object(mpz_class(1) << 70));
     const auto define = [](const char *name, uint32_t type_id, std::vector<Object> parts) {
@@ -629,9 +628,9 @@ void define_tables() {
     define("halves", MODLA_TYPE_SUM, {X, evaluate(global_name("half"))});
     define("complex", MODLA_TYPE_COMPLEX, {two, two});
     define("long", MODLA_TYPE_COMPLEX, {two, two, two});
-    define("modp1", MODLA_TYPE_POLYNOMIAL, {X, immediate(5), two});
-    define("modp1y", MODLA_TYPE_POLYNOMIAL, {Y, immediate(7), 3});
-    define("modp2", MODLA_TYPE_POLYNOMIAL, {raw_object(MODLA_TYPE_SEQUENCE, {X, Y}), immediate(5), two});
+    define("poly5", MODLA_TYPE_POLYNOMIAL, {X, immediate(5), two});
+    define("poly7y", MODLA_TYPE_POLYNOMIAL, {Y, immediate(7), 3});
+    define("poly_xy", MODLA_TYPE_POLYNOMIAL, {raw_object(MODLA_TYPE_SEQUENCE, {X, Y}), immediate(5), two});
 }
 
 // The call's message, and that it leaves nothing behind, for every way of leaving the library.
@@ -758,8 +757,8 @@ TEST(Mod, MessagesOfSingleFaults) {
         {"square", "internal error 2"},
         {"halves", "internal error"},
         {"long", "internal error"},
-        {"modp2", "unable to mod input containing modp2 polynomials"},
-        {"modp1", "modp1 polynomial modulus must be the same as the modp modulus"},
+        {"poly_xy", "unable to mod input containing modp2 polynomials"},
+        {"poly5", "modp1 polynomial modulus must be the same as the modp modulus"},
     };
     for (const auto &[value, message] : values) {
         for (const std::string output : {"W", "F", "integer[4]", "float[8]"}) {
@@ -768,7 +767,7 @@ TEST(Mod, MessagesOfSingleFaults) {
         }
     }
     expect_message("7, [1, complex], x = 3, W", "unable to evaluate to modp values", false);
-    expect_message("7, [modp1y], x = 3, W", no_value + "y to an integer", false);
+    expect_message("7, [poly7y], x = 3, W", no_value + "y to an integer", false);
     expect_message("7, [reciprocal], x = 0, W", "division by zero", false);
     expect_message("7, [reciprocal14], x = 0, F", "division by zero", false);
     // A list of host values is taken as it is for host integers.
