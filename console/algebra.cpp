@@ -14,7 +14,7 @@ namespace modla::console {
 namespace {
 
 constexpr uint32_t longest_exponent = 2500;   // words of an exponent
-constexpr size_t largest_expansion = 500000;  // terms multiplied by terms
+constexpr size_t largest_expansion = 300000;  // terms multiplied by terms
 
 bool is_one(Object x) {
     return x == immediate(1);
