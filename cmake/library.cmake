@@ -15,10 +15,12 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/elimination/substitution_kernels.cpp
   ${PROJECT_SOURCE_DIR}/elimination/zigzag.cpp
   ${PROJECT_SOURCE_DIR}/elimination/zigzag_kernels.cpp
+  ${PROJECT_SOURCE_DIR}/engine/blas.cpp
   ${PROJECT_SOURCE_DIR}/host/arguments.cpp
   ${PROJECT_SOURCE_DIR}/host/datatype.cpp
   ${PROJECT_SOURCE_DIR}/host/flexinput.cpp
   ${PROJECT_SOURCE_DIR}/host/modulus.cpp
+  ${PROJECT_SOURCE_DIR}/host/processor.S
   ${PROJECT_SOURCE_DIR}/host/register.cpp
   ${PROJECT_SOURCE_DIR}/host/rtable.cpp
   ${PROJECT_SOURCE_DIR}/host/subspec.cpp
@@ -53,5 +55,7 @@ target_link_libraries(modla PRIVATE modla_warnings modla_cblas)
 target_compile_options(modla PRIVATE -mincoming-stack-boundary=2 -fno-math-errno -fno-trapping-math
   -fasynchronous-unwind-tables -fstack-protector-strong --param=vect-max-peeling-for-alignment=0
   $<$<CONFIG:Release>:-O3 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
-target_link_options(modla PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/modla.map
-  -Wl,-z,relro,-z,now,-z,noexecstack,-z,text -Wl,--as-needed $<$<NOT:$<BOOL:${MODLA_SANITIZE}>>:-Wl,--no-undefined>)
+# Its names bind to itself (-Bsymbolic), whatever the process holds under the same names.
+target_link_options(modla PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/modla.map -Wl,-Bsymbolic
+  -Wl,-z,relro,-z,now,-z,noexecstack,-z,text -Wl,--as-needed
+  $<$<NOT:$<BOOL:${MODLA_SANITIZE}>>:-Wl,--no-undefined -static-libgcc>)

@@ -2,7 +2,9 @@
 set(MODLA_CBLAS_LIBRARY "" CACHE FILEPATH "The CBLAS to link; empty: the serial OpenBLAS")
 set(MODLA_CBLAS_INCLUDE_DIR "" CACHE PATH "The directory of its cblas.h; empty: the serial OpenBLAS's")
 
-find_library(MODLA_OPENBLAS NAMES openblas PATHS ${MODLA_I386_LIBRARIES}/openblas-serial NO_DEFAULT_PATH)
+# The archive: what it brings stays inside libmodla.so, so that another BLAS of the process can neither take its place
+# nor be disturbed by it.  (It is position-independent code.)
+find_library(MODLA_OPENBLAS NAMES libopenblas.a PATHS ${MODLA_I386_LIBRARIES}/openblas-serial NO_DEFAULT_PATH)
 find_path(MODLA_OPENBLAS_HEADERS cblas.h PATHS ${MODLA_I386_HEADERS}/openblas-serial NO_DEFAULT_PATH)
 if(NOT MODLA_CBLAS_LIBRARY)
   set(MODLA_CBLAS_LIBRARY ${MODLA_OPENBLAS})
@@ -17,7 +19,7 @@ endif()
 add_library(modla_cblas_headers INTERFACE)
 target_include_directories(modla_cblas_headers SYSTEM INTERFACE ${MODLA_CBLAS_INCLUDE_DIR})
 add_library(modla_cblas INTERFACE)
-target_link_libraries(modla_cblas INTERFACE modla_cblas_headers ${MODLA_CBLAS_LIBRARY})
+target_link_libraries(modla_cblas INTERFACE modla_cblas_headers ${MODLA_CBLAS_LIBRARY} m)
 
 # An i386 library by file name: run-time packages beside headers of the other architecture are enough.
 function(modla_find_library target package file header_directory)

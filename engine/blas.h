@@ -16,4 +16,8 @@ inline bool is_blas_aligned(const void *data) {
     return reinterpret_cast<uintptr_t>(data) % sizeof(double) == 0;
 }
 
+// Is there memory for the workspace that products of a matrix take?  OpenBLAS tries for ever when there is none.
+// Callers multiply with plain loops when there is none.
+bool has_blas_workspace();
+
 }  // namespace modla

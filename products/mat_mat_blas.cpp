@@ -45,6 +45,7 @@ bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<Stor
         *c = cblas_ddot(k, a, as_int(A.steps.column), b, as_int(B.steps.row));
         return true;
     }
+    if (!has_blas_workspace()) return false;
     if (n == 1) {
         const BlasFactor matrix = describe(A, m, k, true);
         if (!matrix.usable || B.steps.row == 0 || C.steps.row == 0) return false;
