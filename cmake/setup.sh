@@ -2,15 +2,18 @@
 
 modla_packages="cmake ninja-build g++-multilib libopenblas-serial-dev:i386 libgmp-dev:i386 libreadline-dev
 libreadline8:i386 libgtest-dev:i386 libbenchmark-dev:i386 libflint-dev libflint17:i386"
+# For ./check only.  (libclang-rt-14-dev of amd64 holds the 32-bit runtimes; that of i386 would remove g++-multilib.)
+check_packages="clang-14 libclang-rt-14-dev:amd64 qemu-user"
 
 # Is the package of this name and architecture installed?
 installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
+# install_packages [PACKAGE...]: modLA's, and these.
 install_packages() {
     missing=""
-    for package in $modla_packages; do
+    for package in $modla_packages "$@"; do
         installed "$package" || missing="$missing $package"
     done
     [ -z "$missing" ] && return 0
