@@ -52,8 +52,10 @@ target_include_directories(modla PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${
 target_link_libraries(modla PRIVATE modla_warnings modla_cblas)
 # A host may call with a stack aligned to 4 bytes, and hand out doubles aligned to 4.  Floating-point exceptions are
 # masked while residues are computed.  No loop is peeled towards an alignment that doubles here need not have.
-target_compile_options(modla PRIVATE -mincoming-stack-boundary=2 -fno-math-errno -fno-trapping-math
-  -fasynchronous-unwind-tables -fstack-protector-strong --param=vect-max-peeling-for-alignment=0
+target_compile_options(modla PRIVATE -fno-math-errno -fno-trapping-math -fasynchronous-unwind-tables
+  -fstack-protector-strong
+  $<$<CXX_COMPILER_ID:GNU>:-mincoming-stack-boundary=2 --param=vect-max-peeling-for-alignment=0>
+  $<$<CXX_COMPILER_ID:Clang>:-mstackrealign>
   $<$<CONFIG:Release>:-O3 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 # Its names bind to itself (-Bsymbolic), whatever the process holds under the same names.
 target_link_options(modla PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/modla.map -Wl,-Bsymbolic

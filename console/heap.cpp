@@ -78,6 +78,8 @@ struct Heap {
     size_t stack_limit = size_t{4} << 20;  // bytes that recursion may use
     size_t bytes = 0;                      // of values and data
     size_t threshold = 0;                  // collect when bytes pass it
+    size_t limit = 0;                      // that bytes must not pass, unless 0
+    void (*guard)() = nullptr;
     size_t collections = 0;
     bool always = false;
     int held = 0;              // HoldCollection records
@@ -214,8 +216,10 @@ void sweep() {
 
 void collect_before(size_t bytes) {
     Heap &h = heap();
-    if (h.held > 0) return;
-    if (h.always || h.bytes + bytes > std::max(h.threshold, least_threshold)) collect_garbage();
+    const bool over_limit = h.limit > 0 && h.bytes + bytes > h.limit;
+    const bool full = h.always || over_limit || h.bytes + bytes > std::max(h.threshold, least_threshold);
+    if (full && h.held == 0) collect_garbage();
+    if (over_limit && h.bytes + bytes > h.limit) throw HostError("out of memory");
 }
 
 // The entries of table data in bytes; checked in 64 bits.
@@ -267,6 +271,30 @@ void collect_garbage() {
 void set_collect_always(bool always) {
     heap().always = always;
 }
+
+void set_heap_limit(size_t bytes) {
+    heap().limit = bytes;
+}
+
+Checkpoint make_checkpoint() {
+    null_value();  // is kept from its first use on
+    Checkpoint checkpoint{};
+    for (const auto &[text, name] : heap().names) {
+        const Object value = words(name)[1];
+        checkpoint.values.emplace(text, value);
+        if (value) keep(value);
+    }
+    checkpoint.kept = heap().kept.size();
+    return checkpoint;
+}
+
+void go_back(const Checkpoint &checkpoint) {
+    Heap &h = heap();
+    h.kept.resize(checkpoint.kept);
+    std::erase_if(h.names, [&](const auto &entry) { return !checkpoint.values.contains(entry.first); });
+    for (const auto &[text, name] : h.names) words(name)[1] = checkpoint.values.at(text);
+}
+
 void set_stack_base(const void *base) {
     heap().stack_base = static_cast<const char *>(base);
     rlimit limit;
@@ -279,9 +307,16 @@ bool stack_is_low() {
     const char *const here = static_cast<const char *>(__builtin_frame_address(0));
     return heap().stack_base - here > static_cast<ptrdiff_t>(heap().stack_limit);
 }
+
 void check_stack() {
     if (stack_is_low()) throw HostError("nested too deeply");
+    if (heap().guard) heap().guard();
 }
+
+void set_guard(void (*guard)()) {
+    heap().guard = guard;
+}
+
 HeapStatistics heap_statistics() {
     return {heap().objects.size(), heap().bytes, heap().collections};
 }
@@ -504,6 +539,7 @@ Table &table_of(Object x) {
 }
 
 void *lend_memory(uint32_t bytes) {
+    if (heap().limit > 0 && bytes > heap().limit) throw HostError("out of memory");
     void *const memory = std::malloc(bytes ? bytes : 1);
     if (!memory) throw HostError("out of memory");
     heap().lent.push_back(memory);

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "console/object.h"
@@ -101,10 +102,24 @@ HeapStatistics heap_statistics();
 void collect_garbage();
 // Collects at every allocation, to find values that nothing holds.
 void set_collect_always(bool always);
+// Bounds the bytes of values, data and lent memory, for programs that nobody vouches for; 0: no bound.
+void set_heap_limit(size_t bytes);
+
+// The names, their values and the kept values of one moment.
+struct Checkpoint {
+    size_t kept;
+    std::unordered_map<std::string, Object> values;
+};
+Checkpoint make_checkpoint();  // its values are kept
+// Forgets what came later, while no program runs.
+void go_back(const Checkpoint &checkpoint);
 // The end of the stack that is searched for values; call in main with the address of a local.
 void set_stack_base(const void *base);
-// Has recursion used up most of the stack?  check_stack throws HostError then.
+// Has recursion used up most of the stack?
 bool stack_is_low();
+// Throws HostError then.  Everything that evaluates, compares or recurses calls it, and it calls the guard, which may
+// throw to end a program.
 void check_stack();
+void set_guard(void (*guard)());  // null: none
 
 }  // namespace modla::console
