@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
         throw HostError("a fuzzer's program must not touch files");
     });
     for (const char *name : {"ReadMatrix", "WriteMatrix", "ReadLists"}) define_protected(name, refusal);
-    start = new Checkpoint(make_checkpoint());
+    start = make_checkpoint();
     return 0;
 }
 

@@ -27,9 +27,9 @@ inline void require(bool condition, const char *promise) {
     std::abort();
 }
 
-constexpr size_t most_bytes = size_t{4} << 20;
+constexpr size_t most_bytes = size_t{1} << 20;
 constexpr uint32_t most_steps = 1000000;
-constexpr double most_seconds = 0.5;
+constexpr double most_seconds = 0.1;
 
 inline uint32_t steps = 0;
 inline double deadline = 0;
@@ -45,7 +45,7 @@ inline void count_step() {
     if (++steps > most_steps || (steps % 64 == 0 && now() > deadline)) throw HostError("out of time");
 }
 
-inline const Checkpoint *start = nullptr;
+inline Checkpoint start;
 
 inline void start_session() {
     set_stack_base(__libc_stack_end);
@@ -55,7 +55,7 @@ inline void start_session() {
     set_heap_limit(most_bytes);
     set_guard(count_step);
     std::cout.rdbuf(nullptr);
-    start = new Checkpoint(make_checkpoint());
+    start = make_checkpoint();
 }
 
 struct FpState {
@@ -86,7 +86,7 @@ void in_session(Work work) {
     set_collect_always(false);
     require(lent_count() == 0, "work memory is given back");
     require(fp_state() == before, "floating-point modes are as before");
-    go_back(*start);
+    go_back(start);
 }
 
 }  // namespace modla_fuzz
