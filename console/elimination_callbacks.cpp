@@ -179,12 +179,11 @@ Object run_lu(const Arguments &arguments) {
 // The triangle of T that is read; the other entries, and a diagonal of ones that is not read, are 0.
 template <class Residue>
 Entries<Residue> read_triangle(const Residue &residue, const IntegerBlock &T, bool lower, bool unit_diagonal) {
-    Entries<Residue> entries(static_cast<size_t>(T.rows) * static_cast<size_t>(T.rows));
-    auto entry = entries.begin();
+    Entries<Residue> entries = entries_for(residue, T.rows, T.rows);
     for (int32_t i = 0; i < T.rows; i++) {
-        for (int32_t j = 0; j < T.rows; j++, ++entry) {
+        for (int32_t j = 0; j < T.rows; j++) {
             const bool read = i == j ? !unit_diagonal : (i > j) == lower;
-            if (read) *entry = residue_of(residue, T.at(i, j));
+            entries.push_back(read ? residue_of(residue, T.at(i, j)) : typename Residue::Value(0));
         }
     }
     return entries;

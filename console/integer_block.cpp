@@ -1,6 +1,7 @@
 #include "console/integer_block.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "console/error.h"
 #include "console/print.h"
@@ -32,6 +33,12 @@ IntegerBlock integer_block(Object object, int32_t row, int32_t rows, int32_t col
 
 void check_integer(Object x) {
     if (!is_integer(x)) throw HostError("matrices of host integers cannot be worked on with the entry " + to_line(x));
+}
+
+void check_memory(uint64_t bytes) {
+    void *const probe = bytes <= SIZE_MAX / 2 ? std::malloc(static_cast<size_t>(bytes)) : nullptr;
+    if (!probe && bytes > 0) throw HostError("out of memory");
+    std::free(probe);
 }
 
 namespace {

@@ -52,11 +52,31 @@ typename Residue::Value residue_of(const Residue &residue, Object x) {
 template <class Residue>
 using Entries = std::vector<typename Residue::Entry>;
 
+// Throws HostError when there is no memory for so many bytes; GMP and FLINT would end the program.
+void check_memory(uint64_t bytes);
+
+// The bytes of an entry with its sums.
+inline uint64_t entry_bytes(const WordResidue &) {
+    return sizeof(uint64_t);
+}
+inline uint64_t entry_bytes(const BigResidue &residue) {
+    return sizeof(mpz_class) + 2 * sizeof(mp_limb_t) * (mpz_size(residue.p.get_mpz_t()) + 4);
+}
+
+// Room for the entries of a matrix; it has an address also when there are none.
+template <class Residue>
+Entries<Residue> entries_for(const Residue &residue, int32_t rows, int32_t columns) {
+    const uint64_t count = static_cast<uint64_t>(rows) * static_cast<uint64_t>(columns);
+    check_memory(count * entry_bytes(residue));
+    Entries<Residue> entries;
+    entries.reserve(static_cast<size_t>(count) + 1);
+    return entries;
+}
+
 // The block's residues, row by row.  Nothing is written before all of them are known.
 template <class Residue>
 Entries<Residue> read_block(const Residue &residue, const IntegerBlock &block) {
-    Entries<Residue> entries;
-    entries.reserve(static_cast<size_t>(block.rows) * static_cast<size_t>(block.columns));
+    Entries<Residue> entries = entries_for(residue, block.rows, block.columns);
     for (int32_t i = 0; i < block.rows; i++) {
         for (int32_t j = 0; j < block.columns; j++) entries.push_back(residue_of(residue, block.at(i, j)));
     }

@@ -55,13 +55,19 @@ Object run_product(const Arguments &arguments) {
     const IntegerBlock A = block_argument(arguments, 4, shifted, m, k);
     const IntegerBlock B = block_argument(arguments, 4 + step, shifted, k, n);
     const IntegerBlock C = block_argument(arguments, 4 + 2 * step, shifted, m, n);
+    const mpz_class p = modulus_argument(arguments[0]);
+    // Three matrices, each as integers and modulo the primes by which FLINT multiplies.
+    const auto entries = [](int32_t rows, int32_t columns) {
+        return static_cast<uint64_t>(rows) * static_cast<uint64_t>(columns);
+    };
+    check_memory((entries(m, k) + entries(k, n) + entries(m, n)) * 2 * entry_bytes(BigResidue{p}));
     FlintMatrix a(m, k), b(k, n), c(m, n);
     with_residue(arguments[0], [&](const auto &residue) {
         read_factor(residue, A, a);
         read_factor(residue, B, b);
     });
     fmpz_mat_mul(c.mat, a.mat, b.mat);
-    write_product(modulus_argument(arguments[0]), c, C);
+    write_product(p, c, C);
     return null_value();
 }
 
