@@ -1,0 +1,78 @@
+// Any stack alignment, data alignment and floating-point modes of a caller: everything that is exported gives the same
+// results, and leaves registers and modes as they are, on return and whenever it calls or leaves through the host.
+#include <gtest/gtest.h>
+
+#include "tests/library_calls.h"
+
+namespace {
+
+using namespace modla_test;
+using namespace modla_test::strict;
+
+std::vector<Conditions> all_conditions() {
+    std::vector<Conditions> all;
+    for (uint32_t mxcsr = 0; mxcsr < 32; mxcsr++) {
+        const uint32_t rounding = mxcsr & 3;
+        const uint32_t flushing = (mxcsr & 4 ? 0x8000u : 0) | (mxcsr & 8 ? 0x40u : 0);
+        const uint32_t masks = mxcsr & 16 ? 0 : 0x1f80;
+        for (const int precision : {0x000, 0x200, 0x300}) {
+            for (int x87_rounding = 0; x87_rounding < 4; x87_rounding++) {
+                for (const int x87_masks : {0x3f, 0x00}) {
+                    const uint32_t misalignment = static_cast<uint32_t>(all.size() % 3 + 1) * 4;
+                    const int control = precision | x87_rounding << 10 | x87_masks | 0x40;
+                    all.push_back({misalignment, {rounding << 13 | flushing | masks, static_cast<uint16_t>(control)}});
+                }
+            }
+        }
+    }
+    return all;
+}
+
+std::string text_of(const Conditions &conditions) {
+    char text[100];
+    std::snprintf(text, sizeof text, "stack at %u mod 16, MXCSR %04x, x87 control word %04x", conditions.misalignment,
+                  conditions.mode.mxcsr, conditions.mode.x87_control);
+    return text;
+}
+
+class CallingConditions : public testing::Test {
+  protected:
+    CallingConditions() { host = {}; }
+    ~CallingConditions() override { host = {}; }
+};
+
+TEST_F(CallingConditions, ChangeNoResult) {
+    const std::vector<Conditions> conditions = all_conditions();
+    ASSERT_EQ(conditions.size(), 768u);
+    size_t next = 0;
+    for (const LibraryCall &call : library_calls()) {
+        host = {};
+        host.aligned_data = true;
+        host.conditions.mode = current_fp_mode();
+        const Result expected = make_call(call);
+        ASSERT_EQ(host.violations, std::vector<std::string>{}) << call.name;
+        host.aligned_data = false;
+        const size_t count = call.repetitions == 4 ? conditions.size() : call.repetitions == 2 ? 96 : 24;
+        for (size_t k = 0; k < count; k++) {
+            next = (next + conditions.size() / count + (k == 0)) % conditions.size();
+            host.conditions = conditions[next];
+            host.leaving = next % 2 ? Leaving::exception : Leaving::long_jump;
+            const Result result = make_call(call);
+            ASSERT_EQ(host.violations, std::vector<std::string>{}) << call.name << ", " << text_of(conditions[next]);
+            ASSERT_TRUE(result == expected)
+                << call.name << ", " << text_of(conditions[next]) << "\nfound:\n"
+                << testing::PrintToString(result.messages) << result.found << "\nexpected:\n"
+                << testing::PrintToString(expected.messages) << expected.found;
+        }
+    }
+}
+
+// The list of calls leaves out nothing that the library exports.
+TEST_F(CallingConditions, AreTriedOnEveryExport) {
+    std::set<std::string> called;
+    for (const LibraryCall &call : library_calls()) called.merge(make_call(call).called);
+    EXPECT_EQ(called, exported_names());
+    EXPECT_GT(called.size(), 70u);
+}
+
+}  // namespace
