@@ -48,7 +48,7 @@ HostObject modLA_Determinant(const HostApi *api, const HostObject *args) {
     } else {
         out.det_wanted = true;
         const NativeBlock block = native_block(request.matrix, request.rows, request.columns);
-        status = run_reduce(api, block, request.modulus, block.columns, 0, true, &out);
+        if (!run_reduce(api, block, request.modulus, block.columns, 0, true, &out, &status)) return api->NullValue();
     }
     if (report_status(api, static_cast<int32_t>(status), {}) && datatype != MODLA_INTEGER) {
         api->AssignName(request.name, residue_to_host(api, datatype, out.det));

@@ -1,6 +1,7 @@
 #include "elimination/run_reduce.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
+#include "host/work_memory.h"
 #include "modla.h"
 #include "scalar/fp_mode.h"
 #include "scalar/residue.h"
@@ -82,12 +83,13 @@ HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args) {
         report(api, static_cast<uint32_t>(integer_value(result)));
         return api->NullValue();
     }
-    int32_t *const pending = static_cast<int32_t *>(api->Alloc(4 * static_cast<uint32_t>(matrix.rows)));
+    int32_t *const pending = allocate<int32_t>(api, static_cast<uint32_t>(matrix.rows));
+    if (!pending && matrix.rows > 0) return api->NullValue();
     Scalar det;
     const uint32_t status =
         matrix.datatype == MODLA_INTEGER4 ? run_words(request, pending, &det) : run_floats(request, pending, &det);
     finish_permutation(request, status);  // before the host is called: it must never see raw words
-    api->Free(pending);
+    if (pending) api->Free(pending);
     if (!report(api, status)) return api->NullValue();
     if (request.det.name) api->AssignName(request.det.name, residue_to_host(api, matrix.datatype, det));
     return api->NullValue();

@@ -67,6 +67,8 @@ HostObject modLA_MatBasis(const HostApi *api, const HostObject *args) {
     out.pivcols = static_cast<int32_t *>(pivots.data);
     NativeBlock block = native_block(matrix, {1, matrix.rows}, {1, matrix.columns});
     block.rows = std::max(request.vectors, 0);
-    const uint32_t status = run_reduce(api, block, request.modulus, block.columns, 2, false, &out);
-    return report(api, status) ? api->ToInteger(out.rank) : api->NullValue();
+    uint32_t status;
+    const bool done =
+        run_reduce(api, block, request.modulus, block.columns, 2, false, &out, &status) && report(api, status);
+    return done ? api->ToInteger(out.rank) : api->NullValue();
 }

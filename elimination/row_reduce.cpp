@@ -87,9 +87,12 @@ HostObject modLA_RowReduce(const HostApi *api, const HostObject *args) {
     out.rank_wanted = request.rank.name != 0;
     out.pivsig_wanted = request.pivsig.name != 0;
     out.extra_wanted = request.extra.name != 0;
-    const uint32_t status = run_reduce(api, native_block(request.matrix, request.rows, request.columns),
-                                       request.modulus, request.nred, request.mode, false, &out);
-    if (!report(api, status)) return api->NullValue();
+    uint32_t status;
+    const NativeBlock block = native_block(request.matrix, request.rows, request.columns);
+    if (!run_reduce(api, block, request.modulus, request.nred, request.mode, false, &out, &status) ||
+        !report(api, status)) {
+        return api->NullValue();
+    }
     if (out.det_wanted) assign(api, request.det, residue_to_host(api, datatype, out.det));
     if (out.pivprod_wanted) assign(api, request.pivprod, residue_to_host(api, datatype, out.pivprod));
     if (out.rank_wanted) assign(api, request.rank, api->ToInteger(out.rank));

@@ -1,6 +1,7 @@
 #include "elimination/run_reduce.h"
 
 #include "host/rtable.h"
+#include "host/work_memory.h"
 #include "scalar/fp_mode.h"
 #include "scalar/residue.h"
 
@@ -56,18 +57,19 @@ uint32_t run_floats(const NativeBlock &block, double p, int32_t nred, int32_t mo
 
 }  // namespace
 
-uint32_t modla::run_reduce(const HostApi *api, const NativeBlock &block, const Scalar &modulus, int32_t nred,
-                           int32_t mode, bool detonly, ReduceOutputs *outputs) {
+bool modla::run_reduce(const HostApi *api, const NativeBlock &block, const Scalar &modulus, int32_t nred, int32_t mode,
+                       bool detonly, ReduceOutputs *outputs, uint32_t *status) {
     const bool words = block.datatype == MODLA_INTEGER4;
     const uint32_t p = words ? static_cast<uint32_t>(modulus.word) : modulus_of(modulus.real);
     const int32_t maxpending = words ? pending_bound<Word>(p) : pending_bound<Float>(p);
     const uint32_t counters = block.rows > 0 ? static_cast<uint32_t>(block.rows) : 0;
     const bool delayed = !words || maxpending > 1;
-    int32_t *const pending = delayed ? static_cast<int32_t *>(api->Alloc(4 * counters)) : nullptr;
-    const uint32_t status = words ? run_words(block, p, nred, mode, detonly, outputs, pending, maxpending)
-                                  : run_floats(block, modulus.real, nred, mode, detonly, outputs, pending, maxpending);
+    int32_t *const pending = delayed ? allocate<int32_t>(api, counters) : nullptr;
+    if (delayed && !pending && counters > 0) return false;
+    *status = words ? run_words(block, p, nred, mode, detonly, outputs, pending, maxpending)
+                    : run_floats(block, modulus.real, nred, mode, detonly, outputs, pending, maxpending);
     if (pending) api->Free(pending);
-    return status;
+    return true;
 }
 
 ReduceCall modla::reduce_call(HostObject matrix, Range rows, Range columns, int32_t column_bound, HostObject modulus) {

@@ -24,9 +24,9 @@ struct ReduceOutputs {
     int32_t *pivcols;  // or null
 };
 
-// Runs the kernel with work memory from the host and returns its status.
-uint32_t run_reduce(const HostApi *api, const NativeBlock &block, const Scalar &modulus, int32_t nred, int32_t mode,
-                    bool detonly, ReduceOutputs *outputs);
+// Runs the kernel with work memory from the host: its status, or false when the host had none.
+bool run_reduce(const HostApi *api, const NativeBlock &block, const Scalar &modulus, int32_t nred, int32_t mode,
+                bool detonly, ReduceOutputs *outputs, uint32_t *status);
 
 // A call of "cbReduce", for matrices of host integers.  The outputs are names or the immediate integer 0.
 struct ReduceCall {

@@ -127,7 +127,7 @@ bool modla::make_view(const HostApi *api, HostObject parent, void *data, int32_t
     }
     int32_t bounds[4] = {1, static_cast<int32_t>(shape.rows), 1, static_cast<int32_t>(shape.columns)};
     view->object = api->RtableCreate(&settings, data, bounds);
-    return true;
+    return view->object != 0;
 }
 
 bool modla::make_block_view(const HostApi *api, const Block &block, View *view) {

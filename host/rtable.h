@@ -22,7 +22,7 @@ struct Extent {
 };
 Extent matrix_extent(const HostApi *api, HostObject matrix);
 
-// A new object as a block: new_modLA_rtable with its steps.
+// A new object as a block: new_modLA_rtable with its steps.  False after an error.
 bool new_block(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order, Block *out);
 
 // The view of a block of datatype "integer" that a callback works on, and by how much the block's first row and

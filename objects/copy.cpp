@@ -2,6 +2,7 @@
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "host/rtable.h"
+#include "host/work_memory.h"
 #include "modla.h"
 #include "objects/triangle.h"
 #include "scalar/residue.h"
@@ -66,9 +67,9 @@ void copy_block(const HostApi *api, const CopyRequest &request, Entry zero) {
         copy_entries(shape, from, from_steps, to, to_steps);
     } else if (!coincide(source, target)) {
         const Steps held_steps = {shape.columns, 1};
-        const uint64_t bytes =
-            uint64_t{sizeof(Entry)} * static_cast<uint32_t>(shape.rows) * static_cast<uint32_t>(shape.columns);
-        Entry *const held = static_cast<Entry *>(api->Alloc(static_cast<uint32_t>(bytes)));
+        const uint64_t count = uint64_t{static_cast<uint32_t>(shape.rows)} * static_cast<uint32_t>(shape.columns);
+        Entry *const held = allocate<Entry>(api, count);
+        if (!held) return;  // nothing was created: the target is given
         copy_entries(shape, from, from_steps, held, held_steps);
         copy_entries(shape, static_cast<const Entry *>(held), held_steps, to, to_steps);
         api->Free(held);

@@ -97,8 +97,11 @@ void fill_random(const HostApi *api, const HostObject *args, HostObject object, 
 HostObject modLA_Create(const HostApi *api, const HostObject *args) {
     CreateRequest request;
     if (!read_create(api, args, &request)) return api->NullValue();
-    const HostObject object = new_modLA_rtable(api, request.rows, request.columns, request.datatype, request.order);
-    void *const data = api->RtableData(object);
+    Block block;
+    if (!new_block(api, request.rows, request.columns, request.datatype, request.order, &block))
+        return api->NullValue();
+    const HostObject object = block.object;
+    void *const data = block.data;
     const size_t count =
         static_cast<size_t>(std::max(request.rows, 1)) * static_cast<size_t>(std::max(request.columns, 1));
     if (request.content == Content::random) {

@@ -90,7 +90,8 @@ bool read_add_mult(const HostApi *api, const HostObject *args, AddMultRequest *r
     return check_modulus(api, args[1], &request->modulus, A.datatype, multiplier, &request->c, "multiplier", 1);
 }
 
-// The block itself, or a copy in host memory where writing C in its own order would destroy entries still to be read.
+// The block itself, or a copy in host memory where writing C in its own order would destroy entries still to be read;
+// without data when the host had no memory.
 template <class Entry>
 Operand<Entry> readable(const HostApi *api, const Block &block, const Block &C, Entry **held) {
     *held = nullptr;
@@ -124,16 +125,20 @@ void add_entries(const Residue &residue, typename Residue::Value c, Shape shape,
 }
 
 template <class Residue>
-void add_blocks(const HostApi *api, const Residue &residue, typename Residue::Value c, const AddMultRequest &request) {
+bool add_blocks(const HostApi *api, const Residue &residue, typename Residue::Value c, const AddMultRequest &request) {
     using Entry = typename Residue::Entry;
     const Block &C = request.C;
     Entry *held_a, *held_b;
     const Operand<Entry> A = readable(api, request.A, C, &held_a);
+    if (!A.data) return false;
     const Operand<Entry> B = readable(api, request.B, C, &held_b);
     const Shape shape = {row_count(request.A), column_count(request.A)};
-    with_standard_mode([&] { add_entries<Residue, Entry>(residue, c, shape, A, B, operand_of<Entry>(C)); });
+    if (B.data) {
+        with_standard_mode([&] { add_entries<Residue, Entry>(residue, c, shape, A, B, operand_of<Entry>(C)); });
+    }
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);
+    return B.data != nullptr;
 }
 
 bool call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequest &request) {
@@ -161,17 +166,18 @@ bool call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequ
 HostObject modLA_AddMult(const HostApi *api, const HostObject *args) {
     AddMultRequest request;
     if (!read_add_mult(api, args, &request)) return api->NullValue();
+    bool done = true;
     if (request.A.empty) {
         if (request.created) clear_block(request.C);
     } else if (request.A.datatype == MODLA_INTEGER) {
-        if (!call_add_mult(api, args, request)) return api->NullValue();
+        done = call_add_mult(api, args, request);
     } else if (request.A.datatype == MODLA_INTEGER4) {
-        add_blocks(api, make_word(static_cast<uint32_t>(request.modulus.word)), static_cast<uint32_t>(request.c.word),
-                   request);
+        done = add_blocks(api, make_word(static_cast<uint32_t>(request.modulus.word)),
+                          static_cast<uint32_t>(request.c.word), request);
     } else {
         const double p = request.modulus.real;
         const double pinv = with_standard_mode([&] { return pinv_of(p); });
-        add_blocks(api, Float{p, pinv}, request.c.real, request);
+        done = add_blocks(api, Float{p, pinv}, request.c.real, request);
     }
-    return request.created ? request.C.object : api->NullValue();
+    return done && request.created ? request.C.object : api->NullValue();
 }

@@ -2,6 +2,7 @@
 #include "host/modulus.h"
 #include "host/rtable.h"
 #include "modla.h"
+#include "products/mat_mult.h"
 #include "products/operand.h"
 #include "scalar/fp_mode.h"
 
@@ -128,7 +129,7 @@ bool holds_residues(const Residue &residue, const Block &block) {
 }
 
 // The block as a factor: a copy in Alloc memory, with every entry a residue, where the block holds others or where
-// writing the result would destroy it.
+// writing the result would destroy it; without data when the host had no memory.
 template <class Residue>
 Block usable_factor(const HostApi *api, const Residue &residue, const Block &block, const Block &C, void **held) {
     using Entry = typename Residue::Entry;
@@ -138,54 +139,61 @@ Block usable_factor(const HostApi *api, const Residue &residue, const Block &blo
     *held = copy.data;
     Block usable = block;
     usable.data = copy.data;
+    if (!copy.data) return usable;
     usable.row_step = static_cast<int32_t>(copy.steps.row);
     usable.column_step = static_cast<int32_t>(copy.steps.column);
     with_standard_mode([&] { scale_block(residue, 1, usable, usable); });
     return usable;
 }
 
-// call(A, B, C) runs the kernel of the representation.
+// call(A, B, C) runs the kernel of the representation.  False: the host had no memory for copies or a workspace.
 template <class Residue, class Call>
-void multiply_natively(const HostApi *api, const Residue &residue, typename Residue::Value s,
+bool multiply_natively(const HostApi *api, const Residue &residue, typename Residue::Value s,
                        const MultiplyRequest &request, Call call) {
     const Block &C = request.C;
-    void *held_a = nullptr, *held_b;
+    void *held_a = nullptr, *held_b = nullptr;
+    bool done;
     if (request.scalar_given) {
         Block B = request.B;
-        held_b = nullptr;
         if (overlap(B, C) && !coincide(B, C)) B = usable_factor(api, residue, B, C, &held_b);
-        with_standard_mode([&] { scale_block(residue, s, B, C); });
+        done = B.data != nullptr;
+        if (done) with_standard_mode([&] { scale_block(residue, s, B, C); });
     } else {
         const Block A = usable_factor(api, residue, request.A, C, &held_a);
+        if (!A.data) return false;
         const Block B = usable_factor(api, residue, request.B, C, &held_b);
-        call(A, B, C);
+        done = B.data && call(A, B, C);
     }
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);
+    return done;
 }
 
-void multiply_words(const HostApi *api, const MultiplyRequest &request) {
+bool run_words(const HostApi *api, const MultiplyRequest &request) {
     const uint32_t p = static_cast<uint32_t>(request.modulus.word);
     const double pinv = with_standard_mode([&] { return pinv_of(static_cast<int32_t>(p)); });
     const auto call = [&](const Block &A, const Block &B, const Block &C) {
-        modLA_MatMult_iw(
-            api, p, pinv, row_count(A), column_count(A), column_count(B), static_cast<const uint32_t *>(A.data),
-            A.row_step, A.column_step, static_cast<const uint32_t *>(B.data), B.row_step, B.column_step,
-            static_cast<uint32_t *>(C.data), C.row_step, C.column_step, request.sparse, nullptr, 0, strassen_threshold);
+        HostObject workspace;
+        return multiply_words(api, p, pinv, row_count(A), column_count(A), column_count(B),
+                              static_cast<const uint32_t *>(A.data), A.row_step, A.column_step,
+                              static_cast<const uint32_t *>(B.data), B.row_step, B.column_step,
+                              static_cast<uint32_t *>(C.data), C.row_step, C.column_step, request.sparse, nullptr, 0,
+                              strassen_threshold, &workspace);
     };
-    multiply_natively(api, make_word(p), static_cast<uint32_t>(request.scalar.word), request, call);
+    return multiply_natively(api, make_word(p), static_cast<uint32_t>(request.scalar.word), request, call);
 }
 
-void multiply_floats(const HostApi *api, const MultiplyRequest &request) {
+bool run_floats(const HostApi *api, const MultiplyRequest &request) {
     const double p = request.modulus.real;
     const double pinv = with_standard_mode([&] { return pinv_of(p); });
     const auto call = [&](const Block &A, const Block &B, const Block &C) {
-        modLA_MatMult_f(api, p, pinv, row_count(A), column_count(A), column_count(B),
-                        static_cast<const double *>(A.data), A.row_step, A.column_step,
-                        static_cast<const double *>(B.data), B.row_step, B.column_step, static_cast<double *>(C.data),
-                        C.row_step, C.column_step, request.sparse, nullptr, 0);
+        HostObject workspace;
+        return multiply_floats(
+            api, p, pinv, row_count(A), column_count(A), column_count(B), static_cast<const double *>(A.data),
+            A.row_step, A.column_step, static_cast<const double *>(B.data), B.row_step, B.column_step,
+            static_cast<double *>(C.data), C.row_step, C.column_step, request.sparse, nullptr, 0, &workspace);
     };
-    multiply_natively(api, Float{p, pinv}, request.scalar.real, request, call);
+    return multiply_natively(api, Float{p, pinv}, request.scalar.real, request, call);
 }
 
 // ---- Callbacks
@@ -255,15 +263,17 @@ HostObject scalar_object(const HostApi *api, const MultiplyRequest &request) {
 HostObject modLA_Multiply(const HostApi *api, const HostObject *args) {
     MultiplyRequest request = {};
     if (!read_multiply(api, args, &request)) return api->NullValue();
+    bool done = true;
     if (request.first().empty || request.B.empty || request.C.empty) {
         clear_block(request.C);
     } else if (request.first().datatype == MODLA_INTEGER4) {
-        multiply_words(api, request);
+        done = run_words(api, request);
     } else if (request.first().datatype == MODLA_FLOAT8) {
-        multiply_floats(api, request);
-    } else if (!(request.scalar_given ? call_scale : call_multiply)(api, args, request)) {
-        return api->NullValue();
+        done = run_floats(api, request);
+    } else {
+        done = (request.scalar_given ? call_scale : call_multiply)(api, args, request);
     }
+    if (!done) return api->NullValue();
     if (request.scalar_result) return scalar_object(api, request);
     return request.created ? request.C.object : api->NullValue();
 }

@@ -4,6 +4,7 @@
 #include "engine/transpose.h"
 #include "host/object.h"
 #include "host/subspec.h"
+#include "host/work_memory.h"
 #include "scalar/residue.h"
 
 namespace modla {
@@ -24,12 +25,13 @@ Operand<Entry> operand_of(const Block &block) {
     return {static_cast<Entry *>(block.data), steps_of(block)};
 }
 
-// A row-major copy of a block in memory from Alloc.
+// A row-major copy of a block in memory from Alloc; its data is null when there was none.
 template <class Entry>
 Operand<Entry> copy_operand(const HostApi *api, const Block &block) {
     const int32_t rows = row_count(block), columns = column_count(block);
-    const uint64_t bytes = uint64_t{sizeof(Entry)} * static_cast<uint32_t>(rows) * static_cast<uint32_t>(columns);
-    const Operand<Entry> copy = {static_cast<Entry *>(api->Alloc(static_cast<uint32_t>(bytes))), {columns, 1}};
+    const uint64_t count = uint64_t{static_cast<uint32_t>(rows)} * static_cast<uint32_t>(columns);
+    const Operand<Entry> copy = {allocate<Entry>(api, count), {columns, 1}};
+    if (!copy.data) return copy;
     copy_entries<Entry>({rows, columns}, static_cast<const Entry *>(block.data), steps_of(block), copy.data,
                         copy.steps);
     return copy;

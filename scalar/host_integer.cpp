@@ -17,6 +17,7 @@ HostObject build_integer(const HostApi *api, bool negative, uint64_t magnitude) 
     for (; magnitude != 0; magnitude /= 10000) digits[count++] = static_cast<uint32_t>(magnitude % 10000);
     const HostObject integer =
         api->NewObject(count + 1, negative ? MODLA_TYPE_NEGATIVE_INTEGER : MODLA_TYPE_POSITIVE_INTEGER);
+    if (!integer) return api->NullValue();  // the host's error came back
     HostObject *words = object_words(integer);
     for (uint32_t i = 0; i < count; i++) words[i + 1] = digits[i];
     return api->NormalizeInteger(integer);

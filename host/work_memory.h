@@ -1,0 +1,18 @@
+// Work memory from the host.
+#pragma once
+
+#include <cstdint>
+
+#include "modla.h"
+
+namespace modla {
+
+// Memory for count entries; null for some when the host, whose errors then return, could not give it.  A size beyond 32
+// bits is asked for as the largest that there is, which no host can hold: its error is raised.
+template <class Entry>
+Entry *allocate(const HostApi *api, uint64_t count) {
+    const uint64_t bytes = count > UINT32_MAX / sizeof(Entry) ? UINT32_MAX : count * sizeof(Entry);
+    return static_cast<Entry *>(api->Alloc(static_cast<uint32_t>(bytes)));
+}
+
+}  // namespace modla
