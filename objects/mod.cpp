@@ -9,6 +9,7 @@
 #include "host/object.h"
 #include "host/raise.h"
 #include "host/rtable.h"
+#include "host/work_memory.h"
 #include "modla.h"
 #include "objects/convert.h"
 #include "scalar/evaluate.h"
@@ -105,10 +106,6 @@ bool check_evaluations(const HostApi *api, const ModRequest &request) {
     return equations_of(request.evaluations).count > 0 || fail(api, "empty evaluation list/set not allowed");
 }
 
-void *allocate(const HostApi *api, uint64_t bytes) {
-    return api->Alloc(static_cast<uint32_t>(std::min<uint64_t>(bytes, UINT32_MAX)));
-}
-
 // Names and power tables in work memory; null ones without an evaluation list.
 template <class Residue>
 bool open_evaluation(const ModRequest &request, Evaluation<Residue> *evaluation) {
@@ -117,10 +114,12 @@ bool open_evaluation(const ModRequest &request, Evaluation<Residue> *evaluation)
     const HostApi *const api = evaluation->api;
     const Elements equations = equations_of(request.evaluations);
     const uint64_t entries = uint64_t{equations.count} * power_table_length;
-    HostObject *const names = static_cast<HostObject *>(allocate(api, uint64_t{equations.count} * sizeof(HostObject)));
-    Entry *const tables = static_cast<Entry *>(allocate(api, entries * sizeof(Entry)));
+    HostObject *const names = allocate<HostObject>(api, equations.count);
     evaluation->names = names;
+    if (!names) return false;
+    Entry *const tables = allocate<Entry>(api, entries);
     evaluation->tables = tables;
+    if (!tables) return false;
     for (uint64_t k = 0; k < entries; k++) tables[k] = Residue::no_inverse;
     for (uint32_t i = 0; i < equations.count; i++) {
         const HostObject equation = equations.items[i];
@@ -375,14 +374,17 @@ Sharing sharing_of(const HostApi *api, const ModRequest &request) {
     return sharing;
 }
 
-// Moves the input to work memory, line by line.
-void take_snapshot(const HostApi *api, ModRequest *request) {
+// Moves the input to work memory, line by line; false when the host had none.
+bool take_snapshot(const HostApi *api, ModRequest *request) {
     FlexInput &input = request->input;
     const int32_t rows = line_count(input.first), columns = line_count(input.second);
     const uint32_t size = entry_size(input.datatype);
     Block snapshot = {};
     snapshot.datatype = input.datatype;
-    snapshot.data = allocate(api, uint64_t{size} * static_cast<uint32_t>(rows) * static_cast<uint32_t>(columns));
+    const uint64_t words_per_entry = size / sizeof(uint32_t);
+    snapshot.data =
+        allocate<uint32_t>(api, words_per_entry * static_cast<uint32_t>(rows) * static_cast<uint32_t>(columns));
+    if (!snapshot.data) return false;
     snapshot.rows = rows;
     snapshot.row_step = columns;
     snapshot.columns = columns;
@@ -399,6 +401,7 @@ void take_snapshot(const HostApi *api, ModRequest *request) {
     });
     request->table = snapshot;
     input.is_list = input.list_of_vectors = false;
+    return true;
 }
 
 // ---- The conversion ----
@@ -412,7 +415,7 @@ bool write_output(const HostApi *api, ModRequest *request, ReduceNative reduce, 
     if (!input.is_list) request->table = table_block(api, input);
     if (!check_doubles(api, *request)) return false;
     const Sharing sharing = sharing_of(api, *request);
-    if (sharing == Sharing::overlapping) take_snapshot(api, request);
+    if (sharing == Sharing::overlapping && !take_snapshot(api, request)) return false;
     const bool values = input.datatype == MODLA_INTEGER;
     const bool every_entry = !values && output.datatype != MODLA_INTEGER &&
                              row_count(output) == std::max(result_rows(input), 1) &&

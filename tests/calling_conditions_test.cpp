@@ -71,8 +71,8 @@ TEST_F(CallingConditions, ChangeNoResult) {
 TEST_F(CallingConditions, AreTriedOnEveryExport) {
     std::set<std::string> called;
     for (const LibraryCall &call : library_calls()) called.merge(make_call(call).called);
-    EXPECT_EQ(called, exported_names());
-    EXPECT_GT(called.size(), 70u);
+    for (const std::string &name : exported_names()) EXPECT_TRUE(called.count(name)) << name;
+    EXPECT_GT(exported_names().size(), 70u);
 }
 
 }  // namespace

@@ -529,6 +529,63 @@ void add_validation(List *list) {
     }
 }
 
+// Expressions over x = 3 and the complex unit.
+void add_expressions(List *list) {
+    const auto expressions = [] {
+        const HostObject x = name("x"), unit = new_object(MODLA_TYPE_COMPLEX, {immediate(1)});
+        const HostObject big = integer_object(-987654321987654321), one = immediate(1);
+        const HostObject power = new_object(MODLA_TYPE_POWER, {x, immediate(-3)});
+        return std::vector{immediate(-5),
+                           big,
+                           x,
+                           name("y"),
+                           power,
+                           new_object(MODLA_TYPE_RATIONAL, {big, immediate(6)}),
+                           new_object(MODLA_TYPE_COMPLEX, {x, big}),
+                           new_object(MODLA_TYPE_SUM, {power, big, unit, one, one, immediate(-7)}),
+                           new_object(MODLA_TYPE_SUM, {x, name("y")}),
+                           new_object(MODLA_TYPE_POWER, {x, big}),
+                           new_object(MODLA_TYPE_SYMBOLIC_POWER, {x, x})};
+    };
+    for (size_t k = 0; k < 11; k++) {
+        const auto run = [=](Runner &r, auto residue, auto evaluate) {
+            using W = decltype(residue);
+            const HostObject object = expressions()[k];
+            HostObject *const names = r.block<uint32_t>(2);
+            names[0] = name("x");
+            names[1] = new_object(MODLA_TYPE_COMPLEX, {immediate(1)});
+            r.memory.clear();
+            W *const power_tables = r.block<W>(64);
+            for (size_t i = 0; i < 64; i++) {
+                const W value = i % 32 == 0 ? 3 : residue;
+                std::memcpy(power_tables + i, &value, sizeof value);
+            }
+            r.note(text_of(evaluate(object, names, power_tables)));
+        };
+        const std::string text = "expression " + std::to_string(k);
+        list->add_kernel<uint32_t>(text.c_str(), [=](Runner &r, uint32_t p) {
+            run(r, uint32_t{65536}, [&](HostObject object, const HostObject *names, uint32_t *power_tables) {
+                return r.call(EXPORT(modeval_iw), api(), p, object, names, power_tables, 2);
+            });
+        });
+        list->add_kernel<double>(text.c_str(), [=](Runner &r, uint32_t p) {
+            run(r, -1.0, [&](HostObject object, const HostObject *names, double *power_tables) {
+                return r.call(EXPORT(modeval_f), api(), p, 0, object, names, power_tables, 2, reciprocal(p));
+            });
+        });
+    }
+    for (const char *text : {"A, 2..3", "[V, V], transpose", "[[1, 2], [3]], 2", "[]", "x", "R, 9"}) {
+        list->add(std::string("process_flexinput ") + text, 7, [=](Runner &r) {
+            const HostObject *const args = argument_array(arguments(text));
+            const int32_t n = static_cast<int32_t>(arguments(text).size());
+            int32_t *const c = r.block<int32_t>(13);
+            c[0] = 1;
+            r.call(EXPORT(process_flexinput), api(), args, c, n, c + 1, c + 2, c + 3, c + 4, c + 5, c + 6, c + 7, c + 8,
+                   c + 9, c + 10, c + 11, c + 12);
+        });
+    }
+}
+
 // ---- Entry points
 
 struct EntryCalls {
@@ -570,6 +627,12 @@ const std::vector<EntryCalls> entry_calls = {
     {"modLA_MatBasis", {"p, S, 0, true", "p, A, 3, false", "p, A, 0, true", "p, S, -1, false"}},
     {"modLA_MatGcd", {"p, A, 3", "p, D, 4", "p, Empty, 1", "p, V, 1"}},
     {"modLA_ZigZag", {"p, S", "p, T", "p, A"}},
+    {"modLA_Mod",
+     {"p, A, datatype", "p, A, 2..3, transpose, datatype, Fortran_order", "p, [1, -5, 20000000000], datatype",
+      "p, [[1, 2], [3]], A, 2", "p, [R, R], float[8]", "p, [V, V], B, 1, 1", "p, {x}, {x = 3}, datatype",
+      "p, [x, y], [x = 3, y = 1], integer[4]", "p, [x], x = 99999999, datatype", "p, [x, 1], [x = 2], A, 1, 1..2",
+      "p, S, S", "p, A, 1..3, A, 2, 1", "p, S, transpose, S", "p, D, B", "p, Empty, datatype", "p, A, V",
+      "p, V, integer", "p, [2.5], datatype", "p, [x], integer[4]"}},
 };
 
 void add_entry_points(List *list) {
@@ -587,7 +650,7 @@ void add_entry_points(List *list) {
                         list->calls.push_back({std::string(entry_name) + "(" + text + "), datatype " +
                                                    std::to_string(datatype) + ", order " + std::to_string(order) +
                                                    " mod " + std::to_string(p),
-                                               run, p, datatype, order, 2});
+                                               run, p, datatype, order, 2, std::string(entry_name) == "modLA_Mod"});
                     }
                 }
             }
@@ -604,6 +667,7 @@ const std::vector<LibraryCall> &library_calls() {
         add_eliminations(&list);
         add_scalars(&list);
         add_validation(&list);
+        add_expressions(&list);
         add_entry_points(&list);
         return std::move(list.calls);
     }();

@@ -34,6 +34,7 @@ struct LibraryCall {
     std::function<void(Runner &)> run;
     int32_t p, datatype, order;  // of the tables that stand ready
     int repetitions = 1;         // how many conditions a test can afford to try, less for slow ones
+    bool writes_early = false;   // may fail, by its contract, when it has written something
 };
 const std::vector<LibraryCall> &library_calls();
 
