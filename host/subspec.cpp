@@ -165,14 +165,14 @@ bool modla::read_block(const HostApi *api, const HostObject *args, int32_t *posi
 namespace {
 
 struct Bytes {
-    const char *begin, *end;
+    uint64_t begin, end;
 };
 
 Bytes span_of(const Block &block) {
     const int64_t last =
         int64_t{row_count(block) - 1} * block.row_step + int64_t{column_count(block) - 1} * block.column_step;
-    const char *const begin = static_cast<const char *>(block.data);
-    return {begin, static_cast<const char *>(entry_address(block.data, block.datatype, last + 1))};
+    const uint64_t begin = reinterpret_cast<uintptr_t>(block.data);
+    return {begin, begin + static_cast<uint64_t>(last + 1) * entry_size(block.datatype)};
 }
 
 }  // namespace

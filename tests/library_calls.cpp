@@ -2,11 +2,11 @@
 
 #include <dlfcn.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <limits>
-#include <regex>
 #include <sstream>
 
 namespace modla_test::strict {
@@ -22,27 +22,35 @@ std::string contents(const char *path) {
     return text.str();
 }
 
-std::set<std::string> matches(const std::string &text, const std::string &pattern) {
-    const std::regex expression(pattern);
-    std::set<std::string> names;
-    for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at) names.insert((*at)[1]);
-    return names;
+// The word that ends at a place in a text.
+std::string word_before(const std::string &text, size_t end) {
+    size_t begin = end;
+    while (begin > 0 && (std::isalnum(static_cast<unsigned char>(text[begin - 1])) || text[begin - 1] == '_')) begin--;
+    return text.substr(begin, end - begin);
+}
+
+// The words before every occurrence of a mark.
+std::set<std::string> words_before(const std::string &text, const std::string &mark) {
+    std::set<std::string> words;
+    for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
+        words.insert(word_before(text, at));
+    }
+    return words;
 }
 
 }  // namespace
 
 std::set<std::string> exported_names() {
     const std::string map = contents(MODLA_EXPORTS);
-    return matches(map.substr(0, map.find("local:")), "\n\\s*(\\w+);");
+    return words_before(map.substr(0, map.find("local:")), ";");
 }
 
 std::set<std::string> entry_point_names() {
-    return matches(contents(MODLA_HEADER),
-                   "MODLA_API HostObject (\\w+)\\(const HostApi \\*api, const HostObject \\*args\\);");
+    return words_before(contents(MODLA_HEADER), "(const HostApi *api, const HostObject *args);");
 }
 
 std::set<std::string> host_caller_names() {
-    return matches(contents(MODLA_HEADER), "MODLA_API [^;]*?(\\w+)\\(const HostApi \\*");
+    return words_before(contents(MODLA_HEADER), "(const HostApi *");
 }
 
 EntryPoint entry_point(const std::string &name) {

@@ -464,8 +464,9 @@ bool reports_results(const char *operation) {
 
 void take_snapshots() {
     watched.clear();
-    for (const auto &block : heap.blocks) watched.push_back({block, {block->data, block->data + block->bytes}});
     was_written = false;
+    if (!host.no_checks_after_writes) return;
+    for (const auto &block : heap.blocks) watched.push_back({block, {block->data, block->data + block->bytes}});
 }
 
 bool unchanged(const Watched &each) {
@@ -595,7 +596,7 @@ void run_callback(const std::string &callback, const std::vector<HostObject> &va
             violation(callback + " was given a native table");
         }
     }
-    const auto number = [&](size_t k) { return immediate_value(values[k]); };
+    const auto number = [&](size_t k) { return is_immediate(values[k]) ? immediate_value(values[k]) : 0; };
     const auto fill = [&](HostObject object, int32_t top, int32_t rows, int32_t left, int32_t columns) {
         const Table &table = table_of(object);
         if (top < 0 || left < 0 || top + rows > table.rows() || left + columns > table.columns()) {

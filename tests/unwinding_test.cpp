@@ -2,7 +2,6 @@
 // only Alloc memory is outstanding, modes are unchanged, and the same call works afterwards.
 #include <gtest/gtest.h>
 
-#include <regex>
 
 #include "tests/library_calls.h"
 
