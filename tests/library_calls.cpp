@@ -118,10 +118,8 @@ W *Runner::block(size_t count, uint32_t p) {
         const W value = p == 0 || chance(random, 10) ? 0 : static_cast<W>(below(random, p));
         std::memcpy(data + k, &value, sizeof value);
     }
-    memory.push_back([memory_block] {
-        if (!memory_block->intact()) host.violations.push_back("a kernel wrote outside of its memory");
-        return std::string(memory_block->data, memory_block->bytes);
-    });
+    blocks.push_back(memory_block);
+    memory.push_back(memory_block);
     return data;
 }
 
@@ -151,9 +149,12 @@ Result make_call(const LibraryCall &call) {
     define_tables(call.p, call.datatype, call.order, runner.random);
     const Outcome outcome = attempt([&] { call.run(runner); });
     reclaim();
+    for (const auto &block : runner.blocks) {
+        if (!block->intact()) host.violations.push_back("a kernel wrote outside of its memory");
+    }
     std::string found = runner.found;
     if (outcome.returned) {
-        for (const auto &text : runner.memory) found += text();
+        for (const auto &block : runner.memory) found.append(block->data, block->bytes);
         found += all_tables();
         for (const std::string &word : host.assigned) {
             found += word + " := " + to_text(reinterpret_cast<const HostObject *>(name(word))[1]) + "\n";

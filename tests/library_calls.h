@@ -15,7 +15,8 @@ struct Runner {
     Random random{1};
     std::set<std::string> called;  // names of exports
     std::string found;
-    std::vector<std::function<std::string()>> memory;  // texts of the blocks that kernels work on
+    std::vector<std::shared_ptr<GuardedBlock>> blocks;  // all memory of the calls
+    std::vector<std::shared_ptr<GuardedBlock>> memory;  // what of it is to be gathered
 
     // Memory for a kernel, between guard zones: residues modulo p (p = 0: zeros).
     template <class W>
