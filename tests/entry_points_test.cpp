@@ -14,15 +14,16 @@
 #include "console/number.h"
 #include "fake_host.h"
 #include "modla.h"
-#include "session.h"
-#include "watching_host.h"
+#include "tests/fault_pairs.h"
 
 using namespace modla::console;
+using modla_test::argument_array, modla_test::Callback, modla_test::datatypes, modla_test::entry_point,
+    modla_test::joined;
 using modla_test::below, modla_test::chance, modla_test::pick, modla_test::Random;
-using modla_test::Callback;
 using modla_test::error_of, modla_test::eval, modla_test::is_assigned, modla_test::make_table;
 using modla_test::message_of, modla_test::raised_messages, modla_test::recording_host, modla_test::run;
-using modla_test::set_name, modla_test::storage_of, modla_test::unassign, modla_test::watch, modla_test::watching_host;
+using modla_test::no_integers, modla_test::orders, modla_test::Subject;
+using modla_test::set_name, modla_test::storage_of, modla_test::unassign;
 
 namespace {
 
@@ -30,29 +31,11 @@ int32_t between(Random &random, int32_t low, int32_t high) {
     return low + static_cast<int32_t>(below(random, static_cast<uint64_t>(high - low + 1)));
 }
 
-constexpr int32_t datatypes[] = {MODLA_INTEGER, MODLA_INTEGER4, MODLA_FLOAT8};
-constexpr int32_t orders[] = {MODLA_FORTRAN_ORDER, MODLA_C_ORDER};
-
 const char *keyword_of(int32_t datatype) {
     return datatype == MODLA_INTEGER ? "integer" : datatype == MODLA_INTEGER4 ? "integer[4]" : "float[8]";
 }
 const char *order_keyword(int32_t order) {
     return order == MODLA_C_ORDER ? "C_order" : "Fortran_order";
-}
-
-std::string joined(const std::vector<std::string> &parts) {
-    std::string text;
-    for (const std::string &part : parts) text += (text.empty() ? "" : ", ") + part;
-    return text;
-}
-
-EntryPoint entry_point(const std::string &name) {
-    return reinterpret_cast<EntryPoint>(library_symbol(("modLA_" + name).c_str()));
-}
-
-// The argument array of a call in the console's language.
-Object argument_array(const std::string &arguments) {
-    return sequence_of(eval("[" + arguments + "]"));
 }
 
 // What a table holds, row by row.
@@ -79,84 +62,9 @@ int64_t get_integer(const Table &table, int32_t i, int32_t j) {
 
 // ---- Errors: every check, in its order, with nothing written ----
 
-// A fault in a list of arguments: other arguments at some places, fewer or more of them.
-struct Fault {
-    std::string message;
-    std::map<size_t, std::string> arguments = {};
-    std::optional<size_t> keep = {};
-    std::string extra = {};
-};
-
-// A valid call, and faults in the order in which they are to be found.
-struct Subject {
-    std::string entry;
-    std::vector<std::string> arguments;
-    std::vector<Fault> faults = {};
-
-    // The same fault through several texts of one argument.
-    Subject &at(size_t position, const std::vector<std::string> &texts, const std::string &message) {
-        for (const std::string &text : texts) {
-            std::string finished = message;
-            if (const size_t place = finished.find("%a"); place != std::string::npos) finished.replace(place, 2, text);
-            faults.push_back({finished, {{position, text}}});
-        }
-        return *this;
-    }
-    Subject &with(const std::map<size_t, std::string> &changed, const std::string &message) {
-        faults.push_back({message, changed});
-        return *this;
-    }
-    Subject &only(size_t keep, const std::string &message) {
-        faults.push_back({message, {}, keep});
-        return *this;
-    }
-    Subject &and_also(const std::string &extra, const std::string &message) {
-        faults.push_back({message, {}, {}, extra});
-        return *this;
-    }
-};
-
-// All the faults in one call, when that is possible.
-std::optional<std::vector<std::string>> apply(const Subject &subject, const std::vector<const Fault *> &faults) {
-    std::vector<std::string> arguments = subject.arguments;
-    std::set<size_t> changed;
-    std::optional<size_t> keep;
-    for (const Fault *fault : faults) {
-        for (const auto &[position, text] : fault->arguments) {
-            if (!changed.insert(position).second) return std::nullopt;
-            arguments[position - 1] = text;
-        }
-        if (!fault->extra.empty()) arguments.push_back(fault->extra);
-        if (fault->keep && keep) return std::nullopt;
-        if (fault->keep) keep = fault->keep;
-    }
-    if (!keep) return arguments;
-    if (arguments.size() > subject.arguments.size() || (!changed.empty() && *changed.rbegin() > *keep)) {
-        return std::nullopt;
-    }
-    arguments.resize(*keep);
-    return arguments;
-}
-
-const std::vector<std::string> no_integers = {"'x'", "2.5", "7.0", "\"7\"", "1/2", "[7]", "7..8", "integer"};
 const std::string fill_message = "fill value must be an integral numeric value in the range 0..modulus-1";
 const std::string datatype_message = "expected datatype ('integer[4]', 'float[8]', or 'integer'), for argument ";
 const std::vector<std::string> no_datatypes = {"float", "float[4]", "integer[8]", "foo", "C_order", "x[4]"};
-
-// Faults of the modulus as such, for a datatype.
-void add_modulus_faults(Subject *subject, int32_t datatype) {
-    const std::string small = "modulus must be at least 2";
-    subject->at(1, {"1", "0", "-7"}, small);
-    if (datatype == MODLA_INTEGER) subject->at(1, {"-10^20"}, small);
-    if (datatype == MODLA_INTEGER4) {
-        subject->at(1, {"65536", "2^30", "10^20", "-10^20"},
-                    "modulus is too large for 'integer[4]' datatype, must be < 65536");
-    }
-    if (datatype == MODLA_FLOAT8) {
-        subject->at(1, {"33554432", "2^30", "10^20", "-10^20"},
-                    "modulus is too large for 'float[8]' datatype, must be < 33554432");
-    }
-}
 
 std::vector<std::string> bad_fills(int32_t datatype) {
     std::vector<std::string> fills = {"7", "-1", "10^20", "-10^20"};
@@ -197,7 +105,7 @@ std::vector<Subject> create_subjects() {
                 const std::string message = "when requesting identity, input must be specified as a square Matrix";
                 s.at(2, {"3", "5"}, message).at(3, {"1", "4"}, message);
             }
-            add_modulus_faults(&s, datatype);
+            s.modulus(datatype);
             if (content == "3") s.at(4, bad_fills(datatype), fill_message);
             subjects.push_back(s);
         }
@@ -232,7 +140,7 @@ std::vector<Subject> fill_subjects() {
             const std::string surplus = "too many arguments, starting at argument ";
             s.at(next + 2, {"transpose", "foo", "[1]", "1.0"}, surplus + std::to_string(next + 2) + ", %a");
             s.and_also("3", surplus + std::to_string(next + 3) + ", 3");
-            add_modulus_faults(&s, datatype);
+            s.modulus(datatype);
             if (content == "3") s.at(2, bad_fills(datatype), fill_message);
             subjects.push_back(s);
         }
@@ -248,8 +156,7 @@ std::vector<Subject> row_reduce_subjects() {
         Subject s{"RowReduce", {"7", "Target" + std::to_string(datatype), "3", "1..-1", "0"}};
         for (const std::string &name : output_names) s.arguments.push_back("'" + name + "'");
         s.arguments.push_back("true");
-        for (const size_t keep : {0u, 1u, 10u}) s.only(keep, "incorrect number of arguments");
-        s.and_also("3", "incorrect number of arguments");
+        s.counted();
         s.at(1, no_integers, "argument 1, the modulus, must be an integer");
         s.at(2, {"5", "foo", "\"Target\"", "[Target]", "10^20"}, "argument 2, the matrix, must be an rtable");
         s.at(2, {"OddDatatype", "AllOdd"}, "argument 2 has invalid datatype");
@@ -266,7 +173,7 @@ std::vector<Subject> row_reduce_subjects() {
         const std::string exceeds = "number of reducible columns exceeds the number of columns in the specified matrix";
         s.at(5, {"5", "2^30-1"}, exceeds);
         s.with({{4, "2"}, {5, "3"}}, exceeds).with({{4, "3..-1"}, {5, "3"}}, exceeds);
-        add_modulus_faults(&s, datatype);
+        s.modulus(datatype);
         for (size_t n = 6; n <= 10; n++) {
             s.at(n, {"1", "-1", "\"d\"", "0.0", "[0]", "foo[1]", "10^20", "Target", "{}"},
                  "argument " + std::to_string(n) + " must be a name or the value 0");
@@ -283,98 +190,24 @@ struct Subjects {
     std::vector<Subject> (*make)();
 };
 
-class Errors : public testing::TestWithParam<Subjects> {
+class Errors : public modla_test::FaultPairs, public testing::WithParamInterface<Subjects> {
   protected:
     Errors() {
-        const auto define = [&](const std::string &name, Object table) {
-            set_name(name, table);
-            names_.push_back(name);
-        };
         for (const int32_t datatype : datatypes) {
             const std::string name = "Target" + std::to_string(datatype);
             define(name, make_table(datatype, MODLA_MATRIX, MODLA_C_ORDER, 3, 4));
             for (int32_t k = 0; k < 12; k++) set_integer(table_of(eval(name)), k / 4 + 1, k % 4 + 1, (k * k + 5) % 7);
         }
         set_name("Target", eval("Target4"));
-        define("OddDatatype", make_table(5, MODLA_MATRIX, MODLA_C_ORDER, 3, 4));
-        define("OddStorage", make_table(MODLA_INTEGER4, MODLA_MATRIX, MODLA_C_ORDER, 3, 4, 1));
-        define("OddSubtype", make_table(MODLA_INTEGER4, MODLA_ARRAY, MODLA_C_ORDER, 3, 4));
-        define("OddStorageAndSubtype", make_table(MODLA_FLOAT8, MODLA_ARRAY, MODLA_C_ORDER, 3, 4, 5));
-        define("AllOdd", make_table(7, MODLA_ARRAY, MODLA_C_ORDER, 3, 4, 0));
-        define("RowVector", make_table(MODLA_INTEGER4, MODLA_ROW_VECTOR, MODLA_C_ORDER, 1, 4));
-        define("ColumnVector", make_table(MODLA_FLOAT8, MODLA_COLUMN_VECTOR, MODLA_C_ORDER, 4, 1));
-        for (const std::string &name : output_names) unassign(name);
-        before_ = everything();
     }
-    ~Errors() override { set_unwinding(Unwinding::exception); }
-
-    // The contents of all tables that a call may be given.
-    std::vector<std::vector<char>> everything() const {
-        std::vector<std::vector<char>> contents;
-        for (const std::string &name : names_) contents.push_back(storage_of(eval(name)));
-        return contents;
-    }
-
-    void check_nothing_happened(const std::string &call) {
-        ASSERT_EQ(everything(), before_) << call;
-        for (const std::string &name : output_names) ASSERT_FALSE(is_assigned(name)) << call;
-        ASSERT_EQ(lent_count(), 0u) << call;
-        ASSERT_EQ(callbacks_, 0) << call;
-    }
-
-    void check_fails(const Subject &subject, const std::vector<std::string> &arguments, const std::string &message) {
-        const std::string call = subject.entry + "(" + joined(arguments) + ")";
-        for (const Unwinding unwinding : {Unwinding::exception, Unwinding::long_jump}) {
-            set_unwinding(unwinding);
-            ASSERT_EQ(error_of(call), message) << call;
-            check_nothing_happened(call);
-        }
-        const HostApi api = recording_host();
-        ASSERT_EQ(entry_point(subject.entry)(&api, words(argument_array(joined(arguments)))), null_value()) << call;
-        ASSERT_EQ(raised_messages, std::vector{message}) << call;
-        check_nothing_happened(call);
-    }
-
-    std::vector<std::string> names_;
-    std::vector<std::vector<char>> before_;
-    int callbacks_ = 0;
-    Object count(const std::vector<Object> &) {
-        callbacks_++;
-        return immediate(0);
-    }
-    Callback rand_mat_{"cbRandMat", [this](const std::vector<Object> &arguments) { return count(arguments); }};
-    Callback reduce_{"cbReduce", [this](const std::vector<Object> &arguments) { return count(arguments); }};
 };
 
 TEST_P(Errors, TheEarliestFaultIsReportedAndNothingIsWritten) {
-    for (const Subject &subject : GetParam().make()) {
-        for (const Fault &fault : subject.faults) check_fails(subject, *apply(subject, {&fault}), fault.message);
-    }
-}
-
-TEST_P(Errors, OfTwoFaultsTheEarlierIsReported) {
-    int pairs = 0;
-    for (const Subject &subject : GetParam().make()) {
-        for (size_t i = 0; i < subject.faults.size() && !HasFatalFailure(); i++) {
-            for (size_t j = i + 1; j < subject.faults.size() && !HasFatalFailure(); j++) {
-                const auto arguments = apply(subject, {&subject.faults[i], &subject.faults[j]});
-                if (!arguments) continue;
-                const std::string call = subject.entry + "(" + joined(*arguments) + ")";
-                ASSERT_EQ(error_of(call), subject.faults[i].message) << call;
-                pairs++;
-            }
-        }
-        check_nothing_happened(subject.entry);
-    }
-    EXPECT_GT(pairs, 3000);
+    check(GetParam().make(), 3000);
 }
 
 TEST_P(Errors, WithoutFaultsTheCallSucceeds) {
-    for (const Subject &subject : GetParam().make()) {
-        const std::string call = subject.entry + "(" + joined(subject.arguments) + ")";
-        EXPECT_EQ(error_of(call), "") << call;
-        EXPECT_EQ(lent_count(), 0u) << call;
-    }
+    for (const Subject &subject : GetParam().make()) check_success(subject);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Errors,
@@ -1222,117 +1055,6 @@ TEST(RowReduce, IsReentrant) {
 }
 
 // ---- What the host sees ----
-
-struct WatchedCall {
-    std::string entry, arguments;
-};
-
-const WatchedCall watched_calls[] = {
-    {"Create", "7, 2, 3, 3, integer[4], Fortran_order"},
-    {"Create", "7, 3, 3, identity, float[8]"},
-    {"Create", "7, 2, 0, 5, integer"},
-    {"Create", "33554393, 2, 3, random, float[8]"},
-    {"Fill", "7, 3, W4, 2..3, -1"},
-    {"Fill", "7, 2.5, W6, 2"},
-    {"Fill", "7, random, W6"},
-    {"Fill", "7, random, W0, 2..3"},
-    {"RowReduce", "7, W4, 3, 4, 0, 'd', 'pp', 'r', 's', 'e', true"},
-    {"RowReduce", "65521, W4, 2..3, 4, 2, 'd', 'pp', 'r', 's', 'e', false"},
-    {"RowReduce", "33554393, W6, 3, 4, 0, 'd', 'pp', 'r', 's', 'e', 2"},
-};
-
-void set_watched_tables() {
-    for (const int32_t datatype : datatypes) {
-        const std::string name = "W" + std::to_string(datatype);
-        set_name(name, make_table(datatype, MODLA_MATRIX,
-                                  datatype == MODLA_INTEGER4 ? MODLA_C_ORDER : MODLA_FORTRAN_ORDER, 3, 4));
-        for (int32_t k = 0; k < 12; k++)
-            set_integer(table_of(eval(name)), k / 4 + 1, k % 4 + 1, (5 * k * k + k + 3) % 7);
-    }
-    for (const char *name : {"d", "pp", "r", "s", "e"}) unassign(name);
-}
-
-std::string watched_state() {
-    std::string state;
-    for (const int32_t datatype : datatypes) {
-        const std::vector<char> storage = storage_of(eval("W" + std::to_string(datatype)));
-        state.append(storage.begin(), storage.end());
-    }
-    return state;
-}
-
-std::string watched_outputs() {
-    std::string outputs;
-    for (const char *name : {"d", "pp", "r", "s", "e"}) outputs += to_line(evaluate(global_name(name))) + " ";
-    return outputs;
-}
-
-// Runs a call with the n-th operation failing; what it gave, or its error.
-std::string run_watched(const WatchedCall &call, int failing_call) {
-    set_watched_tables();
-    const Object array = argument_array(call.arguments);
-    std::srand(9);
-    watch = {};
-    watch.failing_call = failing_call;
-    const HostApi api = watching_host();
-    Object result = 0;
-    const std::string error = message_of([&] { result = entry_point(call.entry)(&api, words(array)); });
-    reclaim_memory(0);
-    return error.empty() ? to_text(result) + watched_outputs() + watched_state() : error;
-}
-
-// A callback that always fills in the same way.
-Object fill_regularly(const std::vector<Object> &arguments) {
-    const Table &table = table_of(arguments[5]);
-    for (int32_t i = 1; i <= table_rows(table); i++) {
-        for (int32_t j = 1; j <= table_columns(table); j++) set_entry(table, i, j, immediate(i + 10 * j));
-    }
-    return null_value();
-}
-
-TEST(Host, MayFailInAnyOperation) {
-    const Callback callback("cbRandMat", fill_regularly);
-    for (const WatchedCall &call : watched_calls) {
-        const std::string context = call.entry + "(" + call.arguments + "), operation ";
-        const std::string complete = run_watched(call, 0);
-        const std::vector<std::string> names = watch.names;
-        const auto alloc = std::find(names.begin(), names.end(), "Alloc");
-        const bool delayed = alloc != names.end();
-        EXPECT_EQ(delayed, call.entry == "RowReduce" && call.arguments[0] != '6') << call.arguments;
-        for (int n = 1; n <= static_cast<int>(names.size()); n++) {
-            set_watched_tables();
-            const std::string untouched = watched_state();
-            const std::string name = names[static_cast<size_t>(n - 1)];
-            ASSERT_EQ(run_watched(call, n), "the host gave up") << context << name;
-            // The kernel of RowReduce runs after Alloc; all else is done when nothing but NULL is to be made.
-            const bool before_the_end = delayed ? n <= alloc - names.begin() + 1 : n < static_cast<int>(names.size());
-            const bool is_plain_reduction = call.entry == "RowReduce" && !delayed;
-            if (before_the_end && !is_plain_reduction && name != "ParseString") {
-                ASSERT_EQ(watched_state(), untouched) << context << name;
-            }
-            ASSERT_EQ(run_watched(call, 0), complete) << context << name << ": afterwards the call works";
-        }
-    }
-}
-
-TEST(Host, SeesItsOwnFloatingPointMode) {
-    const Callback callback("cbRandMat", fill_regularly);
-    for (const WatchedCall &call : watched_calls) {
-        const std::string expected = run_watched(call, 0);
-        for (const modla_test::FpMode &mode : modla_test::foreign_fp_modes()) {
-            set_watched_tables();
-            const Object array = argument_array(call.arguments);
-            const HostApi api = watching_host();
-            const EntryPoint entry = entry_point(call.entry);
-            std::srand(9);
-            watch = {};
-            Object result = 0;
-            EXPECT_TRUE(modla_test::keeps_fp_mode(mode, [&] { result = entry(&api, words(array)); }));
-            EXPECT_EQ(to_text(result) + watched_outputs() + watched_state(), expected) << call.arguments;
-            for (const modla_test::FpMode &seen : watch.modes) ASSERT_EQ(seen, mode) << call.arguments;
-        }
-    }
-}
 
 // Work memory: a counter a row, for the delayed kernels only, and returned.
 TEST(Host, LendsCountersToDelayedKernelsOnly) {

@@ -363,28 +363,6 @@ TEST(Modulus, RoleWordsFillABufferOf200Characters) {
     }
 }
 
-TEST(Modulus, FloatFillsInAnyFloatingPointMode) {
-    const std::pair<const char *, int32_t> cases[] = {
-        {"2.5", 3},  {"2.4999999999999996", 2}, {"0.1", 0}, {"-0.5", 0}, {"6.4999999999999991", 6},
-        {"6.5", -1}, {"-0.50000001", -1},       {"6.9", -1}};
-    for (const modla_test::FpMode &mode : modla_test::foreign_fp_modes()) {
-        for (const auto &[text, residue] : cases) {
-            const Object fill = eval(text);
-            for (const int32_t datatype : {MODLA_INTEGER4, MODLA_FLOAT8}) {
-                const HostApi api = recording_host();
-                Cell out_modulus, out_fill = sentinel();
-                EXPECT_TRUE(modla_test::keeps_fp_mode(mode, [&] {
-                    validate_modulus(&api, immediate(7), &out_modulus, datatype, &fill, &out_fill, "fill", 0);
-                }));
-                EXPECT_EQ(raised_messages.size(), residue < 0 ? 1u : 0u) << text << std::hex << mode.mxcsr;
-                if (residue >= 0) {
-                    EXPECT_EQ(cell_value(out_fill, datatype), residue) << text << std::hex << mode.mxcsr;
-                }
-            }
-        }
-    }
-}
-
 TEST(IntegerModulus, MustBeAtLeastTwo) {
     for (const std::string text : moduli) {
         const Object modulus = eval(text);

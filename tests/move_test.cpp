@@ -6,6 +6,9 @@
 #include "blocks.h"
 #include "console/compare.h"
 #include "console/number.h"
+#include "fake_host.h"
+#include "modla.h"
+#include "tests/fault_pairs.h"
 
 using namespace modla::console;
 using modla_test::below, modla_test::chance, modla_test::pick, modla_test::Random;
@@ -425,8 +428,7 @@ TEST(AddMult, BigMultipliersOfHostIntegers) {
 // ---- Messages: the first failing check speaks, and nothing was written ----
 
 struct Failure {
-    EntryPoint entry;
-    const char *arguments, *message;
+    const char *entry, *arguments, *message;
 };
 
 const char *const tables =
@@ -442,115 +444,111 @@ const char *const float_modulus = "modulus is too large for 'float[8]' datatype,
 
 const Failure failures[] = {
     // Copy
-    {modLA_Copy, "", "too few arguments"},
-    {modLA_Copy, "x", "too few arguments"},
-    {modLA_Copy, "7, upper", "too few arguments"},
-    {modLA_Copy, "2.0, 5", no_integer},
-    {modLA_Copy, "7, 5", "argument 2 must be a modp Matrix or Vector"},
-    {modLA_Copy, "7, Upper, S", "argument 2 must be a modp Matrix or Vector"},
-    {modLA_Copy, "7, upper, upper", "argument 3 must be a modp Matrix or Vector"},
-    {modLA_Copy, "7, W, 0", "Matrix index out of range"},
-    {modLA_Copy, "7, W, 5", "Matrix index out of range"},
-    {modLA_Copy, "7, W, -3", "Matrix index out of range"},
-    {modLA_Copy, "7, W, 1, 4", "Matrix index out of range"},
-    {modLA_Copy, "7, W, 2..1, 9", "row range cannot be empty"},
-    {modLA_Copy, "7, W, 1..2, 3..2", "column range cannot be empty"},
-    {modLA_Copy, "7, W, 1..3", "Matrix index out of range"},
-    {modLA_Copy, "7, W, 10^20", "Matrix index out of range"},
-    {modLA_Copy, "7, V, 4", "Vector index out of range"},
-    {modLA_Copy, "7, R, -4..1", "Vector index out of range"},
-    {modLA_Copy, "7, V, 1..2, 5", "expected output object or ordering for argument 4, got 5"},
-    {modLA_Copy, "7, W, 2.5", "expected output object or ordering for argument 3, got 2.5"},
-    {modLA_Copy, "7, W, sparse", "expected output object or ordering for argument 3, got sparse"},
-    {modLA_Copy, "1, W, D", "argument 3 has incorrect datatype"},
-    {modLA_Copy, "7, W, 1..1, W, transpose",
-     "argument 4 has a different number of rows than required by prior arguments"},
-    {modLA_Copy, "7, W, S", "argument 3 has a different number of rows than required by prior arguments"},
-    {modLA_Copy, "7, W, transpose, X", "argument 4 has a different number of rows than required by prior arguments"},
-    {modLA_Copy, "7, W, S, 1..3", "argument 3 has more rows than required by prior arguments"},
-    {modLA_Copy, "7, W, S, 3..3", "argument 3 has fewer rows than required by prior arguments"},
-    {modLA_Copy, "7, W, S, 3", "argument 3 shortcut specification has fewer rows than required by prior arguments"},
-    {modLA_Copy, "7, W, 1..2, 1..2, W",
-     "argument 5 has a different number of columns than required by prior arguments"},
-    {modLA_Copy, "7, W, 1..2, 1..2, W, 1, 1..3", "argument 5 has more columns than required by prior arguments"},
-    {modLA_Copy, "7, W, 1..2, 1..2, W, 1, 3..3", "argument 5 has fewer columns than required by prior arguments"},
-    {modLA_Copy, "7, W, 1..2, 1..2, W, 1, 3",
+    {"Copy", "", "too few arguments"},
+    {"Copy", "x", "too few arguments"},
+    {"Copy", "7, upper", "too few arguments"},
+    {"Copy", "2.0, 5", no_integer},
+    {"Copy", "7, 5", "argument 2 must be a modp Matrix or Vector"},
+    {"Copy", "7, Upper, S", "argument 2 must be a modp Matrix or Vector"},
+    {"Copy", "7, upper, upper", "argument 3 must be a modp Matrix or Vector"},
+    {"Copy", "7, W, 0", "Matrix index out of range"},
+    {"Copy", "7, W, 5", "Matrix index out of range"},
+    {"Copy", "7, W, -3", "Matrix index out of range"},
+    {"Copy", "7, W, 1, 4", "Matrix index out of range"},
+    {"Copy", "7, W, 2..1, 9", "row range cannot be empty"},
+    {"Copy", "7, W, 1..2, 3..2", "column range cannot be empty"},
+    {"Copy", "7, W, 1..3", "Matrix index out of range"},
+    {"Copy", "7, W, 10^20", "Matrix index out of range"},
+    {"Copy", "7, V, 4", "Vector index out of range"},
+    {"Copy", "7, R, -4..1", "Vector index out of range"},
+    {"Copy", "7, V, 1..2, 5", "expected output object or ordering for argument 4, got 5"},
+    {"Copy", "7, W, 2.5", "expected output object or ordering for argument 3, got 2.5"},
+    {"Copy", "7, W, sparse", "expected output object or ordering for argument 3, got sparse"},
+    {"Copy", "1, W, D", "argument 3 has incorrect datatype"},
+    {"Copy", "7, W, 1..1, W, transpose", "argument 4 has a different number of rows than required by prior arguments"},
+    {"Copy", "7, W, S", "argument 3 has a different number of rows than required by prior arguments"},
+    {"Copy", "7, W, transpose, X", "argument 4 has a different number of rows than required by prior arguments"},
+    {"Copy", "7, W, S, 1..3", "argument 3 has more rows than required by prior arguments"},
+    {"Copy", "7, W, S, 3..3", "argument 3 has fewer rows than required by prior arguments"},
+    {"Copy", "7, W, S, 3", "argument 3 shortcut specification has fewer rows than required by prior arguments"},
+    {"Copy", "7, W, 1..2, 1..2, W", "argument 5 has a different number of columns than required by prior arguments"},
+    {"Copy", "7, W, 1..2, 1..2, W, 1, 1..3", "argument 5 has more columns than required by prior arguments"},
+    {"Copy", "7, W, 1..2, 1..2, W, 1, 3..3", "argument 5 has fewer columns than required by prior arguments"},
+    {"Copy", "7, W, 1..2, 1..2, W, 1, 3",
      "argument 5 shortcut specification has fewer columns than required by prior arguments"},
-    {modLA_Copy, "7, W, R", "argument 3 is a row object where prior arguments require a row dimension"},
-    {modLA_Copy, "7, V, S, 1..3", "argument 3 has a column dimension where prior arguments require a column object"},
-    {modLA_Copy, "7, R, S", "argument 3 has a row dimension where prior arguments require a row object"},
-    {modLA_Copy, "7, S, V", "argument 3 is a column object where prior arguments require a column dimension"},
-    {modLA_Copy, "7, W, 1, 1", "object for create cannot be zero dimensional"},
-    {modLA_Copy, "1, lower, W, X, 3.5", "too many arguments, starting at argument 5, 3.5"},
-    {modLA_Copy, "7, W, C_order, C_order", "too many arguments, starting at argument 4, C_order"},
-    {modLA_Copy, "7, W, X, transpose", "too many arguments, starting at argument 4, transpose"},
-    {modLA_Copy, "1, lower, W", "input must be a square Matrix for special copy types"},
-    {modLA_Copy, "7, uppernodiag, V", "input must be a square Matrix for special copy types"},
-    {modLA_Copy, "1, W, X", "modulus must be at least 2"},
-    {modLA_Copy, "-10^30, Z, Z", "modulus must be at least 2"},
-    {modLA_Copy, "65536, W, X", word_modulus},
-    {modLA_Copy, "33554432, D, D", float_modulus},
+    {"Copy", "7, W, R", "argument 3 is a row object where prior arguments require a row dimension"},
+    {"Copy", "7, V, S, 1..3", "argument 3 has a column dimension where prior arguments require a column object"},
+    {"Copy", "7, R, S", "argument 3 has a row dimension where prior arguments require a row object"},
+    {"Copy", "7, S, V", "argument 3 is a column object where prior arguments require a column dimension"},
+    {"Copy", "7, W, 1, 1", "object for create cannot be zero dimensional"},
+    {"Copy", "1, lower, W, X, 3.5", "too many arguments, starting at argument 5, 3.5"},
+    {"Copy", "7, W, C_order, C_order", "too many arguments, starting at argument 4, C_order"},
+    {"Copy", "7, W, X, transpose", "too many arguments, starting at argument 4, transpose"},
+    {"Copy", "1, lower, W", "input must be a square Matrix for special copy types"},
+    {"Copy", "7, uppernodiag, V", "input must be a square Matrix for special copy types"},
+    {"Copy", "1, W, X", "modulus must be at least 2"},
+    {"Copy", "-10^30, Z, Z", "modulus must be at least 2"},
+    {"Copy", "65536, W, X", word_modulus},
+    {"Copy", "33554432, D, D", float_modulus},
     // Swap
-    {modLA_Swap, "x, W", "too few arguments"},
-    {modLA_Swap, "7, W", "too few arguments"},
-    {modLA_Swap, "7, W, 1", "too few arguments"},
-    {modLA_Swap, "7, upper, W", "too few arguments"},
-    {modLA_Swap, "7, W, 9", "Matrix index out of range"},
-    {modLA_Swap, "x, W, W", no_integer},
-    {modLA_Swap, "7, W, 5.5", "argument 3 must be a modp Matrix or Vector"},
-    {modLA_Swap, "7, W, D", "argument 3 has incorrect datatype"},
-    {modLA_Swap, "7, W, 1, W", "argument 4 has a row dimension where prior arguments require a row object"},
-    {modLA_Swap, "7, S, S, transpose", "too many arguments, starting at argument 4, transpose"},
-    {modLA_Swap, "1, lower, W, X", "input must be a square Matrix for special swap types"},
-    {modLA_Swap, "1, lower, S, S", "modulus must be at least 2"},
-    {modLA_Swap, "65536, W, X", word_modulus},
+    {"Swap", "x, W", "too few arguments"},
+    {"Swap", "7, W", "too few arguments"},
+    {"Swap", "7, W, 1", "too few arguments"},
+    {"Swap", "7, upper, W", "too few arguments"},
+    {"Swap", "7, W, 9", "Matrix index out of range"},
+    {"Swap", "x, W, W", no_integer},
+    {"Swap", "7, W, 5.5", "argument 3 must be a modp Matrix or Vector"},
+    {"Swap", "7, W, D", "argument 3 has incorrect datatype"},
+    {"Swap", "7, W, 1, W", "argument 4 has a row dimension where prior arguments require a row object"},
+    {"Swap", "7, S, S, transpose", "too many arguments, starting at argument 4, transpose"},
+    {"Swap", "1, lower, W, X", "input must be a square Matrix for special swap types"},
+    {"Swap", "1, lower, S, S", "modulus must be at least 2"},
+    {"Swap", "65536, W, X", word_modulus},
     // Permute
-    {modLA_Permute, "x, P, S, true", "incorrect number of arguments"},
-    {modLA_Permute, "7, P, S, true, true, 1", "incorrect number of arguments"},
-    {modLA_Permute, "x, 1, S, true, true", no_integer},
-    {modLA_Permute, "7, 1, 1, true, true", "argument 2, the permutation, must be an rtable"},
-    {modLA_Permute, "7, [1], S, true, true", "argument 2, the permutation, must be an rtable"},
-    {modLA_Permute, "7, F, 1, x, x", "argument 3, the object to be permuted, must be an rtable"},
-    {modLA_Permute, "7, F, S, 1, 1", "argument 4 must be 'true' or 'false'"},
-    {modLA_Permute, "7, F, S, true, upper", "argument 5 must be 'true' or 'false'"},
-    {modLA_Permute, "7, F, S, true, true", "argument 2 must have integer datatype"},
-    {modLA_Permute, "7, S, S, true, true", "argument 2 must be a Vector"},
-    {modLA_Permute, "1, Q, S, true, true",
+    {"Permute", "x, P, S, true", "incorrect number of arguments"},
+    {"Permute", "7, P, S, true, true, 1", "incorrect number of arguments"},
+    {"Permute", "x, 1, S, true, true", no_integer},
+    {"Permute", "7, 1, 1, true, true", "argument 2, the permutation, must be an rtable"},
+    {"Permute", "7, [1], S, true, true", "argument 2, the permutation, must be an rtable"},
+    {"Permute", "7, F, 1, x, x", "argument 3, the object to be permuted, must be an rtable"},
+    {"Permute", "7, F, S, 1, 1", "argument 4 must be 'true' or 'false'"},
+    {"Permute", "7, F, S, true, upper", "argument 5 must be 'true' or 'false'"},
+    {"Permute", "7, F, S, true, true", "argument 2 must have integer datatype"},
+    {"Permute", "7, S, S, true, true", "argument 2 must be a Vector"},
+    {"Permute", "1, Q, S, true, true",
      "argument 2 must have at least one less element than the number of rows in the Matrix"},
-    {modLA_Permute, "1, Q, W, false, true",
+    {"Permute", "1, Q, W, false, true",
      "argument 2 must have at least one less element than the number of columns in the Matrix"},
-    {modLA_Permute, "1, Q, R, true, true", "cannot specify a row permutation on a row vector"},
-    {modLA_Permute, "1, Q, R, false, true",
+    {"Permute", "1, Q, R, true, true", "cannot specify a row permutation on a row vector"},
+    {"Permute", "1, Q, R, false, true",
      "argument 2 must have at least one less element than the number of columns in the Vector"},
-    {modLA_Permute, "1, Q, V, false, true", "cannot specify a column permutation on a column vector"},
-    {modLA_Permute, "1, Q, V, true, true",
+    {"Permute", "1, Q, V, false, true", "cannot specify a column permutation on a column vector"},
+    {"Permute", "1, Q, V, true, true",
      "argument 2 must have at least one less element than the number of rows in the Vector"},
-    {modLA_Permute, "1, P, S, true, true", "modulus must be at least 2"},
+    {"Permute", "1, P, S, true, true", "modulus must be at least 2"},
     // AddMult
-    {modLA_AddMult, "x, W", "too few arguments"},
-    {modLA_AddMult, "7, 3, W", "too few arguments"},
-    {modLA_AddMult, "7, W, 1..2", "too few arguments"},
-    {modLA_AddMult, "x, x, W", no_integer},
-    {modLA_AddMult, "7, sparse, W, W", "argument 2 must be a multiplier or a modp Matrix/Vector"},
-    {modLA_AddMult, "7, [1], W, W", "argument 2 must be a multiplier or a modp Matrix/Vector"},
-    {modLA_AddMult, "7, 9, 9, W", "argument 3 must be a modp Matrix or Vector"},
-    {modLA_AddMult, "1, 9, W, D", "argument 4 has incorrect datatype"},
-    {modLA_AddMult, "1, 9, W, transpose, X",
-     "argument 5 has a different number of rows than required by prior arguments"},
-    {modLA_AddMult, "1, 9, W, X, 1.5", "expected output object, ordering, or sparse option for argument 5, got 1.5"},
-    {modLA_AddMult, "1, 9, W, X", "must specify output ordering when input arguments have different ordering"},
-    {modLA_AddMult, "1, 9, W, X, sparse, 1.5",
-     "must specify output ordering when input arguments have different ordering"},
-    {modLA_AddMult, "1, 9, W, 1, 1, X, 1, 1, C_order, 8", "object for create cannot be zero dimensional"},
-    {modLA_AddMult, "1, 9, W, X, D, 1.5", "argument 5 has incorrect datatype"},
-    {modLA_AddMult, "1, 9, W, X, W, transpose", "expected sparse option for argument 6, got transpose"},
-    {modLA_AddMult, "1, 9, W, X, W, C_order", "expected sparse option for argument 6, got C_order"},
-    {modLA_AddMult, "1, 9, W, X, C_order, 1.5", "expected sparse option for argument 6, got 1.5"},
-    {modLA_AddMult, "1, 9, W, X, W, sparse, 1.5", "too many arguments, starting at argument 7, 1.5"},
-    {modLA_AddMult, "1, 9, W, W, sparse, sparse", "too many arguments, starting at argument 6, sparse"},
-    {modLA_AddMult, "65536, 70000, W, X, W", word_modulus},
-    {modLA_AddMult, "1, 9, W, X, W", "modulus must be at least 2"},
-    {modLA_AddMult, "7, 7, D, D, D, sparse",
+    {"AddMult", "x, W", "too few arguments"},
+    {"AddMult", "7, 3, W", "too few arguments"},
+    {"AddMult", "7, W, 1..2", "too few arguments"},
+    {"AddMult", "x, x, W", no_integer},
+    {"AddMult", "7, sparse, W, W", "argument 2 must be a multiplier or a modp Matrix/Vector"},
+    {"AddMult", "7, [1], W, W", "argument 2 must be a multiplier or a modp Matrix/Vector"},
+    {"AddMult", "7, 9, 9, W", "argument 3 must be a modp Matrix or Vector"},
+    {"AddMult", "1, 9, W, D", "argument 4 has incorrect datatype"},
+    {"AddMult", "1, 9, W, transpose, X", "argument 5 has a different number of rows than required by prior arguments"},
+    {"AddMult", "1, 9, W, X, 1.5", "expected output object, ordering, or sparse option for argument 5, got 1.5"},
+    {"AddMult", "1, 9, W, X", "must specify output ordering when input arguments have different ordering"},
+    {"AddMult", "1, 9, W, X, sparse, 1.5", "must specify output ordering when input arguments have different ordering"},
+    {"AddMult", "1, 9, W, 1, 1, X, 1, 1, C_order, 8", "object for create cannot be zero dimensional"},
+    {"AddMult", "1, 9, W, X, D, 1.5", "argument 5 has incorrect datatype"},
+    {"AddMult", "1, 9, W, X, W, transpose", "expected sparse option for argument 6, got transpose"},
+    {"AddMult", "1, 9, W, X, W, C_order", "expected sparse option for argument 6, got C_order"},
+    {"AddMult", "1, 9, W, X, C_order, 1.5", "expected sparse option for argument 6, got 1.5"},
+    {"AddMult", "1, 9, W, X, W, sparse, 1.5", "too many arguments, starting at argument 7, 1.5"},
+    {"AddMult", "1, 9, W, W, sparse, sparse", "too many arguments, starting at argument 6, sparse"},
+    {"AddMult", "65536, 70000, W, X, W", word_modulus},
+    {"AddMult", "1, 9, W, X, W", "modulus must be at least 2"},
+    {"AddMult", "7, 7, D, D, D, sparse",
      "multiplier value must be an integral numeric value in the range 0..modulus-1"},
 };
 
@@ -564,22 +562,9 @@ std::vector<std::vector<char>> all_storage() {
 
 TEST(Movement, TheFirstFailingCheckSpeaks) {
     run(tables);
-    const auto before = all_storage();
     for (const Failure &failure : failures) {
-        SCOPED_TRACE(failure.arguments);
-        const Object list = eval(std::string("[") + failure.arguments + "]");
-        std::vector<Object> arguments;
-        for (uint32_t i = 0; i < size_of(list); i++) arguments.push_back(element(list, i));
-        for (const Unwinding way : {Unwinding::exception, Unwinding::long_jump}) {
-            set_unwinding(way);
-            EXPECT_EQ(message_of([&] { call_entry_point(failure.entry, arguments); }), failure.message);
-        }
-        set_unwinding(Unwinding::exception);
-        const HostApi api = modla_test::recording_host();
-        EXPECT_EQ(failure.entry(&api, words(new_sequence(arguments))), null_value()) << "where errors return";
-        EXPECT_EQ(raised_messages, std::vector<std::string>{failure.message});
-        EXPECT_EQ(lent_count(), 0u);
-        EXPECT_TRUE(all_storage() == before);
+        modla_test::expect_failure(failure.entry, failure.arguments, failure.message, all_storage);
+        if (HasFatalFailure()) return;
     }
 }
 
@@ -748,54 +733,6 @@ TEST(Movement, LargeBlocks) {
     move_large<uint64_t>(MODLA_FLOAT8, 1024, 640, 0, 0);
     move_large<uint64_t>(MODLA_FLOAT8, 768, 768, 8, 3);
     move_large<uint64_t>(MODLA_FLOAT8, 1101, 1101, 0, 1);
-}
-
-// ---- Hosts with floating-point modes of their own ----
-
-TEST(Movement, AnyFloatingPointMode) {
-    Random random(11);
-    const int32_t n = 40;
-    Roots made;
-    const auto table = [&] {
-        made.values.push_back(modla_test::make_table(MODLA_FLOAT8, MODLA_MATRIX, MODLA_C_ORDER, n, n));
-        return made.values.back();
-    };
-    const Object a = table(), b = table(), c = table();
-    const double p = 33554393;
-    const auto entries = [](Object x) { return static_cast<double *>(table_of(x).data); };
-    const Object transpose = global_name("transpose"), modulus = immediate(33554393);
-    const struct {
-        EntryPoint entry;
-        std::vector<Object> arguments;
-    } calls[] = {{modLA_AddMult, {modulus, immediate(33554391), a, b, c}},
-                 {modLA_AddMult, {modulus, a, b, transpose, c}},
-                 {modLA_AddMult, {modulus, immediate(33554392), a, b, a}},
-                 {modLA_AddMult, {modulus, immediate(5), a, transpose, b, b}},
-                 {modLA_Copy, {modulus, a, transpose, c}},
-                 {modLA_Swap, {modulus, a, transpose, c}}};
-    for (const auto &[entry, arguments] : calls) {
-        std::vector<std::vector<char>> reference;
-        for (const modla_test::FpMode &mode : modla_test::foreign_fp_modes()) {
-            random.seed(5);
-            for (int32_t k = 0; k < n * n; k++) {
-                const uint64_t large = random() | (uint64_t{random()} << 32);
-                entries(a)[k] = k % 2 ? static_cast<double>(large >> 11) : p - 1;
-                entries(b)[k] = k % 3 ? static_cast<double>(random() % 33554393) : p - 1;
-                const uint64_t nan = 0x7ff0000000000001u + static_cast<uint64_t>(k);
-                std::memcpy(entries(c) + k, &nan, 8);
-            }
-            Roots list;
-            list.values.push_back(new_sequence(arguments));
-            const Object *const array = words(list.values[0]);
-            Object result = 0;
-            EXPECT_TRUE(modla_test::keeps_fp_mode(mode, [&] { result = entry(&host_api(), array); }));
-            EXPECT_EQ(result, null_value());
-            const std::vector<std::vector<char>> got = {modla_test::storage_of(a), modla_test::storage_of(b),
-                                                        modla_test::storage_of(c)};
-            if (reference.empty()) reference = got;
-            EXPECT_TRUE(got == reference) << mode.mxcsr;
-        }
-    }
 }
 
 }  // namespace

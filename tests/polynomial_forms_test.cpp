@@ -16,13 +16,14 @@
 #include "console/number.h"
 #include "fake_host.h"
 #include "modla.h"
-#include "session.h"
+#include "tests/fault_pairs.h"
 
 using namespace modla::console;
-using modla_test::Callback;
+using modla_test::argument_array, modla_test::Callback, modla_test::datatypes, modla_test::entry_point;
 using modla_test::below, modla_test::chance, modla_test::current_fp_mode, modla_test::foreign_fp_modes;
 using modla_test::error_of, modla_test::eval, modla_test::make_table, modla_test::run, modla_test::set_name;
 using modla_test::FpMode, modla_test::keeps_fp_mode, modla_test::pick, modla_test::Random;
+using modla_test::no_integers, modla_test::no_tables, modla_test::orders, modla_test::Subject;
 using modla_test::raised_messages, modla_test::recording_host, modla_test::storage_of;
 
 namespace {
@@ -887,22 +888,6 @@ TEST(ZigZag, KeepsTheCharacteristicPolynomial) {
 
 // ---- The entry points ----
 
-EntryPoint entry_point(const std::string &name) {
-    return reinterpret_cast<EntryPoint>(library_symbol(("modLA_" + name).c_str()));
-}
-
-Object argument_array(const std::string &arguments) {
-    return sequence_of(eval("[" + arguments + "]"));
-}
-
-std::string joined(const std::vector<std::string> &parts) {
-    std::string text;
-    for (const std::string &part : parts) text += (text.empty() ? "" : ", ") + part;
-    return text;
-}
-
-constexpr int32_t datatypes[] = {MODLA_INTEGER, MODLA_INTEGER4, MODLA_FLOAT8};
-constexpr int32_t orders[] = {MODLA_FORTRAN_ORDER, MODLA_C_ORDER};
 const std::string gcd_composite = "unable to compute gcd: modulus is composite";
 const std::string zigzag_composite = "cannot obtain zigzag form: modulus is composite";
 
@@ -931,155 +916,52 @@ Grid entries_of(Object x) {
     return A;
 }
 
-// Another text of one argument (position 0: one argument more or fewer), and the message that it is to raise.
-struct Fault {
-    size_t position;
-    std::string text, message;
-};
-
-// A valid call, and faults in the order in which they are to be found.
-struct Subject {
-    std::string entry;
-    std::vector<std::string> arguments;
-    std::vector<Fault> faults = {};
-
-    void add(size_t position, const std::vector<std::string> &texts, const std::string &message) {
-        for (const std::string &text : texts) faults.push_back({position, text, message});
-    }
-};
-
-const std::vector<std::string> no_integers = {"'x'", "2.5", "7.0", "\"7\"", "1/2", "[7]", "7..8", "integer"};
-const std::vector<std::string> no_tables = {"5", "foo", "\"Target\"", "[Target4]", "10^20"};
-
-void add_modulus_faults(Subject *subject, int32_t datatype) {
-    subject->add(1, {"1", "0", "-7"}, "modulus must be at least 2");
-    if (datatype == MODLA_INTEGER4) {
-        subject->add(1, {"65536", "10^20"}, "modulus is too large for 'integer[4]' datatype, must be < 65536");
-    }
-    if (datatype == MODLA_FLOAT8) {
-        subject->add(1, {"33554432", "10^20"}, "modulus is too large for 'float[8]' datatype, must be < 33554432");
-    }
-}
-
 Subject gcd_subject(int32_t datatype) {
     Subject s{"MatGcd", {"7", "Target" + std::to_string(datatype), "2"}};
-    s.add(0, {"fewer", "more"}, "incorrect number of arguments");
-    s.add(1, no_integers, "argument 1, the modulus, must be an integer");
-    s.add(2, no_tables, "argument 2, the matrix, must be an rtable");
-    s.add(3, no_integers, "argument 3, the number of polynomials, must be a positive integer");
-    s.add(2, {"OddDatatype", "AllOdd"}, "argument 2 has invalid datatype");
-    s.add(2, {"OddStorage", "OddStorageAndSubtype"}, "argument 2 has invalid storage");
-    s.add(2, {"OddSubtype", "RowVector", "ColumnVector"}, "argument 2 must be a Matrix");
-    s.add(3, {"0", "-1", "-2^30+1", "10^20", "-10^20"},
-          "argument 3, the number of polynomials must be a positive integer");
-    s.add(3, {"4", "2^30-1"},
-          "argument 3, the number of polynomials cannot be greater than the number of rows in the input Matrix");
-    add_modulus_faults(&s, datatype);
-    return s;
+    s.counted().at(1, no_integers, "argument 1, the modulus, must be an integer");
+    s.at(2, no_tables, "argument 2, the matrix, must be an rtable");
+    s.at(3, no_integers, "argument 3, the number of polynomials, must be a positive integer");
+    s.at(2, {"OddDatatype", "AllOdd"}, "argument 2 has invalid datatype");
+    s.at(2, {"OddStorage", "OddStorageAndSubtype"}, "argument 2 has invalid storage");
+    s.at(2, {"OddSubtype", "RowVector", "ColumnVector"}, "argument 2 must be a Matrix");
+    s.at(3, {"0", "-1", "-2^30+1", "10^20", "-10^20"},
+         "argument 3, the number of polynomials must be a positive integer");
+    s.at(3, {"4", "2^30-1"},
+         "argument 3, the number of polynomials cannot be greater than the number of rows in the input Matrix");
+    return s.modulus(datatype);
 }
 
 Subject zigzag_subject(int32_t datatype) {
     const std::string square = "argument 2 must be a square Matrix";
     Subject s{"ZigZag", {"7", "Target" + std::to_string(datatype)}};
-    s.add(0, {"fewer", "more"}, "incorrect number of arguments");
-    s.add(1, no_integers, "argument 1, the modulus, must be an integer");
-    s.add(2, no_tables, square);
-    s.add(2, {"OddDatatype", "AllOdd"}, "argument 2 has invalid datatype");
-    s.add(2, {"OddStorage", "OddStorageAndSubtype"}, "argument 2 has invalid storage");
-    s.add(2, {"OddSubtype", "RowVector", "ColumnVector"}, square);
-    s.add(2, {"Oblong" + std::to_string(datatype)}, square);
-    add_modulus_faults(&s, datatype);
-    return s;
+    s.counted().at(1, no_integers, "argument 1, the modulus, must be an integer");
+    s.at(2, no_tables, square);
+    s.at(2, {"OddDatatype", "AllOdd"}, "argument 2 has invalid datatype");
+    s.at(2, {"OddStorage", "OddStorageAndSubtype"}, "argument 2 has invalid storage");
+    s.at(2, {"OddSubtype", "RowVector", "ColumnVector"}, square);
+    s.at(2, {"Oblong" + std::to_string(datatype)}, square);
+    return s.modulus(datatype);
 }
 
-class PolynomialEntries : public testing::Test {
+class PolynomialEntries : public modla_test::FaultPairs {
   protected:
     PolynomialEntries() {
-        const auto define = [&](const std::string &name, Object table) {
-            set_name(name, table);
-            names_.push_back(name);
-        };
         for (const int32_t datatype : datatypes) {
             const std::string suffix = std::to_string(datatype);
             define("Target" + suffix, table_with({{1, 2, 3}, {4, 5, 6}, {6, 1, 1}}, 3, datatype, MODLA_C_ORDER));
             define("Oblong" + suffix, make_table(datatype, MODLA_MATRIX, MODLA_C_ORDER, 3, 4));
         }
-        define("OddDatatype", make_table(5, MODLA_MATRIX, MODLA_C_ORDER, 3, 4));
-        define("OddStorage", make_table(MODLA_INTEGER4, MODLA_MATRIX, MODLA_C_ORDER, 3, 4, 1));
-        define("OddSubtype", make_table(MODLA_INTEGER4, MODLA_ARRAY, MODLA_C_ORDER, 3, 3));
-        define("OddStorageAndSubtype", make_table(MODLA_FLOAT8, MODLA_ARRAY, MODLA_C_ORDER, 3, 4, 5));
-        define("AllOdd", make_table(7, MODLA_ARRAY, MODLA_C_ORDER, 3, 4, 0));
-        define("RowVector", make_table(MODLA_INTEGER4, MODLA_ROW_VECTOR, MODLA_C_ORDER, 1, 4));
-        define("ColumnVector", make_table(MODLA_FLOAT8, MODLA_COLUMN_VECTOR, MODLA_C_ORDER, 4, 1));
-        before_ = everything();
     }
-    ~PolynomialEntries() override { set_unwinding(Unwinding::exception); }
-
-    std::vector<std::vector<char>> everything() const {
-        std::vector<std::vector<char>> contents;
-        for (const std::string &name : names_) contents.push_back(storage_of(eval(name)));
-        return contents;
-    }
-
-    void check_nothing_happened(const std::string &call) {
-        ASSERT_EQ(everything(), before_) << call;
-        ASSERT_EQ(callbacks_, 0) << call;
-    }
-
-    void check_fails(const Subject &subject, const std::vector<const Fault *> &faults) {
-        std::vector<std::string> arguments = subject.arguments;
-        for (const Fault *fault : faults) {
-            if (fault->position != 0) arguments[fault->position - 1] = fault->text;
-        }
-        if (faults[0]->position == 0) faults[0]->text == "more" ? arguments.push_back("1") : arguments.pop_back();
-        const std::string &message = faults[0]->message;
-        const std::string call = subject.entry + "(" + joined(arguments) + ")";
-        for (const Unwinding unwinding : {Unwinding::exception, Unwinding::long_jump}) {
-            set_unwinding(unwinding);
-            ASSERT_EQ(error_of(call), message) << call;
-            check_nothing_happened(call);
-        }
-        const HostApi api = recording_host();
-        ASSERT_EQ(entry_point(subject.entry)(&api, words(argument_array(joined(arguments)))), null_value()) << call;
-        ASSERT_EQ(raised_messages, std::vector{message}) << call;
-        check_nothing_happened(call);
-    }
-
-    Object count(const std::vector<Object> &) {
-        callbacks_++;
-        return immediate(0);
-    }
-
-    std::vector<std::string> names_;
-    std::vector<std::vector<char>> before_;
-    int callbacks_ = 0;
 };
 
-// Every fault alone, and every pair that fits into one call: the one found first is reported, nothing is written.
 TEST_F(PolynomialEntries, TheEarliestFaultIsReportedAndNothingIsWritten) {
-    const Callback gcd("cbMatGcd", [this](const std::vector<Object> &arguments) { return count(arguments); });
-    const Callback zigzag("cbZigZag", [this](const std::vector<Object> &arguments) { return count(arguments); });
-    int calls = 0;
+    std::vector<Subject> subjects;
     for (const int32_t datatype : datatypes) {
-        for (const Subject &subject : {gcd_subject(datatype), zigzag_subject(datatype)}) {
-            for (size_t i = 0; i < subject.faults.size(); i++) {
-                check_fails(subject, {&subject.faults[i]});
-                for (size_t j = i + 1; j < subject.faults.size(); j++) {
-                    if (subject.faults[i].position == subject.faults[j].position) continue;
-                    check_fails(subject, {&subject.faults[i], &subject.faults[j]});
-                    if (HasFatalFailure()) return;
-                    calls++;
-                }
-            }
-            set_unwinding(Unwinding::exception);
-            const std::string call = subject.entry + "(" + joined(subject.arguments) + ")";
-            EXPECT_EQ(error_of(call), "") << call;
-            EXPECT_EQ(callbacks_, datatype == MODLA_INTEGER ? 1 : 0);
-            callbacks_ = 0;
-            before_ = everything();
-        }
+        subjects.push_back(gcd_subject(datatype));
+        subjects.push_back(zigzag_subject(datatype));
     }
-    EXPECT_GT(calls, 1500);
+    check(subjects, 1500);
+    for (const Subject &subject : subjects) check_success(subject);
 }
 
 TEST(MatGcd, DocumentedCalls) {

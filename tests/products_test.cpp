@@ -13,7 +13,7 @@
 #include "console/number.h"
 #include "fake_host.h"
 #include "modla.h"
-#include "session.h"
+#include "tests/fault_pairs.h"
 
 using namespace modla::console;
 using modla_test::below, modla_test::chance, modla_test::current_fp_mode, modla_test::error_of, modla_test::eval;
@@ -915,19 +915,8 @@ TEST(Multiply, TheFirstFaultIsReported) {
         {"-10^30, Z, Z", "modulus must be at least 2"},
     };
     const auto state = [] { return run("A; D; F; Z; V; W; R"); };
-    const std::string before = state();
     const auto expect = [&](const std::string &arguments, const std::string &message) {
-        for (const Unwinding unwinding : {Unwinding::exception, Unwinding::long_jump}) {
-            set_unwinding(unwinding);
-            EXPECT_EQ(error_of("Multiply(" + arguments + ")"), message) << arguments;
-        }
-        set_unwinding(Unwinding::exception);
-        const HostApi api = recording_host();
-        const Object list = eval("[" + arguments + "]");
-        EXPECT_EQ(modLA_Multiply(&api, words(sequence_of(list))), null_value()) << arguments;
-        EXPECT_EQ(raised_messages, std::vector{message}) << arguments;
-        EXPECT_EQ(state(), before) << arguments;
-        EXPECT_EQ(lent_count(), 0u);
+        modla_test::expect_failure("Multiply", arguments, message, state);
     };
     for (const auto &[arguments, message] : cases) expect(arguments, message);
     for (const char *object : {"A", "F, D", "Z", "A, 1, 1..2", "F, 1, 1, F, 1, 1", "Z, Z"}) {

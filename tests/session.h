@@ -77,6 +77,19 @@ inline std::string error_of(const std::string &program) {
     return outcome_of(program).error;
 }
 
+// An entry point, and the argument array of a call in the console's language.
+inline modla::console::EntryPoint entry_point(const std::string &name) {
+    return reinterpret_cast<modla::console::EntryPoint>(modla::console::library_symbol(("modLA_" + name).c_str()));
+}
+inline Object argument_array(const std::string &arguments) {
+    return modla::console::sequence_of(eval("[" + arguments + "]"));
+}
+inline std::string joined(const std::vector<std::string> &parts) {
+    std::string text;
+    for (const std::string &part : parts) text += (text.empty() ? "" : ", ") + part;
+    return text;
+}
+
 // The message of the error that a call ends with.
 template <class Call>
 std::string message_of(Call call) {
@@ -100,6 +113,9 @@ inline void unassign(const std::string &name) {
 }
 
 // ---- Tables ----
+
+constexpr int32_t datatypes[] = {MODLA_INTEGER, MODLA_INTEGER4, MODLA_FLOAT8};
+constexpr int32_t orders[] = {MODLA_FORTRAN_ORDER, MODLA_C_ORDER};
 
 inline Object make_table(int32_t datatype, int32_t subtype, int32_t order, int32_t rows, int32_t columns,
                          int32_t storage = MODLA_RECTANGULAR) {
