@@ -4,10 +4,10 @@ set(MODLA_CBLAS_INCLUDE_DIR "" CACHE PATH "The directory of its cblas.h; empty: 
 
 # The archive: what it brings stays inside libmodla.so, so that another BLAS of the process can neither take its place
 # nor be disturbed by it.  (It is position-independent code.)
-find_library(MODLA_OPENBLAS NAMES libopenblas.a PATHS ${MODLA_I386_LIBRARIES}/openblas-serial NO_DEFAULT_PATH)
+find_library(MODLA_OPENBLAS_ARCHIVE NAMES libopenblas.a PATHS ${MODLA_I386_LIBRARIES}/openblas-serial NO_DEFAULT_PATH)
 find_path(MODLA_OPENBLAS_HEADERS cblas.h PATHS ${MODLA_I386_HEADERS}/openblas-serial NO_DEFAULT_PATH)
 if(NOT MODLA_CBLAS_LIBRARY)
-  set(MODLA_CBLAS_LIBRARY ${MODLA_OPENBLAS})
+  set(MODLA_CBLAS_LIBRARY ${MODLA_OPENBLAS_ARCHIVE})
 endif()
 if(NOT MODLA_CBLAS_INCLUDE_DIR)
   set(MODLA_CBLAS_INCLUDE_DIR ${MODLA_OPENBLAS_HEADERS})
