@@ -154,7 +154,13 @@ Result make_call(const LibraryCall &call) {
     }
     std::string found = runner.found;
     if (outcome.returned) {
-        for (const auto &block : runner.memory) found.append(block->data, block->bytes);
+        for (const auto &block : runner.memory) {
+            for (size_t k = 0; k < block->bytes; k += 4) {
+                uint32_t word;
+                std::memcpy(&word, block->data + k, 4);
+                found += std::to_string(word) + (k % 8 ? " " : ":");
+            }
+        }
         found += all_tables();
         for (const std::string &word : host.assigned) {
             found += word + " := " + to_text(reinterpret_cast<const HostObject *>(name(word))[1]) + "\n";
@@ -621,7 +627,8 @@ const std::vector<EntryCalls> entry_calls = {
       "p, A, S, true, true"}},
     {"modLA_AddMult",
      {"p, A, B", "p, 3, A, 2..3, 2..3, B, 1..2, 4..5, C_order", "p, 2.5, A, A, A, sparse", "p, 2, S, transpose, T, S",
-      "p, 1, A, 1..3, D, 2..4, A, 2", "p, A, D", "p, Empty, Empty", "p, 1, A, S", "p, 1, V, 2..3, N, 3..4, N, 1..2"}},
+      "p, 1, A, 1..3, D, 2..4, A, 2", "p, 1, A, 1..3, A, 1..3, A, 2", "p, A, D", "p, Empty, Empty", "p, 1, A, S",
+      "p, 1, V, 2..3, N, 3..4, N, 1..2"}},
     {"modLA_Multiply",
      {"p, 3, A", "p, S, A", "p, S, S, S", "p, S, transpose, D, B", "p, R, V", "p, R, A", "p, S, V, Fortran_order",
       "p, V, R, sparse", "p, 2, A, 2..3, 3..5, B, 1, 1", "p, 2, S, transpose, S",
