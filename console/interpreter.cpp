@@ -260,6 +260,7 @@ void execute_block(Run &run, const Node &node) {
 
 // One turn of a loop: false when the loop is to end.
 bool loop_turn(Run &run, const Node &body) {
+    check_stack();  // for the guard: the body may be empty
     execute_block(run, body);
     if (run.flow == Flow::next_turn) run.flow = Flow::normal;
     if (run.flow == Flow::normal) return true;

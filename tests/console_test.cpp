@@ -590,6 +590,63 @@ TEST(Memory, OfTheLibraryIsTakenBackAfterErrors) {
 // ---- Expressions against GMP ----
 
 // A random expression with its value; text as tight as the grammar allows.
+TEST(Memory, OfProgramsHasALimit) {
+    const std::string doubling = "s := \"abc\"; for i to 100 do s := join(s, s) end";
+    collect_garbage();
+    set_heap_limit(heap_statistics().bytes + (1 << 20));
+    EXPECT_EQ(error_of(doubling), "out of memory");
+    EXPECT_EQ(error_of("Create(7, 1000, 1000, float[8])"), "out of memory");
+    EXPECT_EQ(run("for i to 1000 do A := Create(7, 100, 100, integer[4]) end; rows(A)"), "100\n")
+        << "garbage does not count";
+    EXPECT_LT(heap_statistics().bytes, size_t{8} << 20);
+    set_heap_limit(0);
+    EXPECT_EQ(error_of("Create(7, 1000, 1000, float[8])"), "");
+}
+
+TEST(Memory, GoesBackToACheckpoint) {
+    run("before := [1, 2]; unassigned_before");
+    const Checkpoint checkpoint = make_checkpoint();
+    run("before := 3; unassigned_before := 4; after := proc(x) return [x, \"constant\"] end; after(1)");
+    go_back(checkpoint);
+    EXPECT_EQ(run("before; unassigned_before; after"), "[1, 2]\nunassigned_before\nafter\n");
+    go_back(checkpoint);
+    const size_t objects = heap_statistics().objects;
+    for (int i = 0; i < 50; i++) {
+        run("new" + std::to_string(i) + " := proc(x) return [x, \"constant\"] end");
+        go_back(checkpoint);
+    }
+    collect_garbage();
+    EXPECT_LT(heap_statistics().objects, objects + 100) << "of some 200 names and constants";
+}
+
+TEST(Language, AGuardCanEndPrograms) {
+    static int steps;
+    steps = 0;
+    set_guard([] {
+        if (++steps > 1000) throw HostError("enough");
+    });
+    const std::vector<std::string> endless = {"while true do end", "for i do end",
+                                              "f := proc() while true do end end; f()"};
+    for (const std::string &program : endless) {
+        steps = 0;
+        EXPECT_EQ(error_of(program), "enough") << program;
+    }
+    set_guard(nullptr);
+    EXPECT_EQ(run("s := 0; for i to 2000 do s := s + i end; s"), "2001000\n");
+}
+
+// A list that holds another one twice, which holds another one twice, and so on.
+TEST(Language, PartsThatOccurManyTimes) {
+    const std::string lists =
+        "a := [1]; b := [1]; c := [2]; for i to 100 do a := [a, a]; b := [b, b]; c := [c, c] end; ";
+    EXPECT_EQ(run(lists + "equal(a, b); equal(a, c); equal([a, c], [b, c])"), "true\nfalse\ntrue\n");
+    EXPECT_EQ(run(lists + "d := sort([c, a]); equal(d[1], b); equal(d[2], c)"), "true\ntrue\n");
+    EXPECT_EQ(run(lists + "size(unique([a, b, c])); size({a, b, c})"), "2\n2\n");
+    EXPECT_EQ(error_of(lists + "print(a)"), "too long to print");
+    EXPECT_EQ(error_of(lists + "a"), "too long to print");
+    for (const char *name : {"a", "b", "c", "d"}) unassign(name);
+}
+
 struct Expression {
     std::string text;
     mpq_class value;
