@@ -107,6 +107,9 @@ class Marker {
     Marker() {
         addresses_ = heap().objects;
         std::sort(addresses_.begin(), addresses_.end());
+        for (const Object x : addresses_) {
+            if (type_of(x) == type_table) tables_.emplace(words(x)[1], x);
+        }
     }
 
     void mark(Object x) {
@@ -119,6 +122,8 @@ class Marker {
     void mark_word(uintptr_t word) {
         if (std::binary_search(addresses_.begin(), addresses_.end(), static_cast<Object>(word))) {
             mark(static_cast<Object>(word));
+        } else if (const auto table = tables_.find(word); table != tables_.end()) {
+            mark(table->second);
         } else if (DataBlock *block = block_at(word)) {
             mark_data(*block);
         }
@@ -172,6 +177,7 @@ class Marker {
     }
 
     std::vector<Object> addresses_, grey_;
+    std::unordered_map<uintptr_t, Object> tables_;  // by the address of their record, all that code may have in hand
 };
 
 [[gnu::noinline, gnu::no_sanitize_address]] void mark_stack(Marker &marker) {

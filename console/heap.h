@@ -1,8 +1,9 @@
 // The console's memory: values, the data of tables, and work memory lent to the library.
 //
 // Values are collected by mark and sweep.  Roots are all names, the values held in Roots records, and every word of the
-// C stack that happens to be a value (library frames hold values there).  Values in malloc'ed memory are not seen:
-// keep them in a Roots record.  Table data is aligned to 64 bytes and lives as long as a table or a view uses it.
+// C stack that happens to be a value, the address of a Table record, or an address in the data of a table (library
+// frames hold such).  Values in malloc'ed memory are not seen: keep them in a Roots record.  Table data is aligned to 64
+// bytes and lives as long as a table or a view uses it.
 #pragma once
 
 #include <cstddef>
