@@ -60,7 +60,9 @@ int32_t run_floats(const GcdRequest &request) {
 int32_t call_gcd(const HostApi *api, const HostObject *args, const GcdRequest &request) {
     const HostObject procedure = modLA_getfcn(api, "cbMatGcd");
     const HostObject columns = api->ToInteger(request.matrix.columns);
-    return integer_value(api->CallProcedure(procedure, 4, args[2], args[3], columns, args[1]));
+    const HostObject result = api->CallProcedure(procedure, 4, args[2], args[3], columns, args[1]);
+    // Half of an address must not pass for a degree.
+    return is_immediate(result) ? integer_value(result) : INT32_MIN;
 }
 
 }  // namespace

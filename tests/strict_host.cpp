@@ -639,7 +639,8 @@ HostObject op_call_procedure(HostObject procedure, uint32_t n, ...) {
         if (words_of(procedure)[1] == 0) {  // the registered one: it maps names to procedures
             result = new_object(type_procedure, {values[0]});
         } else {
-            run_callback(name_texts[words_of(procedure)[1]], values);
+            host.last_callback = name_texts[words_of(procedure)[1]];
+            run_callback(host.last_callback, values);
             result = host.callback_result;
             watched.clear();
         }
@@ -883,6 +884,7 @@ void call_with_landing(const std::function<void()> &calls, bool *returned) {
 
 Outcome attempt(const std::function<void()> &calls) {
     host.operations.clear();
+    host.last_callback.clear();
     host.messages.clear();
     host.assigned.clear();
     leaving_now = false;

@@ -106,7 +106,8 @@ struct Host {
     std::vector<std::string> messages, violations;
     std::vector<std::pair<void *, uint32_t>> lent;  // Alloc memory that is out
     std::vector<std::string> assigned;              // names, in order
-    uint32_t refused_bytes = 0;                     // of an Alloc that failed
+    std::string last_callback;
+    uint32_t refused_bytes = 0;  // of an Alloc that failed
 };
 extern Host host;
 const HostApi *api();

@@ -2,7 +2,6 @@
 // only Alloc memory is outstanding, modes are unchanged, and the same call works afterwards.
 #include <gtest/gtest.h>
 
-
 #include "tests/library_calls.h"
 
 namespace {
@@ -83,6 +82,28 @@ TEST_F(Unwinding, OfAnErrorThatReturnsEndsTheCallWithNull) {
         }
     }
     EXPECT_GT(refusals, 100);
+}
+
+// A callback that answers with something else than a status.
+TEST_F(Unwinding, OfACallThatAProcedureAnsweredWithNonsense) {
+    int answers = 0;
+    for (const LibraryCall &call : library_calls()) {
+        if (call.datatype != MODLA_INTEGER) continue;
+        start(call.writes_early);
+        make_call(call);
+        const std::string callback = host.last_callback;
+        const std::set<std::string> with_status = {"cbReduce",  "cbLUDecomp", "cbForSub",
+                                                   "cbBackSub", "cbMatGcd",   "cbZigZag"};
+        if (!with_status.count(callback)) continue;
+        for (const HostObject nonsense : {name("x"), immediate(77), immediate(-77)}) {
+            if (nonsense == immediate(77) && callback == "cbMatGcd") continue;  // a degree
+            host.callback_result = nonsense;
+            ASSERT_EQ(make_call(call).messages, std::vector<std::string>{"unknown error"}) << call.name;
+            answers++;
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_no_violations(call.name));
+    }
+    EXPECT_GT(answers, 100);
 }
 
 // Every function that receives the host's table is among the calls.
