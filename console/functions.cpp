@@ -70,7 +70,7 @@ Object print_values(const Arguments &arguments) {
 }
 
 Object pad_text(const Arguments &arguments) {
-    const std::string text = to_line(arguments[0]);
+    const std::string text = to_plain(arguments[0]);
     const int32_t width = small_integer(arguments[1], "a width");
     const size_t wanted = std::min<size_t>(static_cast<size_t>(std::abs(width)), 1000);
     const std::string blanks(wanted > text.size() ? wanted - text.size() : 0, ' ');
@@ -79,7 +79,7 @@ Object pad_text(const Arguments &arguments) {
 
 Object join_text(const Arguments &arguments) {
     std::string text;
-    for (const Object x : arguments) text += to_line(x);
+    for (const Object x : arguments) text += to_plain(x);
     return new_string(text);
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "console/algebra.h"
+#include "console/error.h"
 #include "console/number.h"
 #include "console/polynomial.h"
 #include "console/table.h"
@@ -41,9 +42,11 @@ std::string number_text(Object x) {
 class Writer {
   public:
     std::string text;
+    bool abridged = false;  // values that are too long are cut short, else they are an error
 
     void write(Object x, int depth, Level needed = level_equation) {
-        if (depth > deepest || ++parts_ > most_parts) {
+        if (++parts_ > most_parts && !abridged) throw HostError("too long to print");
+        if (depth > deepest || parts_ > most_parts) {
             text += "...";
             return;
         }
@@ -253,8 +256,9 @@ class Writer {
     size_t parts_ = 0;
 };
 
-std::string text_at(Object x, int depth) {
+std::string text_at(Object x, int depth, bool abridged = false) {
     Writer writer;
+    writer.abridged = abridged;
     writer.write(x, depth);
     return std::move(writer.text);
 }
@@ -291,8 +295,12 @@ std::string to_text(Object x) {
     return has_type(x, type_table) && is_printed_whole(table_of(x)) ? grid_text(table_of(x)) : text_at(x, 0);
 }
 
-std::string to_line(Object x) {
+std::string to_plain(Object x) {
     return has_type(x, type_string) ? text_of(x) : text_at(x, 1);
+}
+
+std::string to_line(Object x) {
+    return has_type(x, type_string) ? text_of(x) : text_at(x, 1, true);
 }
 
 }  // namespace modla::console

@@ -7,10 +7,14 @@
 
 namespace modla::console {
 
-// One line, except for tables, which take a line a row; strings are quoted.
+// One line, except for tables, which take a line a row; strings are quoted.  Reading the text gives an expression again.
+// Throws HostError when a value has too many parts, as one may whose parts are shared.
 std::string to_text(Object x);
 
-// Always one line, as for an error message: tables are described, strings stand without quotes.
+// Always one line: tables are described, strings stand without quotes.
+std::string to_plain(Object x);
+
+// The same for an error message: cut short when it is too long.
 std::string to_line(Object x);
 
 }  // namespace modla::console
