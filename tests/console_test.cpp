@@ -642,9 +642,7 @@ TEST(Language, PartsThatOccurManyTimes) {
     EXPECT_EQ(run(lists + "equal(a, b); equal(a, c); equal([a, c], [b, c])"), "true\nfalse\ntrue\n");
     EXPECT_EQ(run(lists + "d := sort([c, a]); equal(d[1], b); equal(d[2], c)"), "true\ntrue\n");
     EXPECT_EQ(run(lists + "size(unique([a, b, c])); size({a, b, c})"), "2\n2\n");
-    const std::string printed = run(lists + "a");
-    EXPECT_LT(printed.size(), 20000000u);
-    EXPECT_NE(printed.find("..."), std::string::npos);
+    EXPECT_EQ(error_of(lists + "a"), "too long to print");
     for (const char *name : {"a", "b", "c", "d"}) unassign(name);
 }
 
