@@ -70,15 +70,24 @@ void mod_integers_flint(benchmark::State &state) {
 }
 BENCHMARK(mod_integers_flint)->Arg(65521)->Arg(33554393)->Unit(benchmark::kMillisecond);
 
+// F holds fractions, G numbers beyond 2^51.
+void make_table(const char *name, double first, double step) {
+    run(std::string(name) + " := Create(2, 4000, 4000, float[8])");
+    double *const entries = static_cast<double *>(table_of(evaluate(global_name(name))).data);
+    for (int k = 0; k < 16000000; k++) entries[k] = first + step * k;
+}
+
 // A and B are 4000 x 4000, larger than the caches.
 void mod_table(benchmark::State &state, const char *from, const char *to, const char *statement) {
     run(std::string("A := Create(65521, 4000, 4000, random, ") + from + ")");
     run(std::string("B := Create(2, 4000, 4000, ") + to + ")");
+    make_table("F", -0.5, -1);
+    make_table("G", 2251799813685248.5, 1);
     for (auto _ : state) run(statement);
     const auto bytes = [](const char *datatype) { return std::string(datatype) == "float[8]" ? 8 : 4; };
     const double moved = 16e6 * (bytes(from) + bytes(to));
     state.counters["GB/s"] = benchmark::Counter(moved * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
-    run("A := 0; B := 0");
+    run("A := 0; B := 0; F := 0; G := 0");
 }
 #define TABLE(name, from, to, statement) \
     BENCHMARK_CAPTURE(mod_table, name, from, to, statement)->Unit(benchmark::kMillisecond)
@@ -88,6 +97,8 @@ TABLE(words_to_words, "integer[4]", "integer[4]", "Mod(251, A, B);");
 TABLE(words_to_floats, "integer[4]", "float[8]", "Mod(251, A, B);");
 TABLE(floats_to_words, "float[8]", "integer[4]", "Mod(251, A, B);");
 TABLE(floats_to_floats, "float[8]", "float[8]", "Mod(251, A, B);");
+TABLE(fractions_to_floats, "float[8]", "float[8]", "Mod(251, F, B);");
+TABLE(large_to_floats, "float[8]", "float[8]", "Mod(251, G, B);");
 TABLE(words_transposing, "integer[4]", "integer[4]", "Mod(251, A, transpose, B);");
 TABLE(floats_transposing, "float[8]", "float[8]", "Mod(251, A, transpose, B);");
 

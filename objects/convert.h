@@ -106,30 +106,52 @@ bool reduce_whole_doubles(double p, const StoredDouble *from, Entry *to, int32_t
     return _mm_movemask_pd(_mm_or_pd(fractions, _mm_cmpge_pd(largest, limit))) == 0;
 }
 
-// Doubles of magnitude below 2^53, rounded to integers first.
+// Doubles of magnitude below 2^53, rounded to integers as round_double does.
 template <class Entry>
-void reduce_doubles(double p, const StoredDouble *from, Entry *to, int32_t count) {
-    if (reduce_whole_doubles(p, from, to, count)) return;
-    const Float residue = {p, pinv_of(p)};
-    for (int32_t k = 0; k < count; k++) {
-        const RoundedDouble rounded = round_double(from[k]);
-        const double r = residue.reduce(static_cast<double>(rounded.magnitude));
-        const double lifted = rounded.negative ? residue.negate(r) : r;
-        if constexpr (std::is_integral_v<Entry>) {
-            to[k] = static_cast<uint32_t>(static_cast<int32_t>(lifted));
-        } else {
-            to[k] = lifted;
+void reduce_any_doubles(double p, const StoredDouble *from, Entry *to, int32_t count) {
+    const PairReducer reduce = pair_reducer(p);
+    const __m128d modulus = _mm_set1_pd(p), pinv = _mm_set1_pd(pinv_of(p)), one = _mm_set1_pd(1);
+    const __m128d half = _mm_set1_pd(0.5), large = _mm_set1_pd(two_to_52), rounder = _mm_set1_pd(1.5 * two_to_52);
+    const __m128d sign = _mm_set1_pd(-0.0), zero = _mm_setzero_pd();
+    const auto floor = [=](__m128d x, __m128d shift) {
+        const __m128d nearest = _mm_sub_pd(_mm_add_pd(x, shift), shift);
+        return _mm_sub_pd(nearest, _mm_and_pd(_mm_cmpgt_pd(nearest, x), one));
+    };
+    const auto select = [](__m128d mask, __m128d a, __m128d b) {
+        return _mm_or_pd(_mm_and_pd(mask, a), _mm_andnot_pd(mask, b));
+    };
+    for (int32_t k = 0; k < count; k += 2) {
+        const __m128d x = load_pair(from + k), magnitude = _mm_andnot_pd(sign, x);
+        const __m128d small = _mm_cmple_pd(magnitude, _mm_set1_pd(immediate_limit));
+        const __m128d upward = floor(_mm_add_pd(x, half), rounder);
+        if (_mm_movemask_pd(small) == 3) {
+            store_pair(to + k, reduce(upward));
+            continue;
         }
+        const __m128d away =
+            select(_mm_cmplt_pd(magnitude, large), floor(_mm_add_pd(magnitude, half), large), magnitude);
+        const __m128d t = select(small, _mm_andnot_pd(sign, upward), away);
+        const __m128d negative = _mm_cmplt_pd(select(small, upward, x), zero);
+        // As Float::reduce.
+        const __m128d q = _mm_sub_pd(floor(_mm_mul_pd(t, pinv), large), one);
+        const __m128d lifted = _mm_sub_pd(t, _mm_mul_pd(q, modulus));
+        const __m128d r = _mm_sub_pd(lifted, _mm_and_pd(_mm_cmpge_pd(lifted, modulus), modulus));
+        const __m128d opposite = _mm_and_pd(negative, _mm_cmpneq_pd(r, zero));
+        store_pair(to + k, select(opposite, _mm_sub_pd(modulus, r), r));
     }
 }
 
+// Converts a chunk of a line; *whole tells whether all before it were integers below 2^50, which are tried first.
 template <class Residue>
-void reduce_chunk(const Residue &residue, const int32_t *from, typename Residue::Entry *to, int32_t count) {
+void reduce_chunk(const Residue &residue, const int32_t *from, typename Residue::Entry *to, int32_t count, bool *) {
     reduce_words(residue, from, to, count);
 }
 template <class Residue>
-void reduce_chunk(const Residue &residue, const StoredDouble *from, typename Residue::Entry *to, int32_t count) {
-    reduce_doubles(static_cast<double>(residue.p), from, to, count);
+void reduce_chunk(const Residue &residue, const StoredDouble *from, typename Residue::Entry *to, int32_t count,
+                  bool *whole) {
+    const double p = static_cast<double>(residue.p);
+    *whole = *whole && reduce_whole_doubles(p, from, to, count);
+    if (!*whole) reduce_any_doubles(p, from, to, count);
 }
 
 // from[0], from[from_step], ... as residues at to[0], to[to_step], ..., which may be the same places.
@@ -138,6 +160,7 @@ void convert_line(const Residue &residue, const From *from, ptrdiff_t from_step,
                   ptrdiff_t to_step, int32_t count) {
     alignas(16) From copied[conversion_chunk];
     alignas(16) typename Residue::Entry target[conversion_chunk];
+    bool whole = true;
     const bool in_place = static_cast<const void *>(from) == to;
     for (int32_t done = 0; done < count; done += conversion_chunk) {
         const int32_t n = std::min(count - done, conversion_chunk);
@@ -150,9 +173,9 @@ void convert_line(const Residue &residue, const From *from, ptrdiff_t from_step,
             source = copied;
         }
         if (to_step == 1 && full) {
-            reduce_chunk(residue, source, to + done, padded);
+            reduce_chunk(residue, source, to + done, padded, &whole);
         } else {
-            reduce_chunk(residue, source, target, padded);
+            reduce_chunk(residue, source, target, padded, &whole);
             for (int32_t k = 0; k < n; k++) to[(done + k) * to_step] = target[k];
         }
     }
