@@ -33,23 +33,23 @@ bool read_zigzag(const HostApi *api, const HostObject *args, ZigZagRequest *requ
     return check_modulus(api, args[1], &request->modulus, settings.datatype);
 }
 
-uint32_t run_words(const ZigZagRequest &request) {
+int32_t run_words(const ZigZagRequest &request) {
     const uint32_t p = static_cast<uint32_t>(request.modulus.word);
     const auto kernel = request.order == MODLA_C_ORDER ? modLA_ZigZag_C_iw : modLA_ZigZag_F_iw;
     return kernel(static_cast<uint32_t *>(request.data), request.n, p, 0, pending_bound<Word>(p));
 }
 
-uint32_t run_floats(const ZigZagRequest &request) {
+int32_t run_floats(const ZigZagRequest &request) {
     const double p = request.modulus.real;
     const double pinv = with_standard_mode([&] { return pinv_of(p); });
     const auto kernel = request.order == MODLA_C_ORDER ? modLA_ZigZag_C_f : modLA_ZigZag_F_f;
     return kernel(static_cast<double *>(request.data), request.n, p, pinv, 0);
 }
 
-uint32_t call_zigzag(const HostApi *api, const HostObject *args, int32_t n) {
+int32_t call_zigzag(const HostApi *api, const HostObject *args, int32_t n) {
     const HostObject procedure = modLA_getfcn(api, "cbZigZag");
     const HostObject size = api->ToInteger(n);
-    return static_cast<uint32_t>(integer_value(api->CallProcedure(procedure, 3, args[2], size, args[1])));
+    return integer_value(api->CallProcedure(procedure, 3, args[2], size, args[1]));
 }
 
 }  // namespace
@@ -57,10 +57,9 @@ uint32_t call_zigzag(const HostApi *api, const HostObject *args, int32_t n) {
 HostObject modLA_ZigZag(const HostApi *api, const HostObject *args) {
     ZigZagRequest request;
     if (!read_zigzag(api, args, &request)) return api->NullValue();
-    const uint32_t status = request.datatype == MODLA_INTEGER4 ? run_words(request)
-                            : request.datatype == MODLA_FLOAT8 ? run_floats(request)
-                                                               : call_zigzag(api, args, request.n);
-    report_status(api, static_cast<int32_t>(status),
-                  {{1, "cannot obtain zigzag form: modulus is composite"}, {10, "not implemented yet"}});
+    const int32_t status = request.datatype == MODLA_INTEGER4 ? run_words(request)
+                           : request.datatype == MODLA_FLOAT8 ? run_floats(request)
+                                                              : call_zigzag(api, args, request.n);
+    report_status(api, status, {{1, "cannot obtain zigzag form: modulus is composite"}, {10, "not implemented yet"}});
     return api->NullValue();
 }

@@ -15,7 +15,7 @@
 
 namespace modla {
 
-enum ZigZagStatus : uint32_t { zigzag_done = 0, zigzag_no_inverse = 1 };
+enum ZigZagStatus : int32_t { zigzag_done = 0, zigzag_no_inverse = 1 };
 
 template <class Residue, class M>
 struct ZigZag {

@@ -7,7 +7,7 @@ using namespace modla;
 namespace {
 
 template <class Residue, bool c_order>
-uint32_t run(const Residue &residue, void *data, int32_t n, uint32_t p) {
+int32_t run(const Residue &residue, void *data, int32_t n, uint32_t p) {
     using Entry = typename Residue::Entry;
     const int32_t limit = p < 2 ? 1 : pending_bound<Residue>(p);
     const ZigZag<Residue, Matrix<Entry, c_order>> matrix = {residue, {static_cast<Entry *>(data), n}, n, limit};
@@ -17,22 +17,22 @@ uint32_t run(const Residue &residue, void *data, int32_t n, uint32_t p) {
 }  // namespace
 
 // The count of the interface is not needed: the bound on postponed sums follows from p.
-uint32_t modLA_ZigZag_C_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t)) {
+int32_t modLA_ZigZag_C_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t)) {
     (void)pinv, (void)count;
     return run<Word, true>(make_word(p), data, n, p);
 }
 
-uint32_t modLA_ZigZag_F_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t)) {
+int32_t modLA_ZigZag_F_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t)) {
     (void)pinv, (void)count;
     return run<Word, false>(make_word(p), data, n, p);
 }
 
-uint32_t modLA_ZigZag_C_f(MODLA_ZIGZAG_ARGUMENTS(double)) {
+int32_t modLA_ZigZag_C_f(MODLA_ZIGZAG_ARGUMENTS(double)) {
     (void)count;
     return run<Float, true>({p, pinv}, data, n, modulus_of(p));
 }
 
-uint32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double)) {
+int32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double)) {
     (void)count;
     return run<Float, false>({p, pinv}, data, n, modulus_of(p));
 }

@@ -552,10 +552,10 @@ MODLA_API int32_t modLA_RowGcd_F_f(MODLA_ROW_GCD_ARGUMENTS(double));
  * Status: 0 done; 1 a pivot has no inverse. */
 #define MODLA_ZIGZAG_ARGUMENTS(W) W *data, int32_t n, W p, double pinv, int32_t count
 
-MODLA_API uint32_t modLA_ZigZag_C_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t));
-MODLA_API uint32_t modLA_ZigZag_F_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t));
-MODLA_API uint32_t modLA_ZigZag_C_f(MODLA_ZIGZAG_ARGUMENTS(double));
-MODLA_API uint32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double));
+MODLA_API int32_t modLA_ZigZag_C_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t));
+MODLA_API int32_t modLA_ZigZag_F_iw(MODLA_ZIGZAG_ARGUMENTS(uint32_t));
+MODLA_API int32_t modLA_ZigZag_C_f(MODLA_ZIGZAG_ARGUMENTS(double));
+MODLA_API int32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double));
 
 /* ---- Product kernels -----------------------------------------------------------------------------------------
  *

@@ -289,7 +289,7 @@ void add_gcd(List *list, const char *name, int32_t (*f)(MODLA_ROW_GCD_ARGUMENTS(
 }
 
 template <class W>
-void add_zigzag(List *list, const char *name, uint32_t (*f)(MODLA_ZIGZAG_ARGUMENTS(W))) {
+void add_zigzag(List *list, const char *name, int32_t (*f)(MODLA_ZIGZAG_ARGUMENTS(W))) {
     list->add_kernel<W>(name, [=](Runner &r, uint32_t p) {
         r.note(text_of(r.call(name, f, r.block<W>(64, p), 8, static_cast<W>(p), reciprocal(p), 0)));
     });
