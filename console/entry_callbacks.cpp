@@ -40,6 +40,7 @@ Object side(Object equation, uint32_t i) {
 template <class Residue>
 Object reduce_values(const IntegerBlock &block, const std::vector<Object> &equations, const Residue &residue) {
     std::vector<HostObject> names;
+    check_memory(equations.size() * power_table_length * entry_bytes(residue));
     Entries<Residue> tables(equations.size() * power_table_length, typename Residue::Entry(Residue::no_inverse));
     for (size_t i = 0; i < equations.size(); i++) {
         names.push_back(side(equations[i], 1));
@@ -47,9 +48,13 @@ Object reduce_values(const IntegerBlock &block, const std::vector<Object> &equat
     }
     Evaluation<Residue> evaluation = {&host_api(), residue, names.data(), tables.data(),
                                       static_cast<int32_t>(names.size())};
-    Entries<Residue> entries;
+    Entries<Residue> entries = entries_for(residue, block.rows, block.columns);
     for (int32_t i = 0; i < block.rows; i++) {
         for (int32_t j = 0; j < block.columns; j++) {
+            if (is_integer(block.at(i, j))) {
+                entries.push_back(residue_of(residue, block.at(i, j)));
+                continue;
+            }
             typename Residue::Value value;
             if (!evaluate(evaluation, block.at(i, j), &value)) {
                 throw HostError(fill_placeholders(evaluation.message, {evaluation.culprit}));

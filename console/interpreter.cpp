@@ -344,6 +344,8 @@ void execute(Run &run, const Node &node) {
         execute_statement(run, node);
     } catch (const ProgramError &) {
         throw;
+    } catch (const std::bad_alloc &) {
+        throw ProgramError(node.line, "out of memory");
     } catch (const std::exception &error) {
         throw ProgramError(node.line, error.what());
     }

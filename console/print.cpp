@@ -150,7 +150,14 @@ class Writer {
         }
     }
 
-    void write_string(const std::string &contents) { text += "\"" + contents + "\""; }
+    void write_string(const std::string &contents) {
+        text += '"';
+        for (const char c : contents) {
+            if (c == '"' || c == '\\') text += '\\';
+            text += c == '\n' ? "\\n" : std::string(1, c);
+        }
+        text += '"';
+    }
 
     void write_pair(Object x, const char *between, int depth) {
         const Level level = has_type(x, type_range) ? level_sum : level_range;

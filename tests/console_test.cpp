@@ -190,7 +190,7 @@ TEST(Language, Layout) {
         {"f := proc(x,\n y)\n\n return x;\nend\nf(1, 2)", "1\n"},
         {"for i\tto 2\r\ndo i end\r\n", "1\n2\n"},
         {"1..3; 1.5; 1.; .5; 1e3; 2E-1; 1.5e+2", "1..3\n1.5\n1.0\n0.5\n1000.0\n0.2\n150.0\n"},
-        {"\"a\\\"b\\\\c\\nd\"", "\"a\"b\\c\nd\"\n"},
+        {"\"a\\\"b\\\\c\\nd\"", "\"a\\\"b\\\\c\\nd\"\n"},
         {"", ""},
         {";;\n\n;", ""},
         {"   # only a comment", ""},
@@ -900,7 +900,7 @@ TEST(Printing, EveryKindOfValue) {
         {"print(1, [2], \"three\"); print()", "1 [2] three\n\n"},
         {"print(op([1, 2]), [op([])])", "1 2 []\n"},
         {"pad(5, 3); pad(\"ab\", -4); pad(12345, 2); pad([1], 5)", "\"  5\"\n\"ab  \"\n\"12345\"\n\"  [1]\"\n"},
-        {"join(1, \"a\", [\"b\"]); join()", "\"1a[\"b\"]\"\n\"\"\n"},
+        {"join(1, \"a\", [\"b\"]); join()", "\"1a[\\\"b\\\"]\"\n\"\"\n"},
     });
 }
 
