@@ -1,6 +1,7 @@
 // Any stack alignment, data alignment and floating-point modes of a caller: everything that is exported gives the same
 // results, and leaves registers and modes as they are, on return and whenever it calls or leaves through the host.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include "tests/library_calls.h"
 
@@ -73,6 +74,32 @@ TEST_F(CallingConditions, ChangeNoResult) {
         }
     }
 }
+
+#if !defined(__SANITIZE_ADDRESS__)
+// The calls on a thread whose stack is small; one that needs more ends the process.
+TEST_F(CallingConditions, ASmallStackIsEnough) {
+    constexpr size_t for_the_host = size_t{40} << 10;
+    host.conditions.misalignment = 4;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, (size_t{100} << 10) + for_the_host), 0);
+    for (const LibraryCall &call : library_calls()) {
+        const Result expected = make_call(call);
+        std::pair<const LibraryCall *, Result> job = {&call, {}};
+        const auto run = [](void *argument) -> void * {
+            auto &[wanted, result] = *static_cast<decltype(job) *>(argument);
+            result = make_call(*wanted);
+            return nullptr;
+        };
+        pthread_t thread;
+        ASSERT_EQ(pthread_create(&thread, &attributes, run, &job), 0);
+        pthread_join(thread, nullptr);
+        ASSERT_TRUE(job.second == expected) << call.name;
+        ASSERT_EQ(host.violations, std::vector<std::string>{}) << call.name;
+    }
+    pthread_attr_destroy(&attributes);
+}
+#endif
 
 // The list of calls leaves out nothing that the library exports.
 TEST_F(CallingConditions, AreTriedOnEveryExport) {
