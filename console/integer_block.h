@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "console/big_integer.h"
 #include "console/heap.h"
 #include "console/integer_residue.h"
 
@@ -27,11 +28,6 @@ void check_table(Object x);
 // The block of a table with so many rows and columns behind the first `row` and `column` ones; throws HostError when
 // the table has no such block of host integers.
 IntegerBlock integer_block(Object table, int32_t row, int32_t rows, int32_t column, int32_t columns);
-
-// Host integers from and to GMP's, digit by digit.
-void read_integer(Object x, mpz_class *value);
-Object host_integer(const mpz_class &value);
-Object host_integer(uint64_t value);  // below 2^63
 
 using modla::reduce_digits;
 

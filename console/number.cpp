@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <string>
-#include <vector>
 
+#include "console/big_integer.h"
 #include "console/error.h"
 #include "console/print.h"
 
@@ -14,7 +13,6 @@ namespace modla::console {
 namespace {
 
 constexpr size_t most_digits = 2000000;  // of a result
-constexpr size_t block_digits = 4;       // decimal digits in a word of a big integer
 
 mpq_class rational_of(Object x) {
     if (is_integer(x)) return mpq_class(integer_of(x));
@@ -41,40 +39,6 @@ Object arithmetic(Object a, Object b, Exact exact, Inexact inexact) {
 
 bool both_immediate(Object a, Object b) {
     return is_immediate(a) && is_immediate(b);
-}
-
-// ---- Big integers
-
-constexpr uint32_t most_horner_words = 200;  // longer integers are read as decimal text, which GMP does faster then
-
-mpz_class value_by_horner(Object x) {
-    static_assert(sizeof(mp_limb_t) == 4);
-    mp_limb_t limbs[most_horner_words / 2 + 1];  // a word has less than 14 bits
-    mp_size_t count = 0;
-    uint32_t i = length_of(x) - 1;
-    for (bool odd = i % 2; i >= 1; i -= odd ? 1 : 2, odd = false) {
-        const mp_limb_t low = odd ? words(x)[i] : words(x)[i] * 10000 + words(x)[i - 1];
-        const mp_limb_t carry = count ? mpn_mul_1(limbs, limbs, count, 100000000) : 0;
-        if (carry) limbs[count++] = carry;
-        if (count == 0 && low)
-            limbs[count++] = low;
-        else if (low && mpn_add_1(limbs, limbs, count, low))
-            limbs[count++] = 1;
-    }
-    mpz_class value;
-    mpz_import(value.get_mpz_t(), static_cast<size_t>(count), -1, sizeof(mp_limb_t), 0, 0, limbs);
-    return value;
-}
-
-mpz_class value_by_text(Object x) {
-    const size_t blocks = length_of(x) - 1;
-    std::vector<char> text(block_digits * blocks + 1);
-    char *at = text.data();
-    for (size_t i = blocks; i >= 1; i--) {
-        const uint32_t block = words(x)[i];
-        for (uint32_t unit = 1000; unit > 0; unit /= 10) *at++ = static_cast<char>('0' + block / unit % 10);
-    }
-    return mpz_class(text.data(), 10);
 }
 
 // The double next to a rational number; of two, the even one.
@@ -159,39 +123,23 @@ Object huge_power(const mpq_class &base, Object exponent) {
 }  // namespace
 
 Object integer_object(const mpz_class &value) {
-    if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value.get_si()));
-    const size_t bound = mpz_sizeinbase(value.get_mpz_t(), 10);
-    if (bound > most_digits) throw HostError("result too large");
-    char small[200];  // most integers need no more
-    std::vector<char> large(bound + 2 > sizeof small ? bound + 2 : 0);
-    char *const text = large.empty() ? small : large.data();
-    mpz_get_str(text, 10, value.get_mpz_t());
-    const char *const first = text + (*text == '-');
-    const char *end = first + std::strlen(first);
-    const size_t blocks = (static_cast<size_t>(end - first) + block_digits - 1) / block_digits;
-    const Object x = new_object(static_cast<uint32_t>(blocks) + 1, value < 0 ? type_negative : type_positive);
-    for (size_t i = 1; i <= blocks; i++) {
-        const char *const start = end - std::min<size_t>(block_digits, static_cast<size_t>(end - first));
-        uint32_t block = 0;
-        for (const char *digit = start; digit < end; digit++) block = block * 10 + static_cast<uint32_t>(*digit - '0');
-        words(x)[i] = block;
-        end = start;
-    }
-    return x;
+    if (mpz_sizeinbase(value.get_mpz_t(), 10) > most_digits) throw HostError("result too large");
+    return host_integer(value);
 }
 
 Object integer_object(int64_t value) {
-    if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value));
+    if (value >= 0) return host_integer(static_cast<uint64_t>(value));
+    if (value >= -immediate_limit) return immediate(static_cast<int32_t>(value));
+    const uint64_t magnitude = 0 - static_cast<uint64_t>(value);
     mpz_class big;
-    const uint64_t magnitude = value < 0 ? -static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
     mpz_import(big.get_mpz_t(), 1, -1, sizeof magnitude, 0, 0, &magnitude);
-    return integer_object(value < 0 ? mpz_class(-big) : big);
+    return host_integer(mpz_class(-big));
 }
 
 mpz_class integer_of(Object x) {
-    if (is_immediate(x)) return mpz_class(immediate_value(x));
-    const mpz_class value = length_of(x) <= most_horner_words ? value_by_horner(x) : value_by_text(x);
-    return type_of(x) == type_negative ? mpz_class(-value) : value;
+    mpz_class value;
+    read_integer(x, &value);
+    return value;
 }
 
 Object rational_object(const mpq_class &value) {

@@ -1,0 +1,82 @@
+#include "console/big_integer.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace modla::console {
+
+namespace {
+
+// A host's digit, base 10000, is two digits of base 100, in which GMP reads and writes bytes.
+constexpr uint32_t byte_base = 100;
+
+// Bytes on the stack for most integers.
+struct Bytes {
+    unsigned char few[256];
+    std::vector<unsigned char> many;
+
+    unsigned char *of(size_t count) {
+        if (count <= sizeof few) return few;
+        many.resize(count);
+        return many.data();
+    }
+};
+
+}  // namespace
+
+void read_magnitude(Object x, mpz_ptr value) {
+    uint32_t digits = length_of(x) - 1;
+    while (digits > 0 && words(x)[digits] == 0) digits--;
+    if (digits == 0) return mpz_set_ui(value, 0);
+    Bytes memory;
+    unsigned char *const bytes = memory.of(2 * size_t{digits});
+    unsigned char *at = bytes;
+    for (uint32_t i = digits; i >= 1; i--) {
+        const uint32_t digit = words(x)[i];
+        *at++ = static_cast<unsigned char>(digit / byte_base);
+        *at++ = static_cast<unsigned char>(digit % byte_base);
+    }
+    const unsigned char *const first = bytes + (*bytes == 0);
+    const size_t count = static_cast<size_t>(at - first);
+    const mp_size_t limbs = static_cast<mp_size_t>(8 * count / GMP_NUMB_BITS + 2);
+    mpz_limbs_finish(value, mpn_set_str(mpz_limbs_write(value, limbs), first, count, byte_base));
+}
+
+void read_integer(Object x, mpz_class *value) {
+    if (is_immediate(x)) {
+        *value = immediate_value(x);
+        return;
+    }
+    read_magnitude(x, value->get_mpz_t());
+    if (type_of(x) == type_negative) mpz_neg(value->get_mpz_t(), value->get_mpz_t());
+}
+
+Object host_integer(const mpz_class &value) {
+    if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value.get_si()));
+    mpz_class limbs = value;  // destroyed by the conversion
+    const mp_size_t size = static_cast<mp_size_t>(mpz_size(value.get_mpz_t()));
+    Bytes memory;
+    unsigned char *const bytes = memory.of(static_cast<size_t>(size) * GMP_NUMB_BITS / 6 + 2);
+    const size_t written = mpn_get_str(bytes, byte_base, mpz_limbs_modify(limbs.get_mpz_t(), size), size);
+    const unsigned char *const first = std::find_if(bytes, bytes + written, [](unsigned char b) { return b != 0; });
+    const unsigned char *at = bytes + written;
+    const uint32_t digits = static_cast<uint32_t>(at - first + 1) / 2;
+    const Object x = new_object(digits + 1, value < 0 ? type_negative : type_positive);
+    for (uint32_t i = 1; i <= digits; i++) {
+        uint32_t digit = *--at;
+        if (at > first) digit += byte_base * *--at;
+        words(x)[i] = digit;
+    }
+    return x;
+}
+
+Object host_integer(uint64_t value) {
+    if (value <= immediate_limit) return immediate(static_cast<int32_t>(value));
+    uint32_t digits[5], count = 0;
+    for (; value > 0; value /= 10000) digits[count++] = static_cast<uint32_t>(value % 10000);
+    const Object x = new_object(count + 1, type_positive);
+    std::copy_n(digits, count, words(x) + 1);
+    return x;
+}
+
+}  // namespace modla::console

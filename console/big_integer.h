@@ -1,0 +1,15 @@
+// Host integers from and to GMP's, digit by digit.
+#pragma once
+
+#include <gmpxx.h>
+
+#include "console/heap.h"
+
+namespace modla::console {
+
+void read_integer(Object x, mpz_class *value);
+void read_magnitude(Object x, mpz_ptr value);  // of an integer that is not immediate
+Object host_integer(const mpz_class &value);
+Object host_integer(uint64_t value);  // below 2^63
+
+}  // namespace modla::console
