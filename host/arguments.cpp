@@ -12,6 +12,15 @@ bool modla::fail_argument(const HostApi *api, int32_t argno, const char *text) {
     return fail(api, message);
 }
 
+LineSelection modla::line_selection(HostObject argument, int32_t bound) {
+    const auto line = [bound](HostObject end) { return is_immediate(end) ? from_end(integer_value(end), bound) : 0; };
+    if (has_type(argument, MODLA_TYPE_RANGE)) {
+        return {LineSelection::range, line(object_words(argument)[1]), line(object_words(argument)[2])};
+    }
+    if (!is_immediate(argument) && !is_big_integer(argument)) return {LineSelection::nothing, 0, 0};
+    return {LineSelection::index, line(argument), line(argument)};
+}
+
 bool modla::check_modulus_argument(const HostApi *api, const HostObject *args) {
     return api->IsInteger(args[1]) || fail(api, "argument 1, the modulus, must be an integer");
 }

@@ -22,6 +22,17 @@ inline int32_t from_end(int32_t index, int32_t bound) {
     return index < 0 ? bound + index + 1 : index;
 }
 
+// What selects lines of an object: an index, a range, or nothing when the argument is neither.  Ends are counted from
+// the end where they are negative; those that are no small integers are 0, which is never within bounds.
+struct LineSelection {
+    enum { nothing, index, range } kind;
+    int32_t first, last;  // the same for an index
+};
+LineSelection line_selection(HostObject argument, int32_t bound);
+inline bool is_within(const LineSelection &selection, int32_t bound) {
+    return selection.first >= 1 && selection.first <= bound && selection.last >= 1 && selection.last <= bound;
+}
+
 // Is the argument the host's name for this text?
 inline bool is_keyword(const HostApi *api, HostObject object, const char *text) {
     return !is_immediate(object) && api->IsName(object) && object == api->ToName(text, 1);

@@ -155,17 +155,12 @@ bool read_selection(const HostApi *api, const HostObject *args, int32_t *positio
                     int32_t bound, int32_t step, const SelectionMessages &messages, Selection *selection) {
     *selection = {1, bound, step};
     if (*position > n) return true;
-    const HostObject argument = args[*position];
-    const bool is_range = has_type(argument, MODLA_TYPE_RANGE);
-    if (!is_range && !is_immediate(argument) && !is_big_integer(argument)) return true;
-    int32_t ends[2];
-    for (int side = 0; side < 2; side++) {
-        const HostObject end = is_range ? object_words(argument)[1 + side] : argument;
-        ends[side] = is_immediate(end) ? from_end(integer_value(end), bound) : 0;
-        if (ends[side] < 1 || ends[side] > bound) return fail_at(api, argno, messages.out_of_range);
-    }
-    if (ends[0] > ends[1]) return fail_at(api, argno, messages.empty);
-    *selection = {ends[0], is_range ? ends[1] - ends[0] + 1 : 0, step};
+    const LineSelection selected = line_selection(args[*position], bound);
+    if (selected.kind == LineSelection::nothing) return true;
+    if (!is_within(selected, bound)) return fail_at(api, argno, messages.out_of_range);
+    if (selected.first > selected.last) return fail_at(api, argno, messages.empty);
+    const bool is_range = selected.kind == LineSelection::range;
+    *selection = {selected.first, is_range ? selected.last - selected.first + 1 : 0, step};
     ++*position;
     return true;
 }

@@ -54,26 +54,12 @@ bool read_selection(const HostApi *api, const HostObject *args, int32_t *positio
     axis->first = 1;
     axis->last = Axis::all;
     if (*position > n) return true;
-    const HostObject selection = args[*position];
-    int32_t ends[2];
-    if (is_immediate(selection)) {
-        ends[0] = ends[1] = from_end(integer_value(selection), axis->bound);
-    } else if (object_type(selection) == MODLA_TYPE_RANGE) {
-        for (int side = 0; side < 2; side++) {
-            const HostObject end = object_words(selection)[1 + side];
-            ends[side] = is_immediate(end) ? from_end(integer_value(end), axis->bound) : 0;
-        }
-    } else if (is_big_integer(selection)) {
-        ends[0] = ends[1] = 0;
-    } else {
-        return true;
-    }
-    for (const int32_t end : ends) {
-        if (end < 1 || end > axis->bound) return fail(api, out_of_range);
-    }
-    if (ends[0] > ends[1]) return fail(api, messages.empty_range);
-    axis->first = ends[0];
-    axis->last = has_type(selection, MODLA_TYPE_RANGE) ? ends[1] : Axis::single;
+    const LineSelection selection = line_selection(args[*position], axis->bound);
+    if (selection.kind == LineSelection::nothing) return true;
+    if (!is_within(selection, axis->bound)) return fail(api, out_of_range);
+    if (selection.first > selection.last) return fail(api, messages.empty_range);
+    axis->first = selection.first;
+    axis->last = selection.kind == LineSelection::range ? selection.last : Axis::single;
     ++*position;
     return true;
 }

@@ -177,6 +177,12 @@ ptrdiff_t skipped(const Selection &selection) {
     return std::max(selection.first, 1) - 1;
 }
 
+// Has the output no lines beyond the input's?
+bool fills_output(const ModRequest &request) {
+    return row_count(request.output) == std::max(result_rows(request.input), 1) &&
+           column_count(request.output) == std::max(result_columns(request.input), 1);
+}
+
 // The input is a list or set of host values or of lists of them.
 bool is_value_list(const FlexInput &input) {
     return input.is_list && !input.list_of_vectors;
@@ -365,9 +371,8 @@ Sharing sharing_of(const HostApi *api, const ModRequest &request) {
     Sharing sharing = Sharing::none;
     for_blocks(api, request, [&](const Block &from, const Block &to) {
         if (!overlap(from, output)) return true;
-        const bool whole = row_count(output) == std::max(result_rows(input), 1) &&
-                           column_count(output) == std::max(result_columns(input), 1);
-        const bool same = whole && !input.list_of_vectors && from.datatype == to.datatype && coincide(from, to);
+        const bool same =
+            fills_output(request) && !input.list_of_vectors && from.datatype == to.datatype && coincide(from, to);
         sharing = same ? Sharing::same_places : Sharing::overlapping;
         return false;
     });
@@ -417,9 +422,7 @@ bool write_output(const HostApi *api, ModRequest *request, ReduceNative reduce, 
     const Sharing sharing = sharing_of(api, *request);
     if (sharing == Sharing::overlapping && !take_snapshot(api, request)) return false;
     const bool values = input.datatype == MODLA_INTEGER;
-    const bool every_entry = !values && output.datatype != MODLA_INTEGER &&
-                             row_count(output) == std::max(result_rows(input), 1) &&
-                             column_count(output) == std::max(result_columns(input), 1);
+    const bool every_entry = !values && output.datatype != MODLA_INTEGER && fills_output(*request);
     if (sharing != Sharing::same_places && !every_entry) clear_output(output);
     const bool written = values ? evaluate() : reduce();
     if (sharing == Sharing::overlapping) api->Free(request->table.data);
