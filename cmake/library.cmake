@@ -39,12 +39,12 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/products/mat_mult.cpp
   ${PROJECT_SOURCE_DIR}/products/multiply.cpp
   ${PROJECT_SOURCE_DIR}/products/strassen.cpp
-  ${PROJECT_SOURCE_DIR}/scalar/evaluate.cpp
-  ${PROJECT_SOURCE_DIR}/scalar/host_integer.cpp
-  ${PROJECT_SOURCE_DIR}/scalar/inverse.cpp
-  ${PROJECT_SOURCE_DIR}/scalar/polynomial.cpp
-  ${PROJECT_SOURCE_DIR}/scalar/power.cpp
-  ${PROJECT_SOURCE_DIR}/scalar/rand_fill.cpp)
+  ${PROJECT_SOURCE_DIR}/values/evaluate.cpp
+  ${PROJECT_SOURCE_DIR}/values/host_integer.cpp
+  ${PROJECT_SOURCE_DIR}/residue/inverse.cpp
+  ${PROJECT_SOURCE_DIR}/values/polynomial.cpp
+  ${PROJECT_SOURCE_DIR}/residue/power.cpp
+  ${PROJECT_SOURCE_DIR}/values/rand_fill.cpp)
 set_target_properties(modla PROPERTIES SOVERSION 1 VERSION ${PROJECT_VERSION} CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/modla.map
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

@@ -3,7 +3,7 @@
 #include "console/error.h"
 #include "console/functions.h"
 #include "console/host.h"
-#include "scalar/evaluate.h"
+#include "values/evaluate.h"
 
 namespace modla::console {
 

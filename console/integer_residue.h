@@ -9,9 +9,9 @@
 #include <cstdint>
 #include <utility>
 
-#include "engine/line.h"
-#include "scalar/digits.h"
-#include "scalar/residue.h"
+#include "engine/rows.h"
+#include "residue/ring.h"
+#include "values/digits.h"
 
 namespace modla::console {
 

@@ -3,8 +3,8 @@
 #include "host/modulus.h"
 #include "host/work_memory.h"
 #include "modla.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

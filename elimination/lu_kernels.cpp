@@ -1,6 +1,6 @@
 #include "elimination/lu.h"
 #include "modla.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

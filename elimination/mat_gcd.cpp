@@ -1,8 +1,8 @@
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "modla.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

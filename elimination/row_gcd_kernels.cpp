@@ -2,7 +2,7 @@
 
 #include "elimination/row_gcd.h"
 #include "modla.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

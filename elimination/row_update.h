@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "engine/line.h"
+#include "engine/rows.h"
 
 namespace modla {
 

@@ -2,8 +2,8 @@
 
 #include "host/rtable.h"
 #include "host/work_memory.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

@@ -1,7 +1,7 @@
 #include "elimination/substitute.h"
 
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

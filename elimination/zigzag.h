@@ -11,7 +11,7 @@
 #include <cstdint>
 
 #include "elimination/row_update.h"
-#include "engine/line.h"
+#include "engine/rows.h"
 
 namespace modla {
 

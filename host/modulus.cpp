@@ -4,8 +4,8 @@
 
 #include "host/object.h"
 #include "host/raise.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

@@ -1,7 +1,7 @@
 // A block of an argument: object [, row selection] [, column selection] [, transpose].
 #pragma once
 
-#include "engine/strided.h"
+#include "blocks/strided.h"
 #include "modla.h"
 
 namespace modla {

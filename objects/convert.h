@@ -6,10 +6,10 @@
 #include <cstring>
 #include <type_traits>
 
-#include "engine/strided.h"
-#include "engine/transpose.h"
-#include "scalar/residue.h"
-#include "scalar/rounding.h"
+#include "blocks/strided.h"
+#include "blocks/transpose.h"
+#include "residue/ring.h"
+#include "values/rounding.h"
 
 namespace modla {
 

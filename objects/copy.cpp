@@ -1,11 +1,11 @@
-#include "engine/transpose.h"
+#include "blocks/transpose.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "host/rtable.h"
 #include "host/work_memory.h"
 #include "modla.h"
 #include "objects/triangle.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

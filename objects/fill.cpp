@@ -2,7 +2,7 @@
 #include "host/modulus.h"
 #include "host/rtable.h"
 #include "modla.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

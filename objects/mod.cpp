@@ -12,9 +12,9 @@
 #include "host/work_memory.h"
 #include "modla.h"
 #include "objects/convert.h"
-#include "scalar/evaluate.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
+#include "values/evaluate.h"
 
 using namespace modla;
 

@@ -1,11 +1,11 @@
 #include <utility>
 
-#include "engine/transpose.h"
+#include "blocks/transpose.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "host/rtable.h"
 #include "modla.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

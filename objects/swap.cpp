@@ -1,10 +1,10 @@
-#include "engine/transpose.h"
+#include "blocks/transpose.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "host/subspec.h"
 #include "modla.h"
 #include "objects/triangle.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

@@ -1,7 +1,7 @@
 // The triangle that Copy and Swap may be restricted to.
 #pragma once
 
-#include "engine/strided.h"
+#include "blocks/strided.h"
 #include "modla.h"
 
 namespace modla {

@@ -1,7 +1,7 @@
 // Sums and differences of blocks.
 #pragma once
 
-#include "engine/strided.h"
+#include "blocks/strided.h"
 #include "products/operand.h"
 
 namespace modla {

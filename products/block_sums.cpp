@@ -1,6 +1,6 @@
 #include "products/block_sum.h"
 #include "products/kernel_arguments.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 
 #include "products/operand.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 namespace modla {
 

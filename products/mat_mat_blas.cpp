@@ -1,7 +1,7 @@
 #include "engine/blas.h"
 #include "products/blas_product.h"
 #include "products/kernel_arguments.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

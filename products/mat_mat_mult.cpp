@@ -2,7 +2,7 @@
 // the schedule of reductions that the caller has room for, the first whether zeros of A are worth a test.
 #include "products/classical.h"
 #include "products/kernel_arguments.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

@@ -6,8 +6,8 @@
 #include "host/rtable.h"
 #include "modla.h"
 #include "products/product_choice.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

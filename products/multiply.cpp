@@ -4,7 +4,7 @@
 #include "modla.h"
 #include "products/mat_mult.h"
 #include "products/operand.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

@@ -1,11 +1,11 @@
 // Factors and results of products: matrices with a step from row to row and one from column to column.
 #pragma once
 
-#include "engine/transpose.h"
+#include "blocks/transpose.h"
 #include "host/object.h"
 #include "host/subspec.h"
 #include "host/work_memory.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 namespace modla {
 

@@ -3,7 +3,7 @@
 #include "products/blas_product.h"
 #include "products/kernel_arguments.h"
 #include "products/product_choice.h"
-#include "scalar/fp_mode.h"
+#include "residue/fp_mode.h"
 
 using namespace modla;
 

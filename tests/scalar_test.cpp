@@ -16,7 +16,7 @@
 
 #include "fake_host.h"
 #include "modla.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 using namespace modla_test;
 

@@ -1,7 +1,7 @@
-#include "scalar/evaluate.h"
+#include "values/evaluate.h"
 
 #include "modla.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 using namespace modla;
 

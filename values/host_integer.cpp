@@ -2,10 +2,10 @@
 #include "host/object.h"
 #include "host/raise.h"
 #include "modla.h"
-#include "scalar/digits.h"
-#include "scalar/fp_mode.h"
-#include "scalar/residue.h"
-#include "scalar/rounding.h"
+#include "residue/fp_mode.h"
+#include "residue/ring.h"
+#include "values/digits.h"
+#include "values/rounding.h"
 
 using namespace modla;
 

@@ -1,7 +1,7 @@
 // Doubles to integers, as the host's conversion rounds.
 #pragma once
 
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 namespace modla {
 

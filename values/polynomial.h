@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/object.h"
-#include "scalar/power.h"
+#include "residue/power.h"
 
 namespace modla {
 

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "engine/blas.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 namespace modla {
 

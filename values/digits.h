@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "host/object.h"
-#include "scalar/residue.h"
+#include "residue/ring.h"
 
 namespace modla {
 

@@ -6,8 +6,8 @@
 
 #include <emmintrin.h>
 
-#include "engine/strided.h"
-#include "scalar/residue.h"
+#include "blocks/strided.h"
+#include "residue/ring.h"
 
 namespace modla {
 

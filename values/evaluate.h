@@ -10,10 +10,10 @@
 #include "host/object.h"
 #include "host/raise.h"
 #include "host/unknown.h"
-#include "scalar/digits.h"
-#include "scalar/fp_mode.h"
-#include "scalar/polynomial.h"
-#include "scalar/power.h"
+#include "residue/fp_mode.h"
+#include "residue/power.h"
+#include "values/digits.h"
+#include "values/polynomial.h"
 
 namespace modla {
 
