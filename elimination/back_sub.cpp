@@ -9,13 +9,14 @@ HostObject modLA_BackSub(const HostApi *api, const HostObject *args) {
     }
     TriangularSystem system;
     if (!read_triangular_system(api, args, "upper triangular matrix", false, &system)) return api->NullValue();
+    if (!protect_triangle(api, &system)) return api->NullValue();
     uint32_t status;
     if (system.triangle.datatype == MODLA_INTEGER) {
         const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.nrhs);
-        status = static_cast<uint32_t>(
-            integer_value(api->CallProcedure(modLA_getfcn(api, "cbBackSub"), 5, args[2], n, args[3], nrhs, args[1])));
+        status = static_cast<uint32_t>(integer_value(
+            api->CallProcedure(modLA_getfcn(api, "cbBackSub"), 5, system.triangle.object, n, args[3], nrhs, args[1])));
     } else {
-        status = run_substitution(system, false);
+        status = run_substitution(api, system, false);
     }
     report_substitution(api, status, "cannot backward substitute: modulus is composite");
     return api->NullValue();

@@ -9,13 +9,14 @@ HostObject modLA_ForSub(const HostApi *api, const HostObject *args) {
     }
     TriangularSystem system;
     if (!read_triangular_system(api, args, "lower triangular matrix", true, &system)) return api->NullValue();
+    if (!protect_triangle(api, &system)) return api->NullValue();
     uint32_t status;
     if (system.triangle.datatype == MODLA_INTEGER) {
         const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.nrhs);
-        status = static_cast<uint32_t>(integer_value(
-            api->CallProcedure(modLA_getfcn(api, "cbForSub"), 6, args[2], n, args[3], nrhs, args[1], args[4])));
+        status = static_cast<uint32_t>(integer_value(api->CallProcedure(
+            modLA_getfcn(api, "cbForSub"), 6, system.triangle.object, n, args[3], nrhs, args[1], args[4])));
     } else {
-        status = run_substitution(system, true);
+        status = run_substitution(api, system, true);
     }
     report_substitution(api, status, "cannot forward substitute: modulus is composite");
     return api->NullValue();

@@ -1,5 +1,9 @@
 #include "elimination/substitute.h"
 
+#include <cstring>
+
+#include "host/rtable.h"
+#include "host/work_memory.h"
 #include "residue/fp_mode.h"
 #include "residue/ring.h"
 
@@ -62,8 +66,33 @@ uint32_t call(const TriangularSystem &system, bool forward, ForKernel for_kernel
 
 }  // namespace
 
-uint32_t modla::run_substitution(const TriangularSystem &system, bool forward) {
-    if (system.empty) return 0;
+bool modla::protect_triangle(const HostApi *api, TriangularSystem *system) {
+    MatrixArgument &triangle = system->triangle;
+    system->held = nullptr;
+    if (triangle.rows == 0 || system->empty) return true;
+    const auto whole = [&](void *data, int32_t columns) {
+        return whole_block(0, triangle.datatype, triangle.order, data, triangle.rows, columns);
+    };
+    if (!overlap(whole(triangle.data, triangle.rows), whole(system->rhs, system->nrhs))) return true;
+    const uint64_t entries = uint64_t{static_cast<uint32_t>(triangle.rows)} * static_cast<uint32_t>(triangle.rows);
+    const uint64_t words = entries * entry_size(triangle.datatype) / sizeof(uint32_t);
+    const void *const original = triangle.data;
+    if (triangle.datatype == MODLA_INTEGER) {
+        Block copy;
+        if (!new_block(api, triangle.rows, triangle.rows, MODLA_INTEGER, triangle.order, &copy)) return false;
+        triangle.object = copy.object;
+        triangle.data = copy.data;
+    } else {
+        triangle.data = system->held = allocate<uint32_t>(api, words);
+        if (!system->held) return false;
+    }
+    std::memcpy(triangle.data, original, static_cast<size_t>(words) * sizeof(uint32_t));
+    return true;
+}
+
+namespace {
+
+uint32_t call_kernel(const TriangularSystem &system, bool forward) {
     const bool c_order = system.triangle.order == MODLA_C_ORDER;
     if (system.triangle.datatype == MODLA_INTEGER4) {
         const uint32_t p = static_cast<uint32_t>(system.modulus.word);
@@ -74,6 +103,14 @@ uint32_t modla::run_substitution(const TriangularSystem &system, bool forward) {
     const double pinv = with_standard_mode([&] { return pinv_of(p); });
     return call(system, forward, c_order ? modLA_ForSub_C_f_nop : modLA_ForSub_F_f_nop,
                 c_order ? modLA_BackSub_C_f_nop : modLA_BackSub_F_f_nop, p, pinv, pending_bound<Float>(modulus_of(p)));
+}
+
+}  // namespace
+
+uint32_t modla::run_substitution(const HostApi *api, const TriangularSystem &system, bool forward) {
+    const uint32_t status = system.empty ? 0 : call_kernel(system, forward);
+    if (system.held) api->Free(system.held);
+    return status;
 }
 
 void modla::report_substitution(const HostApi *api, uint32_t status, const char *composite) {

@@ -15,6 +15,7 @@ struct TriangularSystem {
     bool empty;         // a Matrix without columns
     bool unit_diagonal;
     Scalar modulus;
+    void *held;  // the memory of a copied triangle, or null
 };
 
 // Arguments 1 to 3, and with `takes_diagonal` argument 4 in its place among the checks.  role: "lower triangular
@@ -22,8 +23,12 @@ struct TriangularSystem {
 bool read_triangular_system(const HostApi *api, const HostObject *args, const char *role, bool takes_diagonal,
                             TriangularSystem *system);
 
-// Calls the kernel for the direction, the datatype and the order, and returns its status.
-uint32_t run_substitution(const TriangularSystem &system, bool forward);
+// Puts a copy in the triangle's place where writing the solution would destroy entries still to be read: a new object
+// of host integers, or memory from the host.  False when the host had none.
+bool protect_triangle(const HostApi *api, TriangularSystem *system);
+
+// Calls the kernel for the direction, the datatype and the order, and returns its status; the copy is freed.
+uint32_t run_substitution(const HostApi *api, const TriangularSystem &system, bool forward);
 
 // Raises the message of a status: composite is the one for status 1.
 void report_substitution(const HostApi *api, uint32_t status, const char *composite);

@@ -90,7 +90,7 @@ bool is_canonical_line(const Residue &residue, const AnyLine &line, int32_t coun
 template <class Residue, class LineA, class LineB>
 typename Residue::Value sum_products(const Residue &, const LineA &a, const LineB &b, int32_t count) {
     if constexpr (is_float_line<LineB>) {
-        if (is_blas_aligned(a.data) && is_blas_aligned(b.data)) {
+        if (suits_blas(a.data, a.step) && suits_blas(b.data, b.step)) {
             return cblas_ddot(count, &a.data->value, static_cast<int>(a.step), &b.data->value,
                               static_cast<int>(b.step));
         }
@@ -115,7 +115,7 @@ template <class Residue, class Target, class Source>
 void add_multiple(const Residue &, const Target &target, const Source &source, int32_t count,
                   typename Residue::Value f) {
     if constexpr (is_float_line<Target>) {
-        if (is_blas_aligned(target.data) && is_blas_aligned(source.data)) {
+        if (suits_blas(target.data, target.step) && suits_blas(source.data, source.step)) {
             cblas_daxpy(count, f, &source.data->value, static_cast<int>(source.step), &target.data->value,
                         static_cast<int>(target.step));
             return;
@@ -139,7 +139,7 @@ void scale_line(const Residue &residue, const AnyLine &line, int32_t count, type
 template <class AnyLine>
 void swap_lines(const AnyLine &a, const AnyLine &b, int32_t count) {
     if constexpr (is_float_line<AnyLine>) {
-        if (is_blas_aligned(a.data) && is_blas_aligned(b.data)) {
+        if (suits_blas(a.data, a.step) && suits_blas(b.data, b.step)) {
             cblas_dswap(count, &a.data->value, static_cast<int>(a.step), &b.data->value, static_cast<int>(b.step));
             return;
         }

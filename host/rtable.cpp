@@ -1,5 +1,6 @@
 #include "host/rtable.h"
 
+#include "blocks/transpose.h"
 #include "host/raise.h"
 
 using namespace modla;
@@ -43,14 +44,19 @@ HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, i
     return object ? object : api->NullValue();
 }
 
-bool modla::new_block(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order, Block *out) {
-    const HostObject object = make_object(api, rows, columns, datatype, order);
-    if (!object) return false;
+Block modla::whole_block(HostObject object, int32_t datatype, int32_t order, void *data, int32_t rows,
+                         int32_t columns) {
     const bool matrix = rows != 0 && columns != 0;
     const bool c_order = order == MODLA_C_ORDER;
     const int32_t row_step = rows == 0 ? 0 : matrix && c_order ? columns : 1;
     const int32_t column_step = columns == 0 ? 0 : matrix && !c_order ? rows : 1;
-    *out = {object, datatype, order, api->RtableData(object), rows, row_step, columns, column_step, false};
+    return {object, datatype, order, data, rows, row_step, columns, column_step, false};
+}
+
+bool modla::new_block(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order, Block *out) {
+    const HostObject object = make_object(api, rows, columns, datatype, order);
+    if (!object) return false;
+    *out = whole_block(object, datatype, order, api->RtableData(object), rows, columns);
     return true;
 }
 
@@ -145,6 +151,16 @@ bool modla::make_block_view(const HostApi *api, const Block &block, View *view) 
         }
     }
     return make_view(api, block.object, block.data, rows, columns, row_step, column_step, view);
+}
+
+bool modla::make_operand_view(const HostApi *api, const Block &block, const Block &output, bool entrywise, View *view) {
+    if (!overlap(block, output) || (entrywise && coincide(block, output))) return make_block_view(api, block, view);
+    const Shape shape = {row_count(block), column_count(block)};
+    Block copy;
+    if (!new_block(api, shape.rows, shape.columns, MODLA_INTEGER, block.order, &copy)) return false;
+    copy_entries<HostObject>(shape, static_cast<const HostObject *>(block.data), steps_of(block),
+                             static_cast<HostObject *>(copy.data), steps_of(copy));
+    return make_block_view(api, copy, view);
 }
 
 HostObject data_to_modLA_rtable(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns,

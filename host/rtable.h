@@ -22,6 +22,9 @@ struct Extent {
 };
 Extent matrix_extent(const HostApi *api, HostObject matrix);
 
+// A whole table as a block that has entries; rows or columns are 0 for a Vector.
+Block whole_block(HostObject object, int32_t datatype, int32_t order, void *data, int32_t rows, int32_t columns);
+
 // A new object as a block: new_modLA_rtable with its steps.  False after an error.
 bool new_block(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order, Block *out);
 
@@ -42,5 +45,9 @@ bool make_view(const HostApi *api, HostObject parent, void *data, int32_t rows, 
 
 // The view of a block that an argument selected.
 bool make_block_view(const HostApi *api, const Block &block, View *view);
+
+// The view of an operand of a callback that writes `output`: of a copy in a new object where writing would destroy
+// entries still to be read.  An entrywise callback may find an operand in the very places of the output.
+bool make_operand_view(const HostApi *api, const Block &block, const Block &output, bool entrywise, View *view);
 
 }  // namespace modla

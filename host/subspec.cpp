@@ -150,23 +150,37 @@ bool modla::read_block(const HostApi *api, const HostObject *args, int32_t *posi
 
 namespace {
 
-struct Bytes {
-    uint64_t begin, end;
+// The entries of a block as lines of contiguous bytes, in the order of their addresses.
+struct Lines {
+    int64_t begin, length;  // of the first line
+    int64_t step;           // from line to line
+    int64_t count;
 };
 
-Bytes span_of(const Block &block) {
-    const int64_t last =
-        int64_t{row_count(block) - 1} * block.row_step + int64_t{column_count(block) - 1} * block.column_step;
-    const uint64_t begin = reinterpret_cast<uintptr_t>(block.data);
-    return {begin, begin + static_cast<uint64_t>(last + 1) * entry_size(block.datatype)};
+// A table's rows or its columns are contiguous, so a step is 1 wherever there are more than one row and one column.
+Lines lines_of(const Block &block) {
+    const int64_t rows = row_count(block), columns = column_count(block), size = entry_size(block.datatype);
+    const int64_t begin = reinterpret_cast<uintptr_t>(block.data);
+    if (block.column_step == 1) return {begin, columns * size, block.row_step * size, rows};
+    if (block.row_step == 1) return {begin, rows * size, block.column_step * size, columns};
+    if (columns == 1) return {begin, size, block.row_step * size, rows};
+    return {begin, size, block.column_step * size, columns};
 }
 
 }  // namespace
 
 bool modla::overlap(const Block &a, const Block &b) {
     if (a.empty || b.empty) return false;
-    const Bytes x = span_of(a), y = span_of(b);
-    return x.begin < y.end && y.begin < x.end;
+    Lines few = lines_of(a), many = lines_of(b);
+    if (few.count > many.count) std::swap(few, many);
+    for (int64_t i = 0; i < few.count; i++) {
+        const int64_t begin = few.begin + i * few.step;
+        // The first line of the other block that ends behind it.
+        const int64_t past = begin - many.begin - many.length;
+        const int64_t k = past < 0 ? 0 : many.count == 1 ? 1 : past / many.step + 1;
+        if (k < many.count && many.begin + k * many.step < begin + few.length) return true;
+    }
+    return false;
 }
 
 bool modla::coincide(const Block &a, const Block &b) {

@@ -40,7 +40,7 @@ inline Steps steps_of(const Block &block) {
     return {block.row_step, block.column_step};
 }
 
-// Do the blocks share memory?  (Judged by the span from first to last entry: true also when they only interleave.)
+// Do the blocks share entries?  Blocks that only interleave do not.
 bool overlap(const Block &a, const Block &b);
 
 // Is every entry of a at the place of the same entry of b?

@@ -271,8 +271,8 @@ MODLA_API HostObject modLA_RowReduce(const HostApi *api, const HostObject *args)
 MODLA_API HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args);
 
 /* ForSub(p, L, B, unit) and BackSub(p, U, B): solve L*X = B, U*X = B for a square lower (upper) triangular Matrix and a
- * right-hand side of the same datatype and order, a Matrix or a column Vector, which X overwrites.  Only the triangle
- * is read, and with unit = true not its diagonal.  Return NullValue().  Datatype "integer" calls "cbForSub"(L, n, B,
+ * right-hand side of the same datatype and order, a Matrix or a column Vector, which X overwrites and which may share
+ * entries with the triangular Matrix.  Only the triangle is read, and with unit = true not its diagonal.  Return NullValue().  Datatype "integer" calls "cbForSub"(L, n, B,
  * number of columns or 0, p, unit) or "cbBackSub"(U, n, B, number of columns or 0, p), whose result is the status.
  * On a failure B is left partly solved.
  * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the lower (upper)
@@ -561,6 +561,7 @@ MODLA_API int32_t modLA_ZigZag_F_f(MODLA_ZIGZAG_ARGUMENTS(double));
  *
  * C = A*B mod p for an m x k matrix A, a k x n matrix B and an m x n matrix C, all sizes at least 1; entry (i, j) of X
  * lies at i*xrs + j*xcs.  A and B hold residues 0..p-1; C does not overlap them and is overwritten with residues.
+ * Steps may be negative.
  *   L       products that may be added to a residue: floor((2^32 - p)/(p-1)^2) (words), floor((2^53 - p)/(p-1)^2)
  *           (floats), at most 2147483646
  *   T       2^32 - 1 - (p-1)^2 or 2^53 - 1 - (p-1)^2; not used by the schedules

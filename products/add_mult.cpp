@@ -143,8 +143,8 @@ bool add_blocks(const HostApi *api, const Residue &residue, typename Residue::Va
 
 bool call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequest &request) {
     View A, B, C;
-    if (!make_block_view(api, request.A, &A) || !make_block_view(api, request.B, &B) ||
-        !make_block_view(api, request.C, &C)) {
+    if (!make_operand_view(api, request.A, request.C, true, &A) ||
+        !make_operand_view(api, request.B, request.C, true, &B) || !make_block_view(api, request.C, &C)) {
         return false;
     }
     const HostObject rows = api->ToInteger(row_count(request.A)), columns = api->ToInteger(column_count(request.A));

@@ -42,13 +42,14 @@ bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<Stor
     double *const c = &C.data->value;
     if (!is_blas_aligned(a) || !is_blas_aligned(b) || !is_blas_aligned(c)) return false;
     if (m == 1 && n == 1) {
+        if (A.steps.column <= 0 || B.steps.row <= 0) return false;
         *c = cblas_ddot(k, a, as_int(A.steps.column), b, as_int(B.steps.row));
         return true;
     }
     if (!has_blas_workspace()) return false;
     if (n == 1) {
         const BlasFactor matrix = describe(A, m, k, true);
-        if (!matrix.usable || B.steps.row == 0 || C.steps.row == 0) return false;
+        if (!matrix.usable || B.steps.row <= 0 || C.steps.row <= 0) return false;
         const bool rows = matrix.transpose == CblasNoTrans;
         cblas_dgemv(rows ? CblasRowMajor : CblasColMajor, CblasNoTrans, m, k, 1.0, a, matrix.ld, b, as_int(B.steps.row),
                     0.0, c, as_int(C.steps.row));
@@ -56,7 +57,7 @@ bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<Stor
     }
     if (m == 1) {
         const BlasFactor matrix = describe(B, k, n, true);
-        if (!matrix.usable || A.steps.column == 0 || C.steps.column == 0) return false;
+        if (!matrix.usable || A.steps.column <= 0 || C.steps.column <= 0) return false;
         const bool rows = matrix.transpose == CblasNoTrans;
         cblas_dgemv(rows ? CblasRowMajor : CblasColMajor, CblasTrans, k, n, 1.0, b, matrix.ld, a,
                     as_int(A.steps.column), 0.0, c, as_int(C.steps.column));

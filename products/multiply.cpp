@@ -18,7 +18,7 @@ struct MultiplyRequest {
     Block B;  // the right factor, or the object that is scaled
     Block C;
     bool created;        // C is a new object
-    bool scalar_result;  // C is the one-entry slot below
+    bool scalar_result;  // C is the one-entry slot below, or a 1 x 1 object that a callback writes
     int32_t sparse;
     Scalar modulus, scalar;
     union {
@@ -198,24 +198,9 @@ bool run_floats(const HostApi *api, const MultiplyRequest &request) {
 
 // ---- Callbacks
 
-// A view of a factor; of a copy, when the result is written over it.
-bool make_factor_view(const HostApi *api, const Block &block, const Block &C, bool elementwise, View *view) {
-    if (!overlap(block, C) || (elementwise && coincide(block, C))) return make_block_view(api, block, view);
-    Block copy;
-    if (!new_block(api, row_count(block), column_count(block), MODLA_INTEGER, block.order, &copy)) return false;
-    copy_entries<HostObject>({row_count(block), column_count(block)}, static_cast<const HostObject *>(block.data),
-                             steps_of(block), static_cast<HostObject *>(copy.data), steps_of(copy));
-    return make_block_view(api, copy, view);
-}
-
-bool make_result_view(const HostApi *api, const MultiplyRequest &request, View *view) {
-    if (!request.scalar_result) return make_block_view(api, request.C, view);
-    return make_view(api, 0, request.C.data, 1, 1, 1, 1, view);
-}
-
-bool call_scale(const HostApi *api, const HostObject *args, const MultiplyRequest &request) {
+bool call_scale(const HostApi *api, const HostObject *args, MultiplyRequest &request) {
     View B, C;
-    if (!make_factor_view(api, request.B, request.C, true, &B) || !make_result_view(api, request, &C)) return false;
+    if (!make_operand_view(api, request.B, request.C, true, &B) || !make_block_view(api, request.C, &C)) return false;
     const HostObject m = api->ToInteger(row_count(request.B)), n = api->ToInteger(column_count(request.B));
     const HostObject s = request.scalar.object;
     if (!is_shifted(B) && !is_shifted(C)) {
@@ -228,10 +213,18 @@ bool call_scale(const HostApi *api, const HostObject *args, const MultiplyReques
     return true;
 }
 
-bool call_multiply(const HostApi *api, const HostObject *args, const MultiplyRequest &request) {
+// What a callback receives may be kept: the place of a scalar is the host's, never this call's frame.
+bool make_scalar_place(const HostApi *api, MultiplyRequest *request) {
+    if (!new_block(api, 1, 1, MODLA_INTEGER, request->C.order, &request->C)) return false;
+    *static_cast<HostObject *>(request->C.data) = immediate_integer(0);
+    return true;
+}
+
+bool call_multiply(const HostApi *api, const HostObject *args, MultiplyRequest &request) {
+    if (request.scalar_result && !make_scalar_place(api, &request)) return false;
     View A, B, C;
-    if (!make_factor_view(api, request.A, request.C, false, &A) ||
-        !make_factor_view(api, request.B, request.C, false, &B) || !make_result_view(api, request, &C)) {
+    if (!make_operand_view(api, request.A, request.C, false, &A) ||
+        !make_operand_view(api, request.B, request.C, false, &B) || !make_block_view(api, request.C, &C)) {
         return false;
     }
     const HostObject m = api->ToInteger(row_count(request.A)), k = api->ToInteger(column_count(request.A));
@@ -254,7 +247,7 @@ HostObject scalar_object(const HostApi *api, const MultiplyRequest &request) {
         case MODLA_FLOAT8:
             return api->ToFloat(request.slot.real);
         default:
-            return request.slot.object;
+            return *static_cast<const HostObject *>(request.C.data);
     }
 }
 
