@@ -6,10 +6,10 @@
 #include "console/host.h"
 #include "console/print.h"
 #include "console/table.h"
-#include "elimination/lu.h"
-#include "elimination/reduce.h"
+#include "elimination/lu_factor.h"
 #include "elimination/row_gcd.h"
-#include "elimination/substitution.h"
+#include "elimination/row_reduction.h"
+#include "elimination/triangular_solve.h"
 #include "elimination/zigzag.h"
 
 namespace modla::console {
@@ -105,25 +105,25 @@ Object reduce_block(const ReduceRequest &request, const Residue &residue) {
     Entry det = 0, pivprod = 0;
     int32_t rank = 0, pivsig = 0, extra = 0;
     std::vector<int32_t> counters(static_cast<size_t>(block.rows) + 1);
-    const ReduceStatus status =
-        reduce(Reduction<Residue, Matrix<Entry, true>>{residue,
-                                                       matrix_of(entries, block.columns),
-                                                       block.rows,
-                                                       block.columns,
-                                                       request.nred,
-                                                       request.det.wanted() ? &det : nullptr,
-                                                       request.pivprod.wanted() ? &pivprod : nullptr,
-                                                       request.rank.wanted() ? &rank : nullptr,
-                                                       request.pivsig.wanted() ? &pivsig : nullptr,
-                                                       request.extra.wanted() ? &extra : nullptr,
-                                                       request.pivcols,
-                                                       request.mode,
-                                                       request.detonly,
-                                                       {counters.data(), pending_limit(residue)}});
-    if (status == reduce_bad_request) return status_object(status);
-    if (status == reduce_done) block.rows = written_rows;
+    const EchelonStatus status =
+        row_reduce(RowReduction<Residue, Matrix<Entry, true>>{residue,
+                                                              matrix_of(entries, block.columns),
+                                                              block.rows,
+                                                              block.columns,
+                                                              request.nred,
+                                                              request.det.wanted() ? &det : nullptr,
+                                                              request.pivprod.wanted() ? &pivprod : nullptr,
+                                                              request.rank.wanted() ? &rank : nullptr,
+                                                              request.pivsig.wanted() ? &pivsig : nullptr,
+                                                              request.extra.wanted() ? &extra : nullptr,
+                                                              request.pivcols,
+                                                              request.mode,
+                                                              request.detonly,
+                                                              {counters.data(), pending_limit(residue)}});
+    if (status == echelon_bad_request) return status_object(status);
+    if (status == echelon_done) block.rows = written_rows;
     write_block(entries, block);
-    if (status == reduce_done) {
+    if (status == echelon_done) {
         assign(request.det, host_integer(det));
         assign(request.pivprod, host_integer(pivprod));
         assign(request.rank, immediate(rank));
@@ -149,19 +149,19 @@ Object factor_block(const IntegerBlock &block, Table &permutation, const Output 
     const bool host_integers = permutation.settings.datatype == MODLA_INTEGER;
     int32_t *const perm = host_integers ? exchanges.data() : static_cast<int32_t *>(permutation.data);
     Entry value;
-    const FactorStatus status =
-        factor(Factorization<Residue, Matrix<Entry, true>>{residue,
-                                                           matrix_of(entries, n),
-                                                           n,
-                                                           perm,
-                                                           det.wanted() ? &value : nullptr,
-                                                           {counters.data(), pending_limit(residue)}});
+    const LUStatus status =
+        lu_factor(LUFactorization<Residue, Matrix<Entry, true>>{residue,
+                                                                matrix_of(entries, n),
+                                                                n,
+                                                                perm,
+                                                                det.wanted() ? &value : nullptr,
+                                                                {counters.data(), pending_limit(residue)}});
     if (host_integers) {
         Object *const steps_made = static_cast<Object *>(permutation.data);
-        for (int32_t k = 0; k < steps; k++) steps_made[k] = immediate(status == factor_done ? perm[k] : 0);
+        for (int32_t k = 0; k < steps; k++) steps_made[k] = immediate(status == lu_done ? perm[k] : 0);
     }
     write_block(entries, block);
-    if (status == factor_done && det.wanted()) assign(det, host_integer(value));
+    if (status == lu_done && det.wanted()) assign(det, host_integer(value));
     return status_object(status);
 }
 
@@ -204,14 +204,14 @@ SolveStatus substitute(const SubstitutionRequest &request, const Residue &residu
         read_triangle(residue, stored(request.T), request.forward == c_order, request.unit_diagonal);
     Entries<Residue> solution = read_block(residue, stored(request.B));
     using M = Matrix<Entry, c_order>;
-    const SolveStatus status = solve(Substitution<Residue, M, M>{residue,
-                                                                 {triangle.data(), n},
-                                                                 n,
-                                                                 {solution.data(), c_order ? columns : n},
-                                                                 columns,
-                                                                 request.forward,
-                                                                 request.unit_diagonal,
-                                                                 pending_limit(residue)});
+    const SolveStatus status = triangular_solve(TriangularSolve<Residue, M, M>{residue,
+                                                                               {triangle.data(), n},
+                                                                               n,
+                                                                               {solution.data(), c_order ? columns : n},
+                                                                               columns,
+                                                                               request.forward,
+                                                                               request.unit_diagonal,
+                                                                               pending_limit(residue)});
     write_block(solution, stored(request.B));
     return status;
 }

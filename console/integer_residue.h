@@ -30,7 +30,7 @@ struct WordResidue {
     Value multiply(Value a, Value b) const { return reduce(a * b); }
     Value multiply_add(Value a, Value b, Value c) const { return reduce(a * b + c); }
     Value negate(Value a) const { return a ? p - a : 0; }
-    Value add_once(Value a, Value b) const { return a + b >= p ? a + b - p : a + b; }
+    Value add(Value a, Value b) const { return a + b >= p ? a + b - p : a + b; }
     bool is_modulus(int32_t v) const { return v >= 0 && static_cast<Value>(v) == p; }
     Value of_immediate(int32_t v) const {
         const Value magnitude = reduce(static_cast<Value>(v < 0 ? -v : v));
@@ -45,7 +45,7 @@ struct WordResidue {
 };
 
 inline int32_t pending_limit(const WordResidue &residue) {
-    return pending_bound<WordResidue>(static_cast<uint32_t>(residue.p));
+    return delay_bound<WordResidue>(static_cast<uint32_t>(residue.p));
 }
 
 // Any p >= 2.
@@ -70,7 +70,7 @@ struct BigResidue {
     Value multiply(const Value &a, const Value &b) const { return reduce(a * b); }
     Value multiply_add(const Value &a, const Value &b, const Value &c) const { return reduce(a * b + c); }
     Value negate(const Value &a) const { return a == 0 ? Value(0) : Value(p - a); }
-    Value add_once(const Value &a, const Value &b) const {
+    Value add(const Value &a, const Value &b) const {
         Value sum = a + b;
         if (sum >= p) sum -= p;
         return sum;

@@ -47,7 +47,7 @@ uint32_t run_words(const LURequest &request, int32_t *pending, Scalar *det) {
     uint32_t value = 0;
     const uint32_t status =
         kernel(static_cast<uint32_t *>(matrix.data), request.permutation.entries, matrix.rows, matrix.rows, p, 0,
-               request.det.name ? &value : nullptr, pending, pending_bound<Word>(p));
+               request.det.name ? &value : nullptr, pending, delay_bound<WordRing>(p));
     det->word = static_cast<int32_t>(value);
     return status;
 }
@@ -59,7 +59,7 @@ uint32_t run_floats(const LURequest &request, int32_t *pending, Scalar *det) {
     const auto kernel = matrix.order == MODLA_C_ORDER ? modLA_LU_C_f_nop : modLA_LU_F_f_nop;
     det->real = 0;
     return kernel(static_cast<double *>(matrix.data), request.permutation.entries, matrix.rows, matrix.rows, p, pinv,
-                  request.det.name ? &det->real : nullptr, pending, pending_bound<Float>(modulus_of(p)));
+                  request.det.name ? &det->real : nullptr, pending, delay_bound<FloatRing>(modulus_of(p)));
 }
 
 // Turns the raw row numbers that a kernel left in a Vector of host integers into such; zeros after a failure.

@@ -44,7 +44,7 @@ int32_t run_words(const GcdRequest &request) {
     const uint32_t p = static_cast<uint32_t>(request.modulus.word);
     const auto kernel = c_order ? modLA_RowGcd_C_iw : modLA_RowGcd_F_iw;
     return kernel(static_cast<uint32_t *>(matrix.data), request.polynomials, matrix.columns,
-                  c_order ? matrix.columns : matrix.rows, p, 0, pending_bound<Word>(p));
+                  c_order ? matrix.columns : matrix.rows, p, 0, delay_bound<WordRing>(p));
 }
 
 int32_t run_floats(const GcdRequest &request) {
@@ -54,7 +54,7 @@ int32_t run_floats(const GcdRequest &request) {
     const double pinv = with_standard_mode([&] { return pinv_of(p); });
     const auto kernel = c_order ? modLA_RowGcd_C_f : modLA_RowGcd_F_f;
     return kernel(static_cast<double *>(matrix.data), request.polynomials, matrix.columns,
-                  c_order ? matrix.columns : matrix.rows, p, pinv, pending_bound<Float>(modulus_of(p)));
+                  c_order ? matrix.columns : matrix.rows, p, pinv, delay_bound<FloatRing>(modulus_of(p)));
 }
 
 int32_t call_gcd(const HostApi *api, const HostObject *args, const GcdRequest &request) {

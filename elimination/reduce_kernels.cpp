@@ -1,4 +1,4 @@
-#include "elimination/reduce.h"
+#include "elimination/row_reduction.h"
 #include "modla.h"
 #include "residue/fp_mode.h"
 
@@ -6,12 +6,12 @@ using namespace modla;
 
 namespace {
 
-template <class Residue, bool c_order>
-uint32_t run(const Residue &residue, void *A, int32_t nrows, int32_t ncols, int32_t nred, int32_t ld, void *det,
+template <class Ring, bool c_order>
+uint32_t run(const Ring &ring, void *A, int32_t nrows, int32_t ncols, int32_t nred, int32_t ld, void *det,
              void *pivprod, int32_t *rank, int32_t *pivsig, int32_t *extra, int32_t *pivcols, int32_t mode,
              int32_t detonly, int32_t *pending, int32_t maxpending) {
-    using Entry = typename Residue::Entry;
-    const Reduction<Residue, Matrix<Entry, c_order>> reduction = {residue,
+    using Entry = typename Ring::Entry;
+    const RowReduction<Ring, Matrix<Entry, c_order>> reduction = {ring,
                                                                   {static_cast<Entry *>(A), ld},
                                                                   nrows,
                                                                   ncols,
@@ -25,41 +25,41 @@ uint32_t run(const Residue &residue, void *A, int32_t nrows, int32_t ncols, int3
                                                                   mode,
                                                                   detonly != 0,
                                                                   {pending, maxpending}};
-    return with_standard_mode([&] { return reduce(reduction); });
+    return with_standard_mode([&] { return row_reduce(reduction); });
 }
 
 }  // namespace
 
 uint32_t modLA_reduce_C_iw(MODLA_REDUCE_ARGUMENTS(uint32_t)) {
     (void)pinv;
-    return run<Word, true>(make_word(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
-                           detonly, nullptr, 1);
+    return run<WordRing, true>(word_ring(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols,
+                               mode, detonly, nullptr, 1);
 }
 
 uint32_t modLA_reduce_F_iw(MODLA_REDUCE_ARGUMENTS(uint32_t)) {
     (void)pinv;
-    return run<Word, false>(make_word(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
-                            detonly, nullptr, 1);
+    return run<WordRing, false>(word_ring(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols,
+                                mode, detonly, nullptr, 1);
 }
 
 uint32_t modLA_reduce_C_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending) {
     (void)pinv;
-    return run<Word, true>(make_word(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
-                           detonly, pending, maxpending);
+    return run<WordRing, true>(word_ring(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols,
+                               mode, detonly, pending, maxpending);
 }
 
 uint32_t modLA_reduce_F_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending) {
     (void)pinv;
-    return run<Word, false>(make_word(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
-                            detonly, pending, maxpending);
+    return run<WordRing, false>(word_ring(p), A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols,
+                                mode, detonly, pending, maxpending);
 }
 
 uint32_t modLA_reduce_C_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending) {
-    return run<Float, true>({p, pinv}, A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
-                            detonly, pending, maxpending);
+    return run<FloatRing, true>({p, pinv}, A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
+                                detonly, pending, maxpending);
 }
 
 uint32_t modLA_reduce_F_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending) {
-    return run<Float, false>({p, pinv}, A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
-                             detonly, pending, maxpending);
+    return run<FloatRing, false>({p, pinv}, A, nrows, ncols, nred, ld, det, pivprod, rank, pivsig, extra, pivcols, mode,
+                                 detonly, pending, maxpending);
 }

@@ -15,63 +15,63 @@ namespace modla {
 // In place of a degree.
 constexpr int32_t gcd_no_inverse = -2;
 
-template <class Residue, class M>
+template <class Ring, class M>
 struct RowGcd {
-    Residue residue;
+    Ring ring;
     M A;
     int32_t rows, columns;  // at least 1 and 0
     int32_t limit;          // multiples that a row may absorb before it must be reduced
 };
 
-// A row as a polynomial; the degree of the zero row is -1.
-struct Polynomial {
+// A row that holds a polynomial; the degree of the zero row is -1.
+struct GcdRow {
     int32_t row, degree;
 };
 
 // Row i, which is zero in the columns after `last`.
 template <class M>
-Polynomial polynomial(const M &A, int32_t i, int32_t last) {
+GcdRow gcd_row(const M &A, int32_t i, int32_t last) {
     while (last >= 0 && A.at(i, last) == 0) last--;
     return {i, last};
 }
 
 // Replaces b by its remainder after division by a, of no higher degree.  False when the leading coefficient of a has no
 // inverse.
-template <class Residue, class M>
-bool take_remainder(const RowGcd<Residue, M> &G, Polynomial *b, const Polynomial &a) {
-    using Value = typename Residue::Value;
-    const Residue &residue = G.residue;
+template <class Ring, class M>
+bool take_remainder(const RowGcd<Ring, M> &G, GcdRow *b, const GcdRow &a) {
+    using Value = typename Ring::Value;
+    const Ring &ring = G.ring;
     const M &A = G.A;
     Value inverse;
-    if (!residue.invert(A.at(a.row, a.degree), &inverse)) return false;
-    const Value factor = residue.negate(inverse);
+    if (!ring.invert(A.at(a.row, a.degree), &inverse)) return false;
+    const Value factor = ring.negate(inverse);
     const auto divisor = A.row(a.row, 0);
-    int32_t pending = 0;  // unreduced multiples in b
+    int32_t delayed = 0;  // unreduced multiples in b
     for (int32_t shift = b->degree - a.degree; shift >= 0; shift--) {
         typename M::Entry &leading = A.at(b->row, shift + a.degree);
-        const Value multiplier = residue.multiply(factor, residue.reduce(leading));
+        const Value multiplier = ring.multiply(factor, ring.reduce(leading));
         leading = 0;
         if (multiplier == 0) continue;
         const auto target = A.row(b->row, shift);
-        if (++pending < G.limit) {
-            add_multiple(residue, target, divisor, a.degree, multiplier);
+        if (++delayed < G.limit) {
+            add_multiple(ring, target, divisor, a.degree, multiplier);
         } else {
-            add_multiple_reduced(residue, target, divisor, a.degree, multiplier);
-            pending = 0;
+            add_multiple_reduced(ring, target, divisor, a.degree, multiplier);
+            delayed = 0;
         }
     }
-    if (pending != 0) reduce_line(residue, A.row(b->row, 0), a.degree);
-    *b = polynomial(A, b->row, a.degree - 1);
+    if (delayed != 0) reduce_line(ring, A.row(b->row, 0), a.degree);
+    *b = gcd_row(A, b->row, a.degree - 1);
     return true;
 }
 
 // The degree of the divisor that is left in row 0, or gcd_no_inverse.
-template <class Residue, class M>
-int32_t find_row_gcd(const RowGcd<Residue, M> &G) {
-    canonicalize(G.residue, G.A, G.rows, G.columns);
-    Polynomial a = polynomial(G.A, 0, G.columns - 1);
+template <class Ring, class M>
+int32_t find_row_gcd(const RowGcd<Ring, M> &G) {
+    canonicalize(G.ring, G.A, G.rows, G.columns);
+    GcdRow a = gcd_row(G.A, 0, G.columns - 1);
     for (int32_t i = 1; i < G.rows; i++) {
-        Polynomial b = polynomial(G.A, i, G.columns - 1);
+        GcdRow b = gcd_row(G.A, i, G.columns - 1);
         while (a.degree >= 0 && b.degree >= 0) {
             const bool divided = a.degree < b.degree ? take_remainder(G, &b, a) : take_remainder(G, &a, b);
             if (!divided) return gcd_no_inverse;

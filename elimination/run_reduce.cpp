@@ -61,7 +61,7 @@ bool modla::run_reduce(const HostApi *api, const NativeBlock &block, const Scala
                        bool detonly, ReduceOutputs *outputs, uint32_t *status) {
     const bool words = block.datatype == MODLA_INTEGER4;
     const uint32_t p = words ? static_cast<uint32_t>(modulus.word) : modulus_of(modulus.real);
-    const int32_t maxpending = words ? pending_bound<Word>(p) : pending_bound<Float>(p);
+    const int32_t maxpending = words ? delay_bound<WordRing>(p) : delay_bound<FloatRing>(p);
     const uint32_t counters = block.rows > 0 ? static_cast<uint32_t>(block.rows) : 0;
     const bool delayed = !words || maxpending > 1;
     int32_t *const pending = delayed ? allocate<int32_t>(api, counters) : nullptr;

@@ -36,7 +36,7 @@ bool read_zigzag(const HostApi *api, const HostObject *args, ZigZagRequest *requ
 int32_t run_words(const ZigZagRequest &request) {
     const uint32_t p = static_cast<uint32_t>(request.modulus.word);
     const auto kernel = request.order == MODLA_C_ORDER ? modLA_ZigZag_C_iw : modLA_ZigZag_F_iw;
-    return kernel(static_cast<uint32_t *>(request.data), request.n, p, 0, pending_bound<Word>(p));
+    return kernel(static_cast<uint32_t *>(request.data), request.n, p, 0, delay_bound<WordRing>(p));
 }
 
 int32_t run_floats(const ZigZagRequest &request) {

@@ -17,17 +17,17 @@ namespace modla {
 
 enum ZigZagStatus : int32_t { zigzag_done = 0, zigzag_no_inverse = 1 };
 
-template <class Residue, class M>
+template <class Ring, class M>
 struct ZigZag {
-    Residue residue;
+    Ring ring;
     M A;
     int32_t n;
     int32_t limit;  // products that a residue may absorb before it must be reduced
 };
 
-template <class Residue, class M>
-auto transposed(const ZigZag<Residue, M> &Z) {
-    return ZigZag<Residue, Matrix<typename M::Entry, !M::c_order>>{Z.residue, {Z.A.data, Z.A.ld}, Z.n, Z.limit};
+template <class Ring, class M>
+auto transposed(const ZigZag<Ring, M> &Z) {
+    return ZigZag<Ring, Matrix<typename M::Entry, !M::c_order>>{Z.ring, {Z.A.data, Z.A.ld}, Z.n, Z.limit};
 }
 
 // The first row from `from` on with a nonzero entry in column j; at least n when there is none.
@@ -49,51 +49,50 @@ void exchange(const Z &z, int32_t a, int32_t b, int32_t column, int32_t row) {
 template <class Z, class Value>
 void scale(const Z &z, int32_t i, int32_t column, Value f, int32_t row, Value inverse) {
     if (f == 1) return;
-    scale_line(z.residue, z.A.row(i, column), z.n - column, f);
-    scale_line(z.residue, z.A.column(i, row), z.n - row, inverse);
+    scale_line(z.ring, z.A.row(i, column), z.n - column, f);
+    scale_line(z.ring, z.A.column(i, row), z.n - row, inverse);
 }
 
 // The sum of a[k] * b[k] mod p for residues, `limit` being the products that may be summed unreduced.
-template <class Residue, class LineA, class LineB>
-typename Residue::Value dot_residues(const Residue &residue, const LineA &a, const LineB &b, int32_t count,
-                                     int32_t limit) {
-    if (count <= limit) return residue.reduce(sum_products(residue, a, b, count));
-    typename Residue::Value sum = 0;
-    for (int32_t k = 0; k < count; k++) sum += residue.multiply(a[k], b[k]);
-    return residue.reduce(sum);
+template <class Ring, class LineA, class LineB>
+typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB &b, int32_t count, int32_t limit) {
+    if (count <= limit) return ring.reduce(sum_products(ring, a, b, count));
+    typename Ring::Value sum = 0;
+    for (int32_t k = 0; k < count; k++) sum += ring.multiply(a[k], b[k]);
+    return ring.reduce(sum);
 }
 
 // Subtracts from column h, from row `first` on, the columns r = h+1..n-1, each times entry r of column h-1.
 template <class Z>
 void subtract_columns(const Z &z, int32_t h, int32_t first) {
     using Entry = typename decltype(z.A)::Entry;
-    const auto &residue = z.residue;
+    const auto &ring = z.ring;
     const auto &A = z.A;
     if constexpr (decltype(z.A)::c_order) {
         constexpr int32_t most = 128;  // factors at a time, side by side; that many residues can be summed
         alignas(16) Entry factors[most];
         for (int32_t r = h + 1; r < z.n; r += most) {
             const int32_t count = std::min(z.n - r, most);
-            for (int32_t k = 0; k < count; k++) factors[k] = residue.negate(A.at(r + k, h - 1));
+            for (int32_t k = 0; k < count; k++) factors[k] = ring.negate(A.at(r + k, h - 1));
             for (int32_t i = first; i < z.n; i++) {
-                const auto sum = dot_residues(residue, A.row(i, r), Line<Entry, UnitStep>{factors, {}}, count, z.limit);
-                A.at(i, h) = residue.reduce(A.at(i, h) + sum);
+                const auto sum = dot_residues(ring, A.row(i, r), Line<Entry, UnitStep>{factors, {}}, count, z.limit);
+                A.at(i, h) = ring.reduce(A.at(i, h) + sum);
             }
         }
     } else {
         const auto target = A.column(h, first);
-        int32_t pending = 0;  // unreduced multiples in the target
+        int32_t delayed = 0;  // unreduced multiples in the target
         for (int32_t r = h + 1; r < z.n; r++) {
-            const auto f = residue.negate(A.at(r, h - 1));
+            const auto f = ring.negate(A.at(r, h - 1));
             if (f == 0) continue;
-            if (++pending < z.limit) {
-                add_multiple(residue, target, A.column(r, first), z.n - first, f);
+            if (++delayed < z.limit) {
+                add_multiple(ring, target, A.column(r, first), z.n - first, f);
             } else {
-                add_multiple_reduced(residue, target, A.column(r, first), z.n - first, f);
-                pending = 0;
+                add_multiple_reduced(ring, target, A.column(r, first), z.n - first, f);
+                delayed = 0;
             }
         }
-        if (pending != 0) reduce_line(residue, target, z.n - first);
+        if (delayed != 0) reduce_line(ring, target, z.n - first);
     }
 }
 
@@ -102,18 +101,18 @@ void subtract_columns(const Z &z, int32_t h, int32_t first) {
 // all row operations may come first.
 template <class Z>
 void clear_column(const Z &z, int32_t start, int32_t j) {
-    const auto &residue = z.residue;
+    const auto &ring = z.ring;
     const auto &A = z.A;
     const int32_t h = j + 1;
     const auto entries = A.column(j, start);  // the negated m_r meanwhile
-    for (int32_t k = 0; k < z.n - start; k++) entries[k] = residue.negate(entries[k]);
+    for (int32_t k = 0; k < z.n - start; k++) entries[k] = ring.negate(entries[k]);
     A.at(h, j) = 0;
-    const Pending at_once = {nullptr, 0};
-    update_rows(residue, A, at_once, h, j, start, z.n, z.n);
+    const DelayedReductions at_once = {nullptr, 0};
+    update_rows(ring, A, at_once, h, j, start, z.n, z.n);
     subtract_columns(z, h, start);
     // The columns r = start..j are a single 1 in row r+1.
     for (int32_t r = start; r <= j; r++) {
-        A.at(r + 1, h) = residue.reduce(A.at(r + 1, h) + residue.negate(A.at(r, j)));
+        A.at(r + 1, h) = ring.reduce(A.at(r + 1, h) + ring.negate(A.at(r, j)));
     }
     for (int32_t k = 0; k < z.n - start; k++) entries[k] = 0;
     A.at(h, j) = 1;
@@ -128,9 +127,9 @@ ZigZagStatus make_chain(const Z &z, int32_t start, int32_t *end) {
             *end = j;
             return zigzag_done;
         }
-        const auto pivot = z.residue.reduce(z.A.at(i, j));
+        const auto pivot = z.ring.reduce(z.A.at(i, j));
         auto inverse = pivot;
-        if (!z.residue.invert(pivot, &inverse)) return zigzag_no_inverse;
+        if (!z.ring.invert(pivot, &inverse)) return zigzag_no_inverse;
         exchange(z, i, j + 1, j, start);
         scale(z, j + 1, j, inverse, start, pivot);
         clear_column(z, start, j);
@@ -143,10 +142,10 @@ void clear_rows(const Z &z, int32_t start, int32_t end) {
     const int32_t right = end + 1;
     for (int32_t r = end; r > start; r--) {
         for (int32_t c = right; c < z.n; c++) {
-            const auto t = z.residue.reduce(z.A.at(r, c));
+            const auto t = z.ring.reduce(z.A.at(r, c));
             if (t == 0) continue;
             z.A.at(r, c) = 0;
-            add_multiple_reduced(z.residue, z.A.row(r - 1, right), z.A.row(c, right), z.n - right, t);
+            add_multiple_reduced(z.ring, z.A.row(r - 1, right), z.A.row(c, right), z.n - right, t);
         }
     }
 }
@@ -154,24 +153,24 @@ void clear_rows(const Z &z, int32_t start, int32_t end) {
 // Makes the rest of the first row a single 1 next to the block, unless it is zero.
 template <class Z>
 ZigZagStatus couple(const Z &z, int32_t start, int32_t end) {
-    const auto &residue = z.residue;
+    const auto &ring = z.ring;
     const auto &A = z.A;
     const int32_t h = end + 1;
     const int32_t c = find_nonzero(transposed(z), start, h);
     if (c >= z.n) return zigzag_done;
-    const auto v = residue.reduce(A.at(start, c));
+    const auto v = ring.reduce(A.at(start, c));
     A.at(start, c) = A.at(start, h);
     A.at(start, h) = 1;
     auto inverse = v;
-    if (!residue.invert(v, &inverse)) return zigzag_no_inverse;
+    if (!ring.invert(v, &inverse)) return zigzag_no_inverse;
     exchange(z, c, h, h, h);
     scale(z, h, h, v, h, inverse);
     for (int32_t k = h + 1; k < z.n; k++) {
-        const auto t = residue.reduce(A.at(start, k));
+        const auto t = ring.reduce(A.at(start, k));
         if (t == 0) continue;
         A.at(start, k) = 0;
-        add_multiple_reduced(residue, A.row(h, h), A.row(k, h), z.n - h, t);
-        add_multiple_reduced(residue, A.column(k, h), A.column(h, h), z.n - h, residue.negate(t));
+        add_multiple_reduced(ring, A.row(h, h), A.row(k, h), z.n - h, t);
+        add_multiple_reduced(ring, A.column(k, h), A.column(h, h), z.n - h, ring.negate(t));
     }
     return zigzag_done;
 }
@@ -184,9 +183,9 @@ ZigZagStatus make_block(const Z &z, int32_t start, int32_t *end) {
     return couple(z, start, *end);
 }
 
-template <class Residue, class M>
-ZigZagStatus make_zigzag(const ZigZag<Residue, M> &Z) {
-    canonicalize(Z.residue, Z.A, Z.n, Z.n);
+template <class Ring, class M>
+ZigZagStatus make_zigzag(const ZigZag<Ring, M> &Z) {
+    canonicalize(Z.ring, Z.A, Z.n, Z.n);
     for (int32_t start = 0; start < Z.n - 1;) {
         int32_t end;
         ZigZagStatus status = make_block(Z, start, &end);

@@ -17,14 +17,14 @@ namespace modla {
 constexpr int32_t conversion_chunk = 64;
 
 // Signed words: counted from the most negative one they are unsigned.  Counts are multiples of 4.
-inline void reduce_words(const Word &residue, const int32_t *from, uint32_t *to, int32_t count) {
+inline void reduce_words(const WordRing &ring, const int32_t *from, uint32_t *to, int32_t count) {
     const auto all = [](uint32_t x) { return _mm_set1_epi32(static_cast<int32_t>(x)); };
-    const __m128i lowest = all(uint32_t{1} << 31), p = all(residue.p), reciprocal = all(residue.reciprocal);
-    const __m128i largest = all(residue.p - 1), shift = all(residue.reduce(uint32_t{1} << 31));
+    const __m128i lowest = all(uint32_t{1} << 31), p = all(ring.p), reciprocal = all(ring.reciprocal);
+    const __m128i largest = all(ring.p - 1), shift = all(ring.reduce(uint32_t{1} << 31));
     const __m128i low_halves = _mm_set_epi32(0, -1, 0, -1);
     for (int32_t k = 0; k < count; k += 4) {
         const __m128i t = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(from + k)), lowest);
-        // As Word::reduce, for even and odd places.
+        // As WordRing::reduce, for even and odd places.
         const __m128i even = _mm_srli_epi64(_mm_mul_epu32(t, reciprocal), 32);
         const __m128i odd = _mm_srli_epi64(_mm_mul_epu32(_mm_srli_epi64(t, 32), reciprocal), 32);
         const __m128i multiple =
@@ -62,8 +62,8 @@ inline void store_pair(uint32_t *to, __m128d pair) {
     _mm_storel_epi64(reinterpret_cast<__m128i *>(to), _mm_cvttpd_epi32(pair));
 }
 
-inline void reduce_words(const Float &residue, const int32_t *from, StoredDouble *to, int32_t count) {
-    const PairReducer reduce = pair_reducer(residue.p);
+inline void reduce_words(const FloatRing &ring, const int32_t *from, StoredDouble *to, int32_t count) {
+    const PairReducer reduce = pair_reducer(ring.p);
     for (int32_t k = 0; k < count; k += 2) {
         const __m128i pair = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(from + k));
         store_pair(to + k, reduce(_mm_cvtepi32_pd(pair)));
@@ -132,7 +132,7 @@ void reduce_any_doubles(double p, const StoredDouble *from, Entry *to, int32_t c
             select(_mm_cmplt_pd(magnitude, large), floor(_mm_add_pd(magnitude, half), large), magnitude);
         const __m128d t = select(small, _mm_andnot_pd(sign, upward), away);
         const __m128d negative = _mm_cmplt_pd(select(small, upward, x), zero);
-        // As Float::reduce.
+        // As FloatRing::reduce.
         const __m128d q = _mm_sub_pd(floor(_mm_mul_pd(t, pinv), large), one);
         const __m128d lifted = _mm_sub_pd(t, _mm_mul_pd(q, modulus));
         const __m128d r = _mm_sub_pd(lifted, _mm_and_pd(_mm_cmpge_pd(lifted, modulus), modulus));
@@ -142,24 +142,23 @@ void reduce_any_doubles(double p, const StoredDouble *from, Entry *to, int32_t c
 }
 
 // Converts a chunk of a line; *whole tells whether all before it were integers below 2^50, which are tried first.
-template <class Residue>
-void reduce_chunk(const Residue &residue, const int32_t *from, typename Residue::Entry *to, int32_t count, bool *) {
-    reduce_words(residue, from, to, count);
+template <class Ring>
+void reduce_chunk(const Ring &ring, const int32_t *from, typename Ring::Entry *to, int32_t count, bool *) {
+    reduce_words(ring, from, to, count);
 }
-template <class Residue>
-void reduce_chunk(const Residue &residue, const StoredDouble *from, typename Residue::Entry *to, int32_t count,
-                  bool *whole) {
-    const double p = static_cast<double>(residue.p);
+template <class Ring>
+void reduce_chunk(const Ring &ring, const StoredDouble *from, typename Ring::Entry *to, int32_t count, bool *whole) {
+    const double p = static_cast<double>(ring.p);
     *whole = *whole && reduce_whole_doubles(p, from, to, count);
     if (!*whole) reduce_any_doubles(p, from, to, count);
 }
 
 // from[0], from[from_step], ... as residues at to[0], to[to_step], ..., which may be the same places.
-template <class Residue, class From>
-void convert_line(const Residue &residue, const From *from, ptrdiff_t from_step, typename Residue::Entry *to,
-                  ptrdiff_t to_step, int32_t count) {
+template <class Ring, class From>
+void convert_line(const Ring &ring, const From *from, ptrdiff_t from_step, typename Ring::Entry *to, ptrdiff_t to_step,
+                  int32_t count) {
     alignas(16) From copied[conversion_chunk];
-    alignas(16) typename Residue::Entry target[conversion_chunk];
+    alignas(16) typename Ring::Entry target[conversion_chunk];
     bool whole = true;
     const bool in_place = static_cast<const void *>(from) == to;
     for (int32_t done = 0; done < count; done += conversion_chunk) {
@@ -173,30 +172,30 @@ void convert_line(const Residue &residue, const From *from, ptrdiff_t from_step,
             source = copied;
         }
         if (to_step == 1 && full) {
-            reduce_chunk(residue, source, to + done, padded, &whole);
+            reduce_chunk(ring, source, to + done, padded, &whole);
         } else {
-            reduce_chunk(residue, source, target, padded, &whole);
+            reduce_chunk(ring, source, target, padded, &whole);
             for (int32_t k = 0; k < n; k++) to[(done + k) * to_step] = target[k];
         }
     }
 }
 
 // The same for blocks, which may be one and the same but must not overlap otherwise.
-template <class Residue, class From>
-void convert_entries(const Residue &residue, const Shape &shape, const From *from, Steps from_steps,
-                     typename Residue::Entry *to, Steps to_steps) {
-    using Entry = typename Residue::Entry;
+template <class Ring, class From>
+void convert_entries(const Ring &ring, const Shape &shape, const From *from, Steps from_steps, typename Ring::Entry *to,
+                     Steps to_steps) {
+    using Entry = typename Ring::Entry;
     if constexpr (sizeof(From) == sizeof(Entry)) {
         // Entries of one size are moved in tiles first and converted where they then are.
         if (is_transposing(from_steps, to_steps) || is_transposing(to_steps, from_steps)) {
             copy_entries(shape, reinterpret_cast<const Entry *>(from), from_steps, to, to_steps);
-            return convert_entries(residue, shape, reinterpret_cast<const From *>(to), to_steps, to, to_steps);
+            return convert_entries(ring, shape, reinterpret_cast<const From *>(to), to_steps, to, to_steps);
         }
     }
     walk<2>(shape, {from_steps, to_steps}, false,
             [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 const ptrdiff_t from_step = unit ? 1 : inner[0], to_step = unit ? 1 : inner[1];
-                convert_line(residue, from + offsets[0], from_step, to + offsets[1], to_step, count);
+                convert_line(ring, from + offsets[0], from_step, to + offsets[1], to_step, count);
             });
 }
 

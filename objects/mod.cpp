@@ -107,10 +107,10 @@ bool check_evaluations(const HostApi *api, const ModRequest &request) {
 }
 
 // Names and power tables in work memory; null ones without an evaluation list.
-template <class Residue>
-bool open_evaluation(const ModRequest &request, Evaluation<Residue> *evaluation) {
+template <class Ring>
+bool open_evaluation(const ModRequest &request, Evaluation<Ring> *evaluation) {
     if (!request.evaluations) return true;
-    using Entry = typename Residue::Entry;
+    using Entry = typename Ring::Entry;
     const HostApi *const api = evaluation->api;
     const Elements equations = equations_of(request.evaluations);
     const uint64_t entries = uint64_t{equations.count} * power_table_length;
@@ -120,20 +120,20 @@ bool open_evaluation(const ModRequest &request, Evaluation<Residue> *evaluation)
     Entry *const tables = allocate<Entry>(api, entries);
     evaluation->tables = tables;
     if (!tables) return false;
-    for (uint64_t k = 0; k < entries; k++) tables[k] = Residue::no_inverse;
+    for (uint64_t k = 0; k < entries; k++) tables[k] = Ring::no_inverse;
     for (uint32_t i = 0; i < equations.count; i++) {
         const HostObject equation = equations.items[i];
         if (!check_equation(api, request, equation)) return false;
         names[i] = object_words(equation)[1];
         tables[uint64_t{i} * power_table_length] =
-            static_cast<typename Residue::Value>(integer_value(object_words(equation)[2]));
+            static_cast<typename Ring::Value>(integer_value(object_words(equation)[2]));
     }
     evaluation->count = static_cast<int32_t>(equations.count);
     return true;
 }
 
-template <class Residue>
-void close_evaluation(const Evaluation<Residue> &evaluation) {
+template <class Ring>
+void close_evaluation(const Evaluation<Ring> &evaluation) {
     if (evaluation.tables) evaluation.api->Free(evaluation.tables);
     if (evaluation.names) evaluation.api->Free(const_cast<HostObject *>(evaluation.names));
 }
@@ -263,23 +263,23 @@ bool check_doubles(const HostApi *api, const ModRequest &request) {
     });
 }
 
-template <class Residue>
-void convert_block(const Residue &residue, const Block &from, const Block &to) {
+template <class Ring>
+void convert_block(const Ring &ring, const Block &from, const Block &to) {
     const Shape shape = {to.rows, to.columns};
-    auto *const target = static_cast<typename Residue::Entry *>(to.data);
+    auto *const target = static_cast<typename Ring::Entry *>(to.data);
     if (from.datatype == MODLA_FLOAT8) {
         const auto *const source = static_cast<const StoredDouble *>(from.data);
-        convert_entries(residue, shape, source, steps_of(from), target, steps_of(to));
+        convert_entries(ring, shape, source, steps_of(from), target, steps_of(to));
     } else {
         const auto *const source = static_cast<const int32_t *>(from.data);
-        convert_entries(residue, shape, source, steps_of(from), target, steps_of(to));
+        convert_entries(ring, shape, source, steps_of(from), target, steps_of(to));
     }
 }
 
-template <class Residue>
-bool reduce_native(const HostApi *api, const ModRequest &request, const Residue &residue) {
+template <class Ring>
+bool reduce_native(const HostApi *api, const ModRequest &request, const Ring &ring) {
     return for_blocks(api, request, [&](const Block &from, const Block &to) {
-        with_standard_mode([&] { convert_block(residue, from, to); });
+        with_standard_mode([&] { convert_block(ring, from, to); });
         return true;
     });
 }
@@ -332,18 +332,18 @@ bool for_values(const HostApi *api, const ModRequest &request, Body body) {
     return true;
 }
 
-template <class Residue>
-bool evaluate_values(const ModRequest &request, Evaluation<Residue> &evaluation) {
-    using Entry = typename Residue::Entry;
+template <class Ring>
+bool evaluate_values(const ModRequest &request, Evaluation<Ring> &evaluation) {
+    using Entry = typename Ring::Entry;
     const auto evaluate_line = [&](const HostObject *items, ptrdiff_t step, int32_t count, Entry *target,
                                    ptrdiff_t target_step) {
         return with_standard_mode_around([&](FpMode &host_mode) {
             evaluation.host_mode = &host_mode;
             for (int32_t k = 0; k < count; k++) {
-                typename Residue::Value value;
+                typename Ring::Value value;
                 if (!evaluate(evaluation, items[k * step], &value)) return false;
                 // A negative multiple of p that stands alone comes back as p.
-                target[k * target_step] = value == evaluation.residue.p ? 0 : value;
+                target[k * target_step] = value == evaluation.ring.p ? 0 : value;
             }
             return true;
         });
@@ -429,14 +429,14 @@ bool write_output(const HostApi *api, ModRequest *request, ReduceNative reduce, 
     return written;
 }
 
-template <class Residue>
-bool write_residues(const HostApi *api, ModRequest *request, const Residue &residue) {
-    Evaluation<Residue> evaluation = {api, residue, nullptr, nullptr, 0};
-    DigitWeights weights = with_standard_mode([&] { return make_digit_weights(static_cast<double>(residue.p)); });
+template <class Ring>
+bool write_residues(const HostApi *api, ModRequest *request, const Ring &ring) {
+    Evaluation<Ring> evaluation = {api, ring, nullptr, nullptr, 0};
+    DigitWeights weights = with_standard_mode([&] { return make_digit_weights(static_cast<double>(ring.p)); });
     evaluation.weights = &weights;
     const bool written = open_evaluation(*request, &evaluation) && open_output(api, request) &&
                          write_output(
-                             api, request, [&] { return reduce_native(api, *request, residue); },
+                             api, request, [&] { return reduce_native(api, *request, ring); },
                              [&] { return evaluate_values(*request, evaluation); });
     close_evaluation(evaluation);
     return written;
@@ -480,11 +480,11 @@ bool run_mod(const HostApi *api, ModRequest *request) {
     if (!check_evaluations(api, *request)) return false;
     switch (request->datatype) {
         case MODLA_INTEGER4:
-            return write_residues(api, request, make_word(static_cast<uint32_t>(request->modulus.word)));
+            return write_residues(api, request, word_ring(static_cast<uint32_t>(request->modulus.word)));
         case MODLA_FLOAT8: {
             const double p = request->modulus.real;
             const double pinv = with_standard_mode([&] { return pinv_of(p); });
-            return write_residues(api, request, Float{p, pinv});
+            return write_residues(api, request, FloatRing{p, pinv});
         }
         default:
             return write_integers(api, request);

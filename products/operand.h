@@ -1,6 +1,7 @@
 // Factors and results of products: matrices with a step from row to row and one from column to column.
 #pragma once
 
+#include "blocks/operand.h"
 #include "blocks/transpose.h"
 #include "host/object.h"
 #include "host/subspec.h"
@@ -8,17 +9,6 @@
 #include "residue/ring.h"
 
 namespace modla {
-
-template <class EntryType>
-struct Operand {
-    using Entry = EntryType;
-    Entry *data;
-    Steps steps;
-
-    Entry &at(int32_t i, int32_t j) const { return data[i * steps.row + j * steps.column]; }
-    Operand from(int32_t i, int32_t j) const { return {&at(i, j), steps}; }
-    Operand transposed() const { return {data, {steps.column, steps.row}}; }
-};
 
 template <class Entry>
 Operand<Entry> operand_of(const Block &block) {

@@ -1,13 +1,13 @@
-// The two residue representations that every kernel is written over.
+// The two rings Z/p that every kernel is written over.
 //
-// A residue record knows its modulus and offers, on values of type Value (stored as Entry):
+// A ring knows its modulus and offers, on values of type Value (stored as Entry):
 //   reduce(t)             t mod p, for any t that is a sum of products within the representation's limit
 //   is_canonical(t)       is a stored entry in 0..p-1?
 //   canonical(t)          t mod p for any stored entry, also one that no validated source would hold
 //   multiply(a, b)        a*b mod p
 //   multiply_add(a, b, c) (a*b + c) mod p, c may be unreduced
 //   negate(a)             -a mod p
-//   add_once(a, b)        a + b, less p when that is not below p
+//   add(a, b)             a + b, less p when that is not below p
 //   of_immediate(v)       v mod p for |v| < 2^30
 //   is_modulus(v)         v = p, for |v| < 2^30
 //   quotient(a, b)        floor(a / b), b != 0
@@ -22,11 +22,11 @@ namespace modla {
 
 // How many products of residues may be added to a residue before it must be reduced: floor((limit - p) / (p-1)^2),
 // capped; 1 for p < 2, which no host can pass.
-template <class Residue>
-int32_t pending_bound(uint32_t p) {
+template <class Ring>
+int32_t delay_bound(uint32_t p) {
     if (p < 2) return 1;
     const uint64_t square = static_cast<uint64_t>(p - 1) * (p - 1);
-    const uint64_t bound = (Residue::limit - p) / square;
+    const uint64_t bound = (Ring::limit - p) / square;
     return bound > 2147483646 ? 2147483646 : static_cast<int32_t>(bound);
 }
 
@@ -49,7 +49,7 @@ Unsigned euclid_inverse(Unsigned a, Unsigned p) {
 }
 
 // Unsigned 32-bit words, 2 <= p <= 65535.
-struct Word {
+struct WordRing {
     using Value = uint32_t;
     using Entry = uint32_t;
     static constexpr Value no_inverse = 65536;
@@ -69,7 +69,7 @@ struct Word {
     Value multiply(Value a, Value b) const { return reduce(a * b); }
     Value multiply_add(Value a, Value b, Value c) const { return reduce(a * b + c); }
     Value negate(Value a) const { return a ? p - a : 0; }
-    Value add_once(Value a, Value b) const { return a + b >= p ? a + b - p : a + b; }
+    Value add(Value a, Value b) const { return a + b >= p ? a + b - p : a + b; }
     bool is_modulus(int32_t v) const { return v >= 0 && static_cast<uint32_t>(v) == p; }
     Value of_immediate(int32_t v) const {
         const uint32_t u = static_cast<uint32_t>(v);
@@ -83,8 +83,8 @@ struct Word {
     }
 };
 
-inline Word make_word(uint32_t p) {
-    return {p, p > 1 ? static_cast<uint32_t>(Word::limit / p) : 0xffffffff};
+inline WordRing word_ring(uint32_t p) {
+    return {p, p > 1 ? static_cast<uint32_t>(WordRing::limit / p) : 0xffffffff};
 }
 
 // A double in storage that may be aligned to 4 bytes only.
@@ -118,7 +118,7 @@ inline double floor_double(double x) {
 }
 
 // Doubles holding integers, 2 <= p < 2^25.
-struct Float {
+struct FloatRing {
     using Value = double;
     using Entry = StoredDouble;
     static constexpr Value no_inverse = -1.0;
@@ -140,7 +140,7 @@ struct Float {
     Value multiply(Value a, Value b) const { return reduce(a * b); }
     Value multiply_add(Value a, Value b, Value c) const { return reduce(a * b + c); }
     Value negate(Value a) const { return a != 0 ? p - a : 0; }
-    Value add_once(Value a, Value b) const { return a + b - (a + b >= p ? p : 0.0); }
+    Value add(Value a, Value b) const { return a + b - (a + b >= p ? p : 0.0); }
     bool is_modulus(int32_t v) const { return v == p; }
     Value of_immediate(int32_t v) const { return v < 0 ? negate(reduce(-static_cast<Value>(v))) : reduce(v); }
     Value quotient(Value a, Value b) const {
@@ -170,6 +170,16 @@ inline uint32_t modulus_of(double p) {
 
 inline double pinv_of(double p) {
     return 1.0000000000000002 / p;
+}
+
+using Word = WordRing;
+using Float = FloatRing;
+inline WordRing make_word(uint32_t p) {
+    return word_ring(p);
+}
+template <class Ring>
+int32_t pending_bound(uint32_t p) {
+    return delay_bound<Ring>(p);
 }
 
 }  // namespace modla

@@ -432,7 +432,7 @@ TEST(FloatReduction, IsExactBelowTwoToThe53) {
     Random random(53);
     for (const uint32_t p : moduli_up_to(33554431, random)) {
         const Twin<double> twin(p);
-        const modla::Float residue = {twin.p, twin.pinv};
+        const modla::FloatRing residue = {twin.p, twin.pinv};
         uint64_t failing = 0;
         for_each_hard_sum(p, random, [&](uint64_t t) {
             const double r = residue.reduce(static_cast<double>(t));
@@ -462,7 +462,7 @@ TEST(FloatReduction, TestCatchesTheUncorrectedFormula) {
 TEST(WordReduction, IsExactBelowTwoToThe32) {
     Random random(32);
     for (uint32_t p = 2; p <= 65535; p++) {
-        const modla::Word residue = modla::make_word(p);
+        const modla::WordRing residue = modla::word_ring(p);
         const uint32_t last = 0xffffffffu / p * p;
         const uint32_t inner = static_cast<uint32_t>(1 + below(random, 0xffffffffu / p)) * p;
         for (const uint32_t t : {0u, 1u, p - 1, p, p + 1, inner - 1, inner, last - 1, last, 0xfffffffeu, 0xffffffffu}) {

@@ -12,29 +12,29 @@ namespace modla {
 
 // A host integer that is not immediate, by Horner's rule from the most significant digit.  A negative integer gives
 // p - r, so p itself for a multiple of p.
-template <class Residue>
-typename Residue::Value reduce_digits(const Residue &residue, HostObject integer) {
-    using Value = typename Residue::Value;
+template <class Ring>
+typename Ring::Value reduce_digits(const Ring &ring, HostObject integer) {
+    using Value = typename Ring::Value;
     const HostObject *words = object_words(integer);
     Value r = 0;
     for (uint32_t i = object_length(integer) - 1; i >= 1 && i < object_length(integer); i--) {
-        r = residue.multiply_add(r, Value(10000), Value(words[i]));
+        r = ring.multiply_add(r, Value(10000), Value(words[i]));
     }
-    return object_type(integer) == MODLA_TYPE_NEGATIVE_INTEGER ? residue.p - r : r;
+    return object_type(integer) == MODLA_TYPE_NEGATIVE_INTEGER ? ring.p - r : r;
 }
 
 // 10000^i mod p for many integers and one p: digits then need no reduction of their own, and their products with the
 // weights may be added up in any order.
 struct DigitWeights {
     static constexpr uint32_t chunk = 64;  // digits per sum, which stays below chunk * 10^4 * 2^25 < 2^53
-    Float residue;
+    FloatRing ring;
     uint32_t known;
     double weight[chunk + 1];
 };
 
 inline DigitWeights make_digit_weights(double p) {
     DigitWeights weights;
-    weights.residue = {p, pinv_of(p)};
+    weights.ring = {p, pinv_of(p)};
     weights.known = 1;
     weights.weight[0] = 1;
     return weights;
@@ -60,11 +60,11 @@ inline double sum_digits(const HostObject *digits, uint32_t count, const double 
 
 // reduce_digits by weights.
 inline double reduce_weighted_digits(DigitWeights &weights, HostObject integer) {
-    const Float &residue = weights.residue;
+    const FloatRing &ring = weights.ring;
     const uint32_t count = object_length(integer) - 1;
     const uint32_t needed = std::min(count, DigitWeights::chunk) + 1;
     for (; weights.known < needed; weights.known++) {
-        weights.weight[weights.known] = residue.multiply(weights.weight[weights.known - 1], 10000);
+        weights.weight[weights.known] = ring.multiply(weights.weight[weights.known - 1], 10000);
     }
     const HostObject *const digits = object_words(integer) + 1;
     uint32_t left = count;
@@ -73,9 +73,9 @@ inline double reduce_weighted_digits(DigitWeights &weights, HostObject integer) 
         const uint32_t length = (left - 1) % DigitWeights::chunk + 1;  // the top chunk may be shorter
         left -= length;
         const double sum = sum_digits(digits + left, length, weights.weight);
-        r = residue.reduce(r * weights.weight[DigitWeights::chunk * (r != 0)] + sum);
+        r = ring.reduce(r * weights.weight[DigitWeights::chunk * (r != 0)] + sum);
     }
-    return object_type(integer) == MODLA_TYPE_NEGATIVE_INTEGER ? residue.p - r : r;
+    return object_type(integer) == MODLA_TYPE_NEGATIVE_INTEGER ? ring.p - r : r;
 }
 
 }  // namespace modla

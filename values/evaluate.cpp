@@ -7,7 +7,7 @@ using namespace modla;
 
 uint32_t modeval_iw(const HostApi *api, uint32_t p, HostObject object, const HostObject *names, uint32_t *tables,
                     int32_t n) {
-    Evaluation<Word> evaluation = {api, make_word(p), names, tables, n};
+    Evaluation<WordRing> evaluation = {api, word_ring(p), names, tables, n};
     uint32_t value;
     if (evaluate(evaluation, object, &value)) return value;
     raise_failure(evaluation);
@@ -16,7 +16,7 @@ uint32_t modeval_iw(const HostApi *api, uint32_t p, HostObject object, const Hos
 
 double modeval_f(const HostApi *api, double p, uint32_t, HostObject object, const HostObject *names, double *tables,
                  int32_t n, double pinv) {
-    Evaluation<Float> evaluation = {api, {p, pinv}, names, reinterpret_cast<StoredDouble *>(tables), n};
+    Evaluation<FloatRing> evaluation = {api, {p, pinv}, names, reinterpret_cast<StoredDouble *>(tables), n};
     double value = 0;
     const bool evaluated = with_standard_mode_around([&](FpMode &host_mode) {
         evaluation.host_mode = &host_mode;

@@ -20,12 +20,12 @@ namespace modla {
 constexpr int32_t power_table_length = 32;
 
 // What an evaluation works with, and why it failed.
-template <class Residue>
+template <class Ring>
 struct Evaluation {
     const HostApi *api;
-    Residue residue;
-    const HostObject *names;          // left-hand sides: names, powers of names, the complex unit
-    typename Residue::Entry *tables;  // their power tables, end to end; entry 0 is the value
+    Ring ring;
+    const HostObject *names;       // left-hand sides: names, powers of names, the complex unit
+    typename Ring::Entry *tables;  // their power tables, end to end; entry 0 is the value
     int32_t count;
     FpMode *host_mode = nullptr;      // the caller's, when the arithmetic runs in the standard mode
     DigitWeights *weights = nullptr;  // for many integers, in the standard mode
@@ -34,47 +34,47 @@ struct Evaluation {
     HostObject culprit = 0;         // %1 of the message
 };
 
-template <class Residue>
-bool fail_evaluation(Evaluation<Residue> &evaluation, const char *message, HostObject culprit = 0) {
+template <class Ring>
+bool fail_evaluation(Evaluation<Ring> &evaluation, const char *message, HostObject culprit = 0) {
     evaluation.message = message;
     evaluation.culprit = culprit;
     return false;
 }
 
 // Raises the error that an evaluation failed with.
-template <class Residue>
-bool raise_failure(const Evaluation<Residue> &evaluation) {
+template <class Ring>
+bool raise_failure(const Evaluation<Ring> &evaluation) {
     if (evaluation.culprit) return fail(evaluation.api, evaluation.message, evaluation.culprit);
     return fail(evaluation.api, evaluation.message);
 }
 
-template <class Residue>
-bool evaluate(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value);
+template <class Ring>
+bool evaluate(Evaluation<Ring> &evaluation, HostObject object, typename Ring::Value *value);
 
-template <class Residue>
-typename Residue::Entry *table_of_unknown(const Evaluation<Residue> &evaluation, int32_t index) {
+template <class Ring>
+typename Ring::Entry *table_of_unknown(const Evaluation<Ring> &evaluation, int32_t index) {
     return evaluation.tables + static_cast<ptrdiff_t>(index) * power_table_length;
 }
 
 // A host integer that is not immediate; a negative multiple of p gives p.
-template <class Residue>
-typename Residue::Value evaluate_integer(const Evaluation<Residue> &evaluation, HostObject integer) {
-    using Value = typename Residue::Value;
+template <class Ring>
+typename Ring::Value evaluate_integer(const Evaluation<Ring> &evaluation, HostObject integer) {
+    using Value = typename Ring::Value;
     if constexpr (std::is_arithmetic_v<Value>) {
         // Through a signed integer, which is what the processor converts to.
         if (evaluation.weights) {
             return static_cast<Value>(static_cast<int32_t>(reduce_weighted_digits(*evaluation.weights, integer)));
         }
     }
-    return reduce_digits(evaluation.residue, integer);
+    return reduce_digits(evaluation.ring, integer);
 }
 
-template <class Residue>
-bool evaluate_rational(Evaluation<Residue> &evaluation, const HostObject *words, typename Residue::Value *value) {
-    typename Residue::Value denominator, inverse;
+template <class Ring>
+bool evaluate_rational(Evaluation<Ring> &evaluation, const HostObject *words, typename Ring::Value *value) {
+    typename Ring::Value denominator, inverse;
     if (!evaluate(evaluation, words[1], value) || !evaluate(evaluation, words[2], &denominator)) return false;
-    if (!evaluation.residue.invert(denominator, &inverse)) return fail_evaluation(evaluation, "division by zero");
-    *value = evaluation.residue.multiply(*value, inverse);
+    if (!evaluation.ring.invert(denominator, &inverse)) return fail_evaluation(evaluation, "division by zero");
+    *value = evaluation.ring.multiply(*value, inverse);
     return true;
 }
 
@@ -83,28 +83,27 @@ inline bool is_complex_unit(HostObject object) {
            object_words(object)[1] == immediate_integer(1);
 }
 
-template <class Residue>
-bool evaluate_complex(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+template <class Ring>
+bool evaluate_complex(Evaluation<Ring> &evaluation, HostObject object, typename Ring::Value *value) {
     int32_t unit = 0;
     while (unit < evaluation.count && !is_complex_unit(evaluation.names[unit])) unit++;
     if (unit == evaluation.count) return fail_evaluation(evaluation, "unable to evaluate to modp values");
     const uint32_t length = object_length(object);
     if (length != 2 && length != 3) return fail_evaluation(evaluation, "internal error");
-    typename Residue::Value real = 0, imaginary;
+    typename Ring::Value real = 0, imaginary;
     if (length == 3 && !evaluate(evaluation, object_words(object)[1], &real)) return false;
     if (!evaluate(evaluation, object_words(object)[length - 1], &imaginary)) return false;
-    *value = evaluation.residue.multiply_add(imaginary, table_of_unknown(evaluation, unit)[0], real);
+    *value = evaluation.ring.multiply_add(imaginary, table_of_unknown(evaluation, unit)[0], real);
     return true;
 }
 
 // base^exponent, a factor of a product.
-template <class Residue>
-bool evaluate_factor(Evaluation<Residue> &evaluation, HostObject base, HostObject exponent,
-                     typename Residue::Value *value) {
-    const Residue &residue = evaluation.residue;
+template <class Ring>
+bool evaluate_factor(Evaluation<Ring> &evaluation, HostObject base, HostObject exponent, typename Ring::Value *value) {
+    const Ring &ring = evaluation.ring;
     if (is_immediate(base)) {
         if (exponent != immediate_integer(1)) return fail_evaluation(evaluation, "internal error 2");
-        *value = residue.of_immediate(integer_value(base));
+        *value = ring.of_immediate(integer_value(base));
         return true;
     }
     if (!is_immediate(exponent)) return fail_evaluation(evaluation, "exponent too large");
@@ -118,38 +117,38 @@ bool evaluate_factor(Evaluation<Residue> &evaluation, HostObject base, HostObjec
     }
     const int32_t listed = index_of_unknown(base, immediate_integer(1), evaluation.names, evaluation.count);
     if (listed >= 0) {
-        *value = power_from_table(residue, table_of_unknown(evaluation, listed), e);
+        *value = power_from_table(ring, table_of_unknown(evaluation, listed), e);
     } else {
         if (!evaluate(evaluation, base, value)) return false;
-        *value = power(residue, *value, e);
+        *value = power(ring, *value, e);
     }
-    return *value != Residue::no_inverse || fail_evaluation(evaluation, "division by zero");
+    return *value != Ring::no_inverse || fail_evaluation(evaluation, "division by zero");
 }
 
-template <class Residue>
-bool evaluate_product(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+template <class Ring>
+bool evaluate_product(Evaluation<Ring> &evaluation, HostObject object, typename Ring::Value *value) {
     const HostObject *const words = object_words(object);
     const uint32_t pairs = (object_length(object) - 1) / 2;
     *value = 1;
     for (uint32_t k = 0; k < pairs; k++) {
-        typename Residue::Value factor;
+        typename Ring::Value factor;
         if (!evaluate_factor(evaluation, words[1 + 2 * k], words[2 + 2 * k], &factor)) return false;
-        *value = evaluation.residue.multiply(*value, factor);
+        *value = evaluation.ring.multiply(*value, factor);
     }
     return true;
 }
 
-template <class Residue>
-bool evaluate_sum(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
-    const Residue &residue = evaluation.residue;
+template <class Ring>
+bool evaluate_sum(Evaluation<Ring> &evaluation, HostObject object, typename Ring::Value *value) {
+    const Ring &ring = evaluation.ring;
     const HostObject *const words = object_words(object);
     const uint32_t pairs = (object_length(object) - 1) / 2;
     *value = 0;
     for (uint32_t k = 0; k < pairs; k++) {
         const HostObject coefficient = words[2 + 2 * k];
-        typename Residue::Value c = 1, term;
+        typename Ring::Value c = 1, term;
         if (is_immediate(coefficient)) {
-            c = residue.of_immediate(integer_value(coefficient));
+            c = ring.of_immediate(integer_value(coefficient));
         } else {
             const auto is_integer = [&] { return evaluation.api->IsInteger(coefficient); };
             if (!(evaluation.host_mode ? in_host_mode(*evaluation.host_mode, is_integer) : is_integer())) {
@@ -158,35 +157,35 @@ bool evaluate_sum(Evaluation<Residue> &evaluation, HostObject object, typename R
             c = evaluate_integer(evaluation, coefficient);
         }
         if (!evaluate(evaluation, words[1 + 2 * k], &term)) return false;
-        if (coefficient != immediate_integer(1)) term = residue.multiply(term, c);
-        *value = residue.add_once(*value, term);
+        if (coefficient != immediate_integer(1)) term = ring.multiply(term, c);
+        *value = ring.add(*value, term);
     }
     return true;
 }
 
-template <class Residue>
-bool evaluate_modp1(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+template <class Ring>
+bool evaluate_modp1(Evaluation<Ring> &evaluation, HostObject object, typename Ring::Value *value) {
     const HostObject variable = object_words(object)[1], modulus = object_words(object)[2];
     if (has_type(variable, MODLA_TYPE_SEQUENCE) && object_length(variable) == 3) {
         return fail_evaluation(evaluation, "unable to mod input containing modp2 polynomials");
     }
-    if (!is_immediate(modulus) || !evaluation.residue.is_modulus(integer_value(modulus))) {
+    if (!is_immediate(modulus) || !evaluation.ring.is_modulus(integer_value(modulus))) {
         return fail_evaluation(evaluation, "modp1 polynomial modulus must be the same as the modp modulus");
     }
     const int32_t listed = index_of_unknown(variable, immediate_integer(1), evaluation.names, evaluation.count);
     if (listed < 0) {
         return fail_evaluation(evaluation, "unable to mod input, cannot evaluate %1 to an integer", variable);
     }
-    *value = evaluate_polynomial(evaluation.residue, object, table_of_unknown(evaluation, listed));
-    return *value != Residue::no_inverse || fail_evaluation(evaluation, "internal error");
+    *value = evaluate_polynomial(evaluation.ring, object, table_of_unknown(evaluation, listed));
+    return *value != Ring::no_inverse || fail_evaluation(evaluation, "internal error");
 }
 
 // The residue of an expression, or p for a negative multiple of p that stands alone; false, with the message noted,
 // when there is none.
-template <class Residue>
-bool evaluate(Evaluation<Residue> &evaluation, HostObject object, typename Residue::Value *value) {
+template <class Ring>
+bool evaluate(Evaluation<Ring> &evaluation, HostObject object, typename Ring::Value *value) {
     if (is_immediate(object)) {
-        *value = evaluation.residue.of_immediate(integer_value(object));
+        *value = evaluation.ring.of_immediate(integer_value(object));
         return true;
     }
     const int32_t listed = index_of_unknown(object, immediate_integer(1), evaluation.names, evaluation.count);

@@ -26,11 +26,11 @@ HostObject build_integer(const HostApi *api, bool negative, uint64_t magnitude) 
 }  // namespace
 
 uint32_t modtolvexint_iw(HostObject integer, uint32_t p) {
-    return reduce_digits(make_word(p), integer);
+    return reduce_digits(word_ring(p), integer);
 }
 
 double modtolvexint_f(HostObject integer, double p, uint32_t, double pinv) {
-    return with_standard_mode([&] { return reduce_digits(Float{p, pinv}, integer); });
+    return with_standard_mode([&] { return reduce_digits(FloatRing{p, pinv}, integer); });
 }
 
 HostObject M_INTtoTolvexInt(const HostApi *api, int32_t value) {

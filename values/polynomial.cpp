@@ -7,11 +7,11 @@
 using namespace modla;
 
 uint32_t modzppolyeval_iw(HostObject poly, uint32_t *table, uint32_t p) {
-    return evaluate_polynomial(make_word(p), poly, table);
+    return evaluate_polynomial(word_ring(p), poly, table);
 }
 
 double modzppolyeval_f(HostObject poly, double *table, double p, double pinv) {
     return with_standard_mode([&] {
-        return evaluate_polynomial(Float{p, pinv}, poly, reinterpret_cast<StoredDouble *>(table));
+        return evaluate_polynomial(FloatRing{p, pinv}, poly, reinterpret_cast<StoredDouble *>(table));
     });
 }

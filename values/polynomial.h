@@ -8,9 +8,9 @@ namespace modla {
 
 // c_0 + c_1 x + ... + c_d x^d.  Powers up to x^16 are taken from and added to the table of x; beyond, a sparse tail
 // uses the table's squarings and a dense one a running power.
-template <class Residue>
-typename Residue::Value evaluate_polynomial(const Residue &residue, HostObject poly, typename Residue::Entry *table) {
-    using Value = typename Residue::Value;
+template <class Ring>
+typename Ring::Value evaluate_polynomial(const Ring &ring, HostObject poly, typename Ring::Entry *table) {
+    using Value = typename Ring::Value;
     const HostObject *words = object_words(poly);
     const int32_t degree = static_cast<int32_t>(object_length(poly)) - 4;
     if (degree < 0) return 0;
@@ -21,14 +21,14 @@ typename Residue::Value evaluate_polynomial(const Residue &residue, HostObject p
     };
     const auto add_term = [&](Value sum, int32_t i, auto power_of_x) {
         const Value c = coefficient(i);
-        return c != 0 ? residue.multiply_add(c, power_of_x(), sum) : sum;
+        return c != 0 ? ring.multiply_add(c, power_of_x(), sum) : sum;
     };
 
     const Value x = table[0];
     Value sum = coefficient(0);
     if (degree > 0) sum = add_term(sum, 1, [&] { return x; });
     for (int32_t i = 2; i <= degree && i <= 16; i++) {
-        if (table[i - 1] == Residue::no_inverse) table[i - 1] = residue.multiply(table[i - 2], x);
+        if (table[i - 1] == Ring::no_inverse) table[i - 1] = ring.multiply(table[i - 2], x);
         sum = add_term(sum, i, [&] { return Value(table[i - 1]); });
     }
     if (degree < 17) return sum;
@@ -41,8 +41,8 @@ typename Residue::Value evaluate_polynomial(const Residue &residue, HostObject p
     const bool sparse = count <= (degree - 16) / 4;
     Value running = table[15];
     for (int32_t i = 17; i <= degree; i++) {
-        if (!sparse) running = residue.multiply(running, x);
-        sum = add_term(sum, i, [&] { return sparse ? power_from_table(residue, table, i) : running; });
+        if (!sparse) running = ring.multiply(running, x);
+        sum = add_term(sum, i, [&] { return sparse ? power_from_table(ring, table, i) : running; });
     }
     return sum;
 }

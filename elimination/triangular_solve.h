@@ -14,9 +14,9 @@ namespace modla {
 
 enum SolveStatus : uint32_t { solve_done = 0, solve_no_inverse = 1, solve_singular = 2 };
 
-template <class Residue, class TriangleMatrix, class RightHandSides>
-struct Substitution {
-    Residue residue;
+template <class Ring, class TriangleMatrix, class RightHandSides>
+struct TriangularSolve {
+    Ring ring;
     TriangleMatrix T;
     int32_t n;
     RightHandSides B;
@@ -36,11 +36,11 @@ struct Substitution {
 template <class S>
 SolveStatus divide_row(const S &system, int32_t i) {
     if (system.unit_diagonal) return solve_done;
-    auto d = system.residue.canonical(system.T.at(i, i));
+    auto d = system.ring.canonical(system.T.at(i, i));
     if (d == 0) return solve_singular;
     if (d == 1) return solve_done;
-    if (!system.residue.invert(d, &d)) return solve_no_inverse;
-    scale_line(system.residue, system.B.row(i, 0), system.columns, d);
+    if (!system.ring.invert(d, &d)) return solve_no_inverse;
+    scale_line(system.ring, system.B.row(i, 0), system.columns, d);
     return solve_done;
 }
 
@@ -48,30 +48,30 @@ SolveStatus divide_row(const S &system, int32_t i) {
 // unreduced.  False when they were reduced all the same.
 template <class S>
 bool subtract_row(const S &system, int32_t j, bool postpone) {
-    const auto &residue = system.residue;
+    const auto &ring = system.ring;
     const int32_t first = system.first_after(j), count = system.end_after(j) - first;
     const auto factors = system.T.column(j, first);
-    postpone = postpone && is_canonical_line(residue, factors, count);
+    postpone = postpone && is_canonical_line(ring, factors, count);
     if constexpr (decltype(system.T)::c_order) {
         for (int32_t k = 0; k < count; k++) {
-            const auto f = residue.negate(residue.canonical(factors[k]));
+            const auto f = ring.negate(ring.canonical(factors[k]));
             const auto target = system.B.row(first + k, 0), source = system.B.row(j, 0);
             if (!postpone) {
-                add_multiple_reduced(residue, target, source, system.columns, f);
+                add_multiple_reduced(ring, target, source, system.columns, f);
             } else if (f != 0) {
-                add_multiple(residue, target, source, system.columns, f);
+                add_multiple(ring, target, source, system.columns, f);
             }
         }
     } else {
         for (int32_t c = 0; c < system.columns; c++) {
-            const auto f = residue.negate(system.B.at(j, c));
+            const auto f = ring.negate(system.B.at(j, c));
             const auto target = system.B.column(c, first);
             if (postpone) {
-                if (f != 0) add_multiple(residue, target, factors, count, f);
+                if (f != 0) add_multiple(ring, target, factors, count, f);
                 continue;
             }
             for (int32_t k = 0; k < count; k++) {
-                target[k] = residue.multiply_add(f, residue.canonical(factors[k]), target[k]);
+                target[k] = ring.multiply_add(f, ring.canonical(factors[k]), target[k]);
             }
         }
     }
@@ -80,9 +80,9 @@ bool subtract_row(const S &system, int32_t j, bool postpone) {
 
 template <class S>
 SolveStatus solve_by_updates(const S &system) {
-    int32_t pending = 0;  // unreduced products in the rows still to be solved
+    int32_t delayed = 0;  // unreduced products in the rows still to be solved
     const auto reduce_row = [&](int32_t i) {
-        if (pending != 0) reduce_line(system.residue, system.B.row(i, 0), system.columns);
+        if (delayed != 0) reduce_line(system.ring, system.B.row(i, 0), system.columns);
     };
     for (int32_t s = 0; s < system.n; s++) {
         const int32_t j = system.row(s);
@@ -92,23 +92,23 @@ SolveStatus solve_by_updates(const S &system) {
             for (int32_t i = system.first_after(j); i < system.end_after(j); i++) reduce_row(i);
             return status;
         }
-        const bool postpone = ++pending < system.limit;
-        if (!subtract_row(system, j, postpone)) pending = 0;
+        const bool postpone = ++delayed < system.limit;
+        if (!subtract_row(system, j, postpone)) delayed = 0;
     }
     return solve_done;
 }
 
 template <class S>
 SolveStatus solve_by_dots(const S &system) {
-    const auto &residue = system.residue;
+    const auto &ring = system.ring;
     for (int32_t s = 0; s < system.n; s++) {
         const int32_t i = system.row(s), first = system.first_before(i);
-        auto b = residue.canonical(system.B.at(i, 0));
+        auto b = ring.canonical(system.B.at(i, 0));
         for (int32_t done = 0; done < s;) {
             const int32_t count = std::min(s - done, std::max(system.limit, 1));
             const auto factors = system.T.row(i, first + done);
             const auto unknowns = system.B.column(0, first + done);
-            b = residue.reduce(b + residue.negate(dot_line(residue, factors, unknowns, count)));
+            b = ring.reduce(b + ring.negate(dot_line(ring, factors, unknowns, count)));
             done += count;
         }
         system.B.at(i, 0) = b;
@@ -119,8 +119,8 @@ SolveStatus solve_by_dots(const S &system) {
 }
 
 template <class S>
-SolveStatus solve(const S &system) {
-    canonicalize(system.residue, system.B, system.n, system.columns);
+SolveStatus triangular_solve(const S &system) {
+    canonicalize(system.ring, system.B, system.n, system.columns);
     if constexpr (decltype(system.T)::c_order) {
         if (system.columns == 1) return solve_by_dots(system);
     }

@@ -1,0 +1,258 @@
+// Row echelon and reduced row echelon forms modulo p: one text for all residues, both orders and both reduction
+// schedules.
+//
+// Gauss-Jordan elimination by columns, with the first invertible entry as pivot.  A column without an invertible entry
+// (composite p) is thinned by Euclidean row steps until one arises or a single nonzero is left.  Row updates stay
+// unreduced as long as the bound allows (Dumas, Giorgi and Pernet, 2008, on delayed reductions).
+#pragma once
+
+#include <cstdint>
+
+#include "elimination/row_update.h"
+
+namespace modla {
+
+enum EchelonStatus : uint32_t {
+    echelon_done = 0,
+    echelon_no_inverse = 1,
+    echelon_singular = 2,
+    echelon_bad_request = 3,
+    echelon_no_nullspace = 4,
+};
+
+enum EchelonMode : int32_t { echelon_form = 0, reduced_echelon_form = 1, reduced_echelon_form_keeping_nonunits = 2 };
+
+template <class Ring, class M>
+struct RowReduction {
+    using Entry = typename Ring::Entry;
+
+    Ring ring;
+    M A;
+    int32_t nrows, ncols, nred;
+    Entry *det, *pivprod;  // each output may be null
+    int32_t *rank, *pivsig, *extra, *pivcols;
+    int32_t mode;
+    bool detonly;
+    DelayedReductions delayed;
+};
+
+// What a scan of column c from row r down found.
+template <class Ring>
+struct ColumnScan {
+    int32_t pivot;                 // the first row with an invertible entry, or -1
+    typename Ring::Value inverse;  // of that entry
+    int32_t nonunits;              // nonzero entries without an inverse, up to the pivot
+    int32_t smallest;              // without a pivot: the first row with the smallest of them
+};
+
+// Makes column c's entries residues again, in the rows that elimination will look at.
+template <class Ring, class M>
+void normalise_column(const RowReduction<Ring, M> &R, int32_t c, int32_t first) {
+    for (int32_t i = first; i < R.nrows; i++) {
+        if (R.delayed.any(i)) R.A.at(i, c) = R.ring.reduce(R.A.at(i, c));
+    }
+}
+
+template <class Ring, class M>
+ColumnScan<Ring> scan_column(const RowReduction<Ring, M> &R, int32_t r, int32_t c) {
+    ColumnScan<Ring> scan = {-1, 0, 0, -1};
+    for (int32_t i = r; i < R.nrows; i++) {
+        const typename Ring::Value x = R.A.at(i, c);
+        if (x == 0) continue;
+        if (R.ring.invert(x, &scan.inverse)) {
+            scan.pivot = i;
+            return scan;
+        }
+        scan.nonunits++;
+        if (scan.smallest < 0 || x < R.A.at(scan.smallest, c)) scan.smallest = i;
+    }
+    return scan;
+}
+
+template <class Ring, class M>
+bool is_zero_below(const RowReduction<Ring, M> &R, int32_t r, int32_t c) {
+    for (int32_t i = r; i < R.nrows; i++) {
+        if (R.A.at(i, c) != 0) return false;
+    }
+    return true;
+}
+
+template <class Ring>
+void negate_output(const Ring &ring, typename Ring::Entry *output) {
+    if (output) *output = ring.negate(*output);
+}
+
+// Row i -= floor(a/b) * row s, a and b their entries in column c: leaves a mod b there.
+template <class Ring, class M>
+void euclidean_step(const RowReduction<Ring, M> &R, int32_t i, int32_t s, int32_t c) {
+    const typename Ring::Value a = R.A.at(i, c), b = R.A.at(s, c);
+    const typename Ring::Value q = R.ring.quotient(a, b);
+    R.A.at(i, c) = a - q * b;
+    update_row(R.ring, R.A, R.delayed, i, s, c + 1, R.ncols, R.ring.negate(q));
+}
+
+// Replaces every nonzero entry of column c in rows r.. but the smallest by its remainder modulo the smallest.
+template <class Ring, class M>
+void euclidean_descent(const RowReduction<Ring, M> &R, int32_t r, int32_t c, int32_t smallest) {
+    normalise_row(R.ring, R.A, R.delayed, smallest, c + 1, R.ncols);
+    for (int32_t i = r; i < R.nrows; i++) {
+        if (i != smallest && R.A.at(i, c) != 0) euclidean_step(R, i, smallest, c);
+    }
+}
+
+// Takes the lone non-invertible entry of column c, in row s, as the pivot of row r.
+template <class Ring, class M>
+void accept_nonunit(const RowReduction<Ring, M> &R, int32_t r, int32_t c, int32_t s) {
+    normalise_row(R.ring, R.A, R.delayed, s, c + 1, R.ncols);
+    if (s != r) {
+        negate_output(R.ring, R.det);
+        swap_rows(R.A, R.delayed, s, r, c, R.ncols);
+    }
+    if (R.mode != reduced_echelon_form_keeping_nonunits) return;
+    const typename Ring::Value b = R.A.at(r, c);
+    for (int32_t i = 0; i < r; i++) {
+        if (R.A.at(i, c) >= b) euclidean_step(R, i, r, c);
+    }
+}
+
+// Brings the pivot from row s to row r, makes it 1 and clears its column.
+template <class Ring, class M>
+void eliminate_column(const RowReduction<Ring, M> &R, int32_t r, int32_t c, int32_t s, typename Ring::Value inverse) {
+    const M &A = R.A;
+    normalise_row(R.ring, A, R.delayed, s, c + 1, R.ncols);
+    if (s != r) {
+        negate_output(R.ring, R.det);
+        negate_output(R.ring, R.pivprod);
+        swap_rows(A, R.delayed, s, r, c, R.ncols);
+    }
+    if (inverse != 1) scale_line(R.ring, A.row(r, c + 1), R.ncols - c - 1, inverse);
+
+    const int32_t first = R.mode == echelon_form ? r + 1 : 0;
+    A.at(r, c) = 0;
+    for (int32_t i = first; i < R.nrows; i++) A.at(i, c) = R.ring.negate(A.at(i, c));
+    update_rows(R.ring, A, R.delayed, r, c, first, R.nrows, R.ncols);
+    for (int32_t i = first; i < R.nrows; i++) A.at(i, c) = 0;
+    A.at(r, c) = 1;
+}
+
+// Moves the nonzero rows of r.. up to just below the pivot rows; their reducible columns are zero.
+template <class Ring, class M>
+int32_t compact_rows(const RowReduction<Ring, M> &R, int32_t r) {
+    int32_t d = r;
+    for (int32_t i = r; i < R.nrows; i++) {
+        int32_t j = R.nred;
+        while (j < R.ncols && R.A.at(i, j) == 0) j++;
+        if (j == R.ncols) continue;
+        for (; d != i && j < R.ncols; j++) {
+            R.A.at(d, j) = R.A.at(i, j);
+            R.A.at(i, j) = 0;
+        }
+        d++;
+    }
+    return d - r;
+}
+
+// Writes a basis of the right nullspace of the reduced leading columns into rows r..nred-1.
+template <class Ring, class M>
+void write_nullspace(const RowReduction<Ring, M> &R, int32_t r) {
+    int32_t pivots = 0;  // pivot columns before c
+    for (int32_t c = 0, i = r; c < R.nred; c++) {
+        if (pivots < r && R.pivcols[pivots] == c) {
+            pivots++;
+            continue;
+        }
+        for (int32_t j = 0; j < R.ncols; j++) R.A.at(i, j) = 0;
+        R.A.at(i, c) = 1;
+        for (int32_t k = 0; k < pivots; k++) R.A.at(i, R.pivcols[k]) = R.ring.negate(R.A.at(k, c));
+        i++;
+    }
+}
+
+// The steps before the epilogue: the rank, or a status that ends the run.
+struct Outcome {
+    EchelonStatus status;
+    bool finished;  // the run ends here, outputs are as they are
+    bool kept_nonunit;
+    int32_t rank;
+};
+
+template <class Ring, class M>
+Outcome eliminate_columns(const RowReduction<Ring, M> &R) {
+    Outcome outcome = {echelon_done, false, false, 0};
+    const auto end_with = [&](EchelonStatus status) {
+        outcome.status = status;
+        outcome.finished = true;
+        return outcome;
+    };
+    int32_t &r = outcome.rank;
+    int32_t c = 0;
+    while (r < R.nrows && c < R.ncols) {
+        normalise_column(R, c, R.mode == echelon_form ? r : 0);
+        if (c >= R.nred) {
+            if (is_zero_below(R, r, c)) {
+                c++;
+                continue;
+            }
+            if (!R.extra) return end_with(echelon_singular);
+            normalise_rows(R.ring, R.A, R.delayed, R.nrows, c + 1, R.ncols);
+            *R.extra = compact_rows(R, r);
+            break;
+        }
+        const ColumnScan<Ring> scan = scan_column(R, r, c);
+        if (scan.pivot >= 0) {
+            const typename Ring::Value a = R.A.at(scan.pivot, c);
+            if (R.det) *R.det = r != c ? typename Ring::Value(0) : R.ring.multiply(*R.det, a);
+            if (R.det && r != c && R.detonly) return end_with(echelon_done);
+            if (R.pivprod) *R.pivprod = R.ring.multiply(*R.pivprod, a);
+            if (R.pivsig) {
+                const uint32_t term = static_cast<uint32_t>(r + 1) * static_cast<uint32_t>(c);
+                *R.pivsig = static_cast<int32_t>(static_cast<uint32_t>(*R.pivsig) + term);
+            }
+            eliminate_column(R, r, c, scan.pivot, scan.inverse);
+            if (R.pivcols) R.pivcols[r] = c;
+            r++, c++;
+        } else if (scan.nonunits == 0) {
+            c++;
+        } else if (scan.nonunits > 1) {
+            euclidean_descent(R, r, c, scan.smallest);  // and look at the same column again
+        } else {
+            if (R.mode != reduced_echelon_form_keeping_nonunits && !R.detonly) return end_with(echelon_no_inverse);
+            if (R.det) *R.det = R.ring.multiply(*R.det, R.A.at(scan.smallest, c));
+            if (R.det && R.detonly && *R.det == 0) return end_with(echelon_done);
+            outcome.kept_nonunit = true;
+            accept_nonunit(R, r, c, scan.smallest);
+            r++, c++;
+        }
+    }
+    return outcome;
+}
+
+template <class Ring, class M>
+EchelonStatus row_reduce(const RowReduction<Ring, M> &R) {
+    if (R.pivcols && (!R.rank || R.mode == echelon_form || R.extra)) return echelon_bad_request;
+    if (R.detonly && R.mode != echelon_form) return echelon_bad_request;
+    if ((R.det || R.pivprod) && R.nrows > R.ncols) return echelon_bad_request;
+
+    if (R.delayed.counters) {
+        for (int32_t i = 0; i < R.nrows; i++) R.delayed.clear(i);
+    }
+    if (R.det) *R.det = 1;
+    if (R.pivprod) *R.pivprod = 1;
+    if (R.pivsig) *R.pivsig = 0;
+    if (R.extra) *R.extra = 0;
+    canonicalize(R.ring, R.A, R.nrows, R.ncols);
+
+    const Outcome outcome = eliminate_columns(R);
+    normalise_rows(R.ring, R.A, R.delayed, R.nrows, 0, R.ncols);
+    if (outcome.finished) return outcome.status;
+
+    const int32_t r = outcome.rank;
+    if (R.rank) *R.rank = r;
+    if (R.det && r < R.nrows) *R.det = 0;
+    if (!R.pivcols) return echelon_done;
+    if (outcome.kept_nonunit) return echelon_no_nullspace;
+    write_nullspace(R, r);
+    return echelon_done;
+}
+
+}  // namespace modla
