@@ -1,3 +1,15 @@
+# The product engine, which tests drive route by route.
+add_library(modla_engine OBJECT
+  ${PROJECT_SOURCE_DIR}/engine/avx512.cpp
+  ${PROJECT_SOURCE_DIR}/engine/avx512_kernels.S
+  ${PROJECT_SOURCE_DIR}/engine/gemm.cpp
+  ${PROJECT_SOURCE_DIR}/engine/packing_memory.cpp
+  ${PROJECT_SOURCE_DIR}/engine/processor.cpp)
+# A file of one instruction set is entered only where the processor has it.  (GCC 12 takes the undefined vectors in its
+# own headers for uninitialised ones.)
+set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp PROPERTIES COMPILE_OPTIONS
+  "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mavx512ifma;-mavx512vbmi;-mgfni;-mbmi2;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+
 # libmodla.so
 add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/elimination/back_sub.cpp
@@ -49,14 +61,19 @@ set_target_properties(modla PROPERTIES SOVERSION 1 VERSION ${PROJECT_VERSION} CX
   VISIBILITY_INLINES_HIDDEN ON LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/modla.map
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 target_include_directories(modla PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(modla PRIVATE modla_warnings modla_cblas)
-# A host may call with a stack aligned to 4 bytes, and hand out doubles aligned to 4.  Floating-point exceptions are
-# masked while residues are computed.  No loop is peeled towards an alignment that doubles here need not have.
-target_compile_options(modla PRIVATE -fno-math-errno -fno-trapping-math -fasynchronous-unwind-tables
-  -fstack-protector-strong
-  $<$<CXX_COMPILER_ID:GNU>:-mincoming-stack-boundary=2 --param=vect-max-peeling-for-alignment=0>
-  $<$<CXX_COMPILER_ID:Clang>:-mstackrealign>
-  $<$<CONFIG:Release>:-O3 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+target_link_libraries(modla PRIVATE modla_warnings modla_cblas modla_engine)
+set_target_properties(modla_engine PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+target_include_directories(modla_engine PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(modla_engine PRIVATE modla_warnings)
+foreach(target modla modla_engine)
+  # A host may call with a stack aligned to 4 bytes, and hand out doubles aligned to 4.  Floating-point exceptions are
+  # masked while residues are computed.  No loop is peeled towards an alignment that doubles here need not have.
+  target_compile_options(${target} PRIVATE -fno-math-errno -fno-trapping-math -fasynchronous-unwind-tables
+    -fstack-protector-strong
+    $<$<CXX_COMPILER_ID:GNU>:-mincoming-stack-boundary=2 --param=vect-max-peeling-for-alignment=0>
+    $<$<CXX_COMPILER_ID:Clang>:-mstackrealign>
+    $<$<CONFIG:Release>:-O3 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+endforeach()
 # Its names bind to itself (-Bsymbolic), whatever the process holds under the same names.
 target_link_options(modla PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/modla.map -Wl,-Bsymbolic
   -Wl,-z,relro,-z,now,-z,noexecstack,-z,text -Wl,--as-needed
