@@ -123,13 +123,4 @@ void walk(Shape shape, std::array<Steps, blocks> steps, bool in_row_order, Body 
     }
 }
 
-// Sets the selected entries.
-template <class Entry, class Value>
-void fill_entries(Shape shape, Entry *data, Steps steps, Value value) {
-    walk<1>(shape, {steps}, false, [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
-        Entry *const target = data + offsets[0];
-        for (int32_t k = 0; k < count; k++) target[unit ? k : k * inner[0]] = value;
-    });
-}
-
 }  // namespace modla

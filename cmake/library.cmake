@@ -14,19 +14,15 @@ set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp PROPERTIES C
 add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/elimination/back_sub.cpp
   ${PROJECT_SOURCE_DIR}/elimination/determinant.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/exports.cpp
   ${PROJECT_SOURCE_DIR}/elimination/for_sub.cpp
   ${PROJECT_SOURCE_DIR}/elimination/lu_decomp.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/lu_kernels.cpp
   ${PROJECT_SOURCE_DIR}/elimination/mat_basis.cpp
   ${PROJECT_SOURCE_DIR}/elimination/mat_gcd.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/reduce_kernels.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/row_gcd_kernels.cpp
   ${PROJECT_SOURCE_DIR}/elimination/row_reduce.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/run_reduce.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/substitute.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/substitution_kernels.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/run_row_reduction.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/triangular_system.cpp
   ${PROJECT_SOURCE_DIR}/elimination/zigzag.cpp
-  ${PROJECT_SOURCE_DIR}/elimination/zigzag_kernels.cpp
   ${PROJECT_SOURCE_DIR}/engine/blas.cpp
   ${PROJECT_SOURCE_DIR}/host/arguments.cpp
   ${PROJECT_SOURCE_DIR}/host/datatype.cpp
@@ -35,7 +31,9 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/host/processor.S
   ${PROJECT_SOURCE_DIR}/host/register.cpp
   ${PROJECT_SOURCE_DIR}/host/rtable.cpp
+  ${PROJECT_SOURCE_DIR}/host/selection.cpp
   ${PROJECT_SOURCE_DIR}/host/subspec.cpp
+  ${PROJECT_SOURCE_DIR}/host/table.cpp
   ${PROJECT_SOURCE_DIR}/host/unknown.cpp
   ${PROJECT_SOURCE_DIR}/objects/copy.cpp
   ${PROJECT_SOURCE_DIR}/objects/create.cpp
@@ -45,10 +43,9 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/objects/swap.cpp
   ${PROJECT_SOURCE_DIR}/objects/triangle.cpp
   ${PROJECT_SOURCE_DIR}/products/add_mult.cpp
-  ${PROJECT_SOURCE_DIR}/products/block_sums.cpp
-  ${PROJECT_SOURCE_DIR}/products/mat_mat_blas.cpp
-  ${PROJECT_SOURCE_DIR}/products/mat_mat_mult.cpp
-  ${PROJECT_SOURCE_DIR}/products/mat_mult.cpp
+  ${PROJECT_SOURCE_DIR}/products/blas_product.cpp
+  ${PROJECT_SOURCE_DIR}/products/exports.cpp
+  ${PROJECT_SOURCE_DIR}/products/general_product.cpp
   ${PROJECT_SOURCE_DIR}/products/multiply.cpp
   ${PROJECT_SOURCE_DIR}/products/strassen.cpp
   ${PROJECT_SOURCE_DIR}/values/evaluate.cpp

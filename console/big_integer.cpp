@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "values/digits.h"
+
 namespace modla::console {
 
 namespace {
@@ -72,8 +74,8 @@ Object host_integer(const mpz_class &value) {
 
 Object host_integer(uint64_t value) {
     if (value <= immediate_limit) return immediate(static_cast<int32_t>(value));
-    uint32_t digits[5], count = 0;
-    for (; value > 0; value /= 10000) digits[count++] = static_cast<uint32_t>(value % 10000);
+    uint32_t digits[5];
+    const uint32_t count = split_digits(value, digits);
     const Object x = new_object(count + 1, type_positive);
     std::copy_n(digits, count, words(x) + 1);
     return x;

@@ -105,21 +105,20 @@ Object reduce_block(const ReduceRequest &request, const Residue &residue) {
     Entry det = 0, pivprod = 0;
     int32_t rank = 0, pivsig = 0, extra = 0;
     std::vector<int32_t> counters(static_cast<size_t>(block.rows) + 1);
+    RowReductionTask task = {};
+    task.nrows = block.rows;
+    task.ncols = block.columns;
+    task.nred = request.nred;
+    task.rank = request.rank.wanted() ? &rank : nullptr;
+    task.pivsig = request.pivsig.wanted() ? &pivsig : nullptr;
+    task.extra = request.extra.wanted() ? &extra : nullptr;
+    task.pivcols = request.pivcols;
+    task.mode = request.mode;
+    task.detonly = request.detonly;
+    task.delayed = {counters.data(), pending_limit(residue)};
     const EchelonStatus status =
-        row_reduce(RowReduction<Residue, Matrix<Entry, true>>{residue,
-                                                              matrix_of(entries, block.columns),
-                                                              block.rows,
-                                                              block.columns,
-                                                              request.nred,
-                                                              request.det.wanted() ? &det : nullptr,
-                                                              request.pivprod.wanted() ? &pivprod : nullptr,
-                                                              request.rank.wanted() ? &rank : nullptr,
-                                                              request.pivsig.wanted() ? &pivsig : nullptr,
-                                                              request.extra.wanted() ? &extra : nullptr,
-                                                              request.pivcols,
-                                                              request.mode,
-                                                              request.detonly,
-                                                              {counters.data(), pending_limit(residue)}});
+        row_reduce(RowReduction{task, residue, matrix_of(entries, block.columns), request.det.wanted() ? &det : nullptr,
+                                request.pivprod.wanted() ? &pivprod : nullptr});
     if (status == echelon_bad_request) return status_object(status);
     if (status == echelon_done) block.rows = written_rows;
     write_block(entries, block);
@@ -149,13 +148,9 @@ Object factor_block(const IntegerBlock &block, Table &permutation, const Output 
     const bool host_integers = permutation.settings.datatype == MODLA_INTEGER;
     int32_t *const perm = host_integers ? exchanges.data() : static_cast<int32_t *>(permutation.data);
     Entry value;
+    const DelayedReductions delayed = {counters.data(), pending_limit(residue)};
     const LUStatus status =
-        lu_factor(LUFactorization<Residue, Matrix<Entry, true>>{residue,
-                                                                matrix_of(entries, n),
-                                                                n,
-                                                                perm,
-                                                                det.wanted() ? &value : nullptr,
-                                                                {counters.data(), pending_limit(residue)}});
+        lu_factor(LUFactorization{residue, matrix_of(entries, n), n, perm, det.wanted() ? &value : nullptr, delayed});
     if (host_integers) {
         Object *const steps_made = static_cast<Object *>(permutation.data);
         for (int32_t k = 0; k < steps; k++) steps_made[k] = immediate(status == lu_done ? perm[k] : 0);

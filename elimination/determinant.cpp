@@ -1,4 +1,4 @@
-#include "elimination/run_reduce.h"
+#include "elimination/run_row_reduction.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "modla.h"
@@ -8,7 +8,7 @@ using namespace modla;
 namespace {
 
 struct DeterminantRequest {
-    MatrixArgument matrix;
+    Block matrix;
     Range rows, columns;
     Scalar modulus;
     HostObject name;
@@ -16,7 +16,7 @@ struct DeterminantRequest {
 
 bool read_determinant(const HostApi *api, const HostObject *args, DeterminantRequest *request) {
     if (api->NumArgs(args) != 5) return fail(api, "incorrect number of arguments");
-    MatrixArgument &matrix = request->matrix;
+    Block &matrix = request->matrix;
     if (!(check_modulus_argument(api, args) && read_matrix(api, args, 2, "matrix", &matrix) &&
           read_row_range(api, args[3], matrix.rows, &request->rows) &&
           read_column_range(api, args[4], matrix.columns, &request->columns))) {
@@ -36,22 +36,24 @@ bool read_determinant(const HostApi *api, const HostObject *args, DeterminantReq
 HostObject modLA_Determinant(const HostApi *api, const HostObject *args) {
     DeterminantRequest request;
     if (!read_determinant(api, args, &request)) return api->NullValue();
-    const int32_t datatype = request.matrix.datatype;
-    ReduceOutputs out = {};
+    const bool native = request.matrix.datatype != MODLA_INTEGER;
+    int32_t det;
     uint32_t status;
-    if (datatype == MODLA_INTEGER) {
+    if (native) {
+        RowReductionTask task = {};
+        task.nrows = task.ncols = task.nred = range_length(request.rows);
+        task.detonly = true;
+        const Block block = selected_block(request.matrix, request.rows, request.columns);
+        if (!run_row_reduction(api, block, request.modulus, task, &det, nullptr, &status)) return api->NullValue();
+    } else {
         ReduceCall call =
             reduce_call(request.matrix.object, request.rows, request.columns, request.columns.last + 1, args[1]);
         call.det = request.name;
         call.detonly = true;
         status = call_reduce(api, call);
-    } else {
-        out.det_wanted = true;
-        const NativeBlock block = native_block(request.matrix, request.rows, request.columns);
-        if (!run_reduce(api, block, request.modulus, block.columns, 0, true, &out, &status)) return api->NullValue();
     }
-    if (report_status(api, static_cast<int32_t>(status), {}) && datatype != MODLA_INTEGER) {
-        api->AssignName(request.name, residue_to_host(api, datatype, out.det));
+    if (report_status(api, static_cast<int32_t>(status), {}) && native) {
+        api->AssignName(request.name, api->ToInteger(det));
     }
     return api->NullValue();
 }

@@ -1,4 +1,6 @@
-#include "elimination/substitute.h"
+#include "elimination/triangular_system.h"
+#include "host/object.h"
+#include "host/raise.h"
 
 using namespace modla;
 
@@ -12,12 +14,12 @@ HostObject modLA_ForSub(const HostApi *api, const HostObject *args) {
     if (!protect_triangle(api, &system)) return api->NullValue();
     uint32_t status;
     if (system.triangle.datatype == MODLA_INTEGER) {
-        const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.nrhs);
+        const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.rhs.columns);
         status = static_cast<uint32_t>(integer_value(api->CallProcedure(
             modLA_getfcn(api, "cbForSub"), 6, system.triangle.object, n, args[3], nrhs, args[1], args[4])));
     } else {
-        status = run_substitution(api, system, true);
+        status = solve_natively(api, system, true);
     }
-    report_substitution(api, status, "cannot forward substitute: modulus is composite");
+    report_solution(api, status, "cannot forward substitute: modulus is composite");
     return api->NullValue();
 }

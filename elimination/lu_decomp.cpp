@@ -1,17 +1,16 @@
-#include "elimination/run_reduce.h"
+#include "elimination/lu_factor.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
+#include "host/native.h"
 #include "host/work_memory.h"
 #include "modla.h"
-#include "residue/fp_mode.h"
-#include "residue/ring.h"
 
 using namespace modla;
 
 namespace {
 
 struct LURequest {
-    MatrixArgument matrix;
+    Block matrix;
     Permutation permutation;
     Scalar modulus;
     Output det;
@@ -25,8 +24,8 @@ bool read_lu(const HostApi *api, const HostObject *args, LURequest *request) {
         return false;
     }
     if (settings.subtype != MODLA_MATRIX) return fail_argument(api, 2, "must be a Matrix");
-    MatrixArgument &matrix = request->matrix;
-    matrix = matrix_argument(api, args[2], settings);
+    Block &matrix = request->matrix;
+    matrix = matrix_block(api, args[2], settings);
     if (matrix.rows != matrix.columns) return fail_argument(api, 2, "must be a square Matrix");
     if (!read_permutation(api, args, 3, &request->permutation)) return false;
     if (request->permutation.length < matrix.rows - 1) {
@@ -38,28 +37,6 @@ bool read_lu(const HostApi *api, const HostObject *args, LURequest *request) {
 bool report(const HostApi *api, uint32_t status) {
     return report_status(api, static_cast<int32_t>(status),
                          {{1, "no LU decomposition exists: modulus is composite"}, {2, "matrix is singular"}});
-}
-
-uint32_t run_words(const LURequest &request, int32_t *pending, Scalar *det) {
-    const MatrixArgument &matrix = request.matrix;
-    const uint32_t p = static_cast<uint32_t>(request.modulus.word);
-    const auto kernel = matrix.order == MODLA_C_ORDER ? modLA_LU_C_iw_nop : modLA_LU_F_iw_nop;
-    uint32_t value = 0;
-    const uint32_t status =
-        kernel(static_cast<uint32_t *>(matrix.data), request.permutation.entries, matrix.rows, matrix.rows, p, 0,
-               request.det.name ? &value : nullptr, pending, delay_bound<WordRing>(p));
-    det->word = static_cast<int32_t>(value);
-    return status;
-}
-
-uint32_t run_floats(const LURequest &request, int32_t *pending, Scalar *det) {
-    const MatrixArgument &matrix = request.matrix;
-    const double p = request.modulus.real;
-    const double pinv = with_standard_mode([&] { return pinv_of(p); });
-    const auto kernel = matrix.order == MODLA_C_ORDER ? modLA_LU_C_f_nop : modLA_LU_F_f_nop;
-    det->real = 0;
-    return kernel(static_cast<double *>(matrix.data), request.permutation.entries, matrix.rows, matrix.rows, p, pinv,
-                  request.det.name ? &det->real : nullptr, pending, delay_bound<FloatRing>(modulus_of(p)));
 }
 
 // Turns the raw row numbers that a kernel left in a Vector of host integers into such; zeros after a failure.
@@ -76,21 +53,29 @@ void finish_permutation(const LURequest &request, uint32_t status) {
 HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args) {
     LURequest request;
     if (!read_lu(api, args, &request)) return api->NullValue();
-    const MatrixArgument &matrix = request.matrix;
+    const Block &matrix = request.matrix;
     if (matrix.datatype == MODLA_INTEGER) {
         const HostObject result = api->CallProcedure(modLA_getfcn(api, "cbLUDecomp"), 5, args[2], args[3],
                                                      api->ToInteger(matrix.rows), args[1], request.det.target);
         report(api, static_cast<uint32_t>(integer_value(result)));
         return api->NullValue();
     }
-    int32_t *const pending = allocate<int32_t>(api, static_cast<uint32_t>(matrix.rows));
-    if (!pending && matrix.rows > 0) return api->NullValue();
-    Scalar det;
-    const uint32_t status =
-        matrix.datatype == MODLA_INTEGER4 ? run_words(request, pending, &det) : run_floats(request, pending, &det);
+    const int32_t n = matrix.rows;
+    int32_t *const counters = allocate<int32_t>(api, static_cast<uint32_t>(n));
+    if (!counters && n > 0) return api->NullValue();
+    const DelayedReductions delayed = {counters, delay_bound(matrix.datatype, request.modulus)};
+    int32_t *const perm = request.permutation.entries;
+    const bool det_wanted = request.det.name != 0;
+    int32_t det;
+    const LUStatus status = with_native_matrix(matrix, request.modulus, [&](const auto &ring, const auto &A) {
+        typename std::decay_t<decltype(A)>::Entry entry{};
+        const LUStatus result = lu_factor(LUFactorization{ring, A, n, perm, det_wanted ? &entry : nullptr, delayed});
+        det = static_cast<int32_t>(entry);
+        return result;
+    });
     finish_permutation(request, status);  // before the host is called: it must never see raw words
-    if (pending) api->Free(pending);
+    if (counters) api->Free(counters);
     if (!report(api, status)) return api->NullValue();
-    if (request.det.name) api->AssignName(request.det.name, residue_to_host(api, matrix.datatype, det));
+    if (det_wanted) api->AssignName(request.det.name, api->ToInteger(det));
     return api->NullValue();
 }

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "elimination/run_reduce.h"
+#include "elimination/run_row_reduction.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "host/rtable.h"
@@ -11,7 +11,7 @@ using namespace modla;
 namespace {
 
 struct BasisRequest {
-    MatrixArgument matrix;
+    Block matrix;
     int32_t vectors;  // rows taken from the top; negative: none
     Scalar modulus;
     int32_t nullspace;
@@ -19,7 +19,7 @@ struct BasisRequest {
 
 bool read_basis(const HostApi *api, const HostObject *args, BasisRequest *request) {
     if (api->NumArgs(args) != 4) return fail(api, "incorrect number of arguments");
-    MatrixArgument &matrix = request->matrix;
+    Block &matrix = request->matrix;
     if (!check_modulus_argument(api, args) || !read_matrix(api, args, 2, "matrix", &matrix)) return false;
     if (!is_immediate(args[3])) {
         return fail(api, "number of vectors (rows) must be a nonnegative integer value");
@@ -54,7 +54,7 @@ HostObject call_basis(const HostApi *api, const HostObject *args, const BasisReq
 HostObject modLA_MatBasis(const HostApi *api, const HostObject *args) {
     BasisRequest request;
     if (!read_basis(api, args, &request)) return api->NullValue();
-    const MatrixArgument &matrix = request.matrix;
+    const Block &matrix = request.matrix;
     Block pivots = {};
     pivots.object = immediate_integer(0);
     if (request.nullspace && !new_block(api, matrix.columns, 0, MODLA_INTEGER4, MODLA_C_ORDER, &pivots)) {
@@ -62,13 +62,15 @@ HostObject modLA_MatBasis(const HostApi *api, const HostObject *args) {
     }
     if (matrix.datatype == MODLA_INTEGER) return call_basis(api, args, request, pivots.object);
 
-    ReduceOutputs out = {};
-    out.rank_wanted = true;
-    out.pivcols = static_cast<int32_t *>(pivots.data);
-    NativeBlock block = native_block(matrix, {1, matrix.rows}, {1, matrix.columns});
-    block.rows = std::max(request.vectors, 0);
+    int32_t rank;
+    RowReductionTask task = {};
+    task.nrows = std::max(request.vectors, 0);
+    task.ncols = task.nred = matrix.columns;
+    task.rank = &rank;
+    task.pivcols = static_cast<int32_t *>(pivots.data);
+    task.mode = reduced_echelon_form_keeping_nonunits;
     uint32_t status;
     const bool done =
-        run_reduce(api, block, request.modulus, block.columns, 2, false, &out, &status) && report(api, status);
-    return done ? api->ToInteger(out.rank) : api->NullValue();
+        run_row_reduction(api, matrix, request.modulus, task, nullptr, nullptr, &status) && report(api, status);
+    return done ? api->ToInteger(rank) : api->NullValue();
 }

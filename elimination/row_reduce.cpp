@@ -1,4 +1,4 @@
-#include "elimination/run_reduce.h"
+#include "elimination/run_row_reduction.h"
 #include "host/arguments.h"
 #include "host/modulus.h"
 #include "modla.h"
@@ -8,7 +8,7 @@ using namespace modla;
 namespace {
 
 struct RowReduceRequest {
-    MatrixArgument matrix;
+    Block matrix;
     Range rows, columns;
     int32_t nred;
     Scalar modulus;
@@ -37,7 +37,7 @@ bool read_form(const HostApi *api, HostObject argument, int32_t *mode) {
 
 bool read_row_reduce(const HostApi *api, const HostObject *args, RowReduceRequest *request) {
     if (api->NumArgs(args) != 11) return fail(api, "incorrect number of arguments");
-    MatrixArgument &matrix = request->matrix;
+    Block &matrix = request->matrix;
     return check_modulus_argument(api, args) && read_matrix(api, args, 2, "matrix", &matrix) &&
            read_row_range(api, args[3], matrix.rows, &request->rows) &&
            read_column_range(api, args[4], matrix.columns, &request->columns) &&
@@ -67,36 +67,38 @@ uint32_t call_row_reduce(const HostApi *api, const HostObject *args, const RowRe
     return call_reduce(api, call);
 }
 
-void assign(const HostApi *api, const Output &output, HostObject value) {
-    api->AssignName(output.name, value);
-}
-
 }  // namespace
 
 HostObject modLA_RowReduce(const HostApi *api, const HostObject *args) {
     RowReduceRequest request;
     if (!read_row_reduce(api, args, &request)) return api->NullValue();
-    const int32_t datatype = request.matrix.datatype;
-    if (datatype == MODLA_INTEGER) {
+    if (request.matrix.datatype == MODLA_INTEGER) {
         report(api, call_row_reduce(api, args, request));
         return api->NullValue();
     }
-    ReduceOutputs out = {};
-    out.det_wanted = request.det.name != 0;
-    out.pivprod_wanted = request.pivprod.name != 0;
-    out.rank_wanted = request.rank.name != 0;
-    out.pivsig_wanted = request.pivsig.name != 0;
-    out.extra_wanted = request.extra.name != 0;
+    int32_t det, pivprod, rank, pivsig, extra;
+    const auto wanted = [](const Output &output, int32_t *cell) { return output.name ? cell : nullptr; };
+    RowReductionTask task = {};
+    task.nrows = range_length(request.rows);
+    task.ncols = range_length(request.columns);
+    task.nred = request.nred;
+    task.rank = wanted(request.rank, &rank);
+    task.pivsig = wanted(request.pivsig, &pivsig);
+    task.extra = wanted(request.extra, &extra);
+    task.mode = request.mode;
     uint32_t status;
-    const NativeBlock block = native_block(request.matrix, request.rows, request.columns);
-    if (!run_reduce(api, block, request.modulus, request.nred, request.mode, false, &out, &status) ||
+    if (!run_row_reduction(api, selected_block(request.matrix, request.rows, request.columns), request.modulus, task,
+                           wanted(request.det, &det), wanted(request.pivprod, &pivprod), &status) ||
         !report(api, status)) {
         return api->NullValue();
     }
-    if (out.det_wanted) assign(api, request.det, residue_to_host(api, datatype, out.det));
-    if (out.pivprod_wanted) assign(api, request.pivprod, residue_to_host(api, datatype, out.pivprod));
-    if (out.rank_wanted) assign(api, request.rank, api->ToInteger(out.rank));
-    if (out.pivsig_wanted) assign(api, request.pivsig, api->ToInteger(out.pivsig));
-    if (out.extra_wanted) assign(api, request.extra, api->ToInteger(out.extra));
+    const auto assign = [&](const Output &output, const int32_t &value) {
+        if (output.name) api->AssignName(output.name, api->ToInteger(value));
+    };
+    assign(request.det, det);
+    assign(request.pivprod, pivprod);
+    assign(request.rank, rank);
+    assign(request.pivsig, pivsig);
+    assign(request.extra, extra);
     return api->NullValue();
 }

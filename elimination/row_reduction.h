@@ -22,18 +22,20 @@ enum EchelonStatus : uint32_t {
 
 enum EchelonMode : int32_t { echelon_form = 0, reduced_echelon_form = 1, reduced_echelon_form_keeping_nonunits = 2 };
 
-template <class Ring, class M>
-struct RowReduction {
-    using Entry = typename Ring::Entry;
-
-    Ring ring;
-    M A;
+// What is asked for, whatever the ring and the order.
+struct RowReductionTask {
     int32_t nrows, ncols, nred;
-    Entry *det, *pivprod;  // each output may be null
-    int32_t *rank, *pivsig, *extra, *pivcols;
+    int32_t *rank, *pivsig, *extra, *pivcols;  // each output may be null
     int32_t mode;
     bool detonly;
     DelayedReductions delayed;
+};
+
+template <class Ring, class M>
+struct RowReduction : RowReductionTask {
+    Ring ring;
+    M A;
+    typename M::Entry *det, *pivprod;  // may be null
 };
 
 // What a scan of column c from row r down found.

@@ -1,18 +1,15 @@
+#include "elimination/zigzag.h"
+
 #include "host/arguments.h"
-#include "host/modulus.h"
-#include "host/rtable.h"
+#include "host/native.h"
 #include "modla.h"
-#include "residue/fp_mode.h"
-#include "residue/ring.h"
 
 using namespace modla;
 
 namespace {
 
 struct ZigZagRequest {
-    int32_t datatype, order;
-    int32_t n;
-    void *data;
+    Block matrix;
     Scalar modulus;
 };
 
@@ -26,24 +23,15 @@ bool read_zigzag(const HostApi *api, const HostObject *args, ZigZagRequest *requ
     if (settings.subtype != MODLA_MATRIX) return fail_argument(api, 2, square);
     const Extent extent = matrix_extent(api, args[2]);
     if (extent.rows != extent.columns) return fail_argument(api, 2, square);
-    request->datatype = settings.datatype;
-    request->order = settings.order;
-    request->n = extent.rows;
-    request->data = api->RtableData(args[2]);
+    void *const data = api->RtableData(args[2]);
+    request->matrix = whole_block(args[2], settings.datatype, settings.order, data, extent.rows, extent.columns);
     return check_modulus(api, args[1], &request->modulus, settings.datatype);
 }
 
-int32_t run_words(const ZigZagRequest &request) {
-    const uint32_t p = static_cast<uint32_t>(request.modulus.word);
-    const auto kernel = request.order == MODLA_C_ORDER ? modLA_ZigZag_C_iw : modLA_ZigZag_F_iw;
-    return kernel(static_cast<uint32_t *>(request.data), request.n, p, 0, delay_bound<WordRing>(p));
-}
-
-int32_t run_floats(const ZigZagRequest &request) {
-    const double p = request.modulus.real;
-    const double pinv = with_standard_mode([&] { return pinv_of(p); });
-    const auto kernel = request.order == MODLA_C_ORDER ? modLA_ZigZag_C_f : modLA_ZigZag_F_f;
-    return kernel(static_cast<double *>(request.data), request.n, p, pinv, 0);
+int32_t make_form(const ZigZagRequest &request) {
+    return with_native_matrix(request.matrix, request.modulus, [&](const auto &ring, const auto &A) {
+        return make_zigzag(ZigZag{ring, A, request.matrix.rows, delay_bound(ring)});
+    });
 }
 
 int32_t call_zigzag(const HostApi *api, const HostObject *args, int32_t n) {
@@ -57,9 +45,8 @@ int32_t call_zigzag(const HostApi *api, const HostObject *args, int32_t n) {
 HostObject modLA_ZigZag(const HostApi *api, const HostObject *args) {
     ZigZagRequest request;
     if (!read_zigzag(api, args, &request)) return api->NullValue();
-    const int32_t status = request.datatype == MODLA_INTEGER4 ? run_words(request)
-                           : request.datatype == MODLA_FLOAT8 ? run_floats(request)
-                                                              : call_zigzag(api, args, request.n);
+    const bool native = request.matrix.datatype != MODLA_INTEGER;
+    const int32_t status = native ? make_form(request) : call_zigzag(api, args, request.matrix.rows);
     report_status(api, status, {{1, "cannot obtain zigzag form: modulus is composite"}, {10, "not implemented yet"}});
     return api->NullValue();
 }

@@ -2,23 +2,12 @@
 
 #include <cstdio>
 
-#include "host/rtable.h"
-
 using namespace modla;
 
 bool modla::fail_argument(const HostApi *api, int32_t argno, const char *text) {
     char message[200];
     std::snprintf(message, sizeof message, "argument %d %s", static_cast<int>(argno), text);
     return fail(api, message);
-}
-
-LineSelection modla::line_selection(HostObject argument, int32_t bound) {
-    const auto line = [bound](HostObject end) { return is_immediate(end) ? from_end(integer_value(end), bound) : 0; };
-    if (has_type(argument, MODLA_TYPE_RANGE)) {
-        return {LineSelection::range, line(object_words(argument)[1]), line(object_words(argument)[2])};
-    }
-    if (!is_immediate(argument) && !is_big_integer(argument)) return {LineSelection::nothing, 0, 0};
-    return {LineSelection::index, line(argument), line(argument)};
 }
 
 bool modla::check_modulus_argument(const HostApi *api, const HostObject *args) {
@@ -75,18 +64,11 @@ bool modla::read_settings(const HostApi *api, const HostObject *args, int32_t po
     return settings->storage == MODLA_RECTANGULAR || fail_argument(api, position, "has invalid storage");
 }
 
-MatrixArgument modla::matrix_argument(const HostApi *api, HostObject matrix, const RtableSettings &settings) {
-    void *const data = api->RtableData(matrix);
-    const Extent extent = matrix_extent(api, matrix);
-    return {matrix, settings.datatype, settings.order, extent.rows, extent.columns, data};
-}
-
-bool modla::read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role,
-                        MatrixArgument *matrix) {
+bool modla::read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role, Block *matrix) {
     RtableSettings settings;
     if (!check_rtable(api, args, position, role) || !read_settings(api, args, position, &settings)) return false;
     if (settings.subtype != MODLA_MATRIX) return fail_argument(api, position, "must be a Matrix");
-    *matrix = matrix_argument(api, args[position], settings);
+    *matrix = matrix_block(api, args[position], settings);
     return true;
 }
 
@@ -104,39 +86,4 @@ bool modla::read_permutation(const HostApi *api, const HostObject *args, int32_t
     permutation->host_integers = settings.datatype == MODLA_INTEGER;
     permutation->length = api->RtableUpperBound(args[position], 1);
     return true;
-}
-
-namespace {
-
-struct RangeMessages {
-    const char *out_of_bounds, *bad_end, *bad_kind;
-};
-
-bool read_range(const HostApi *api, HostObject argument, int32_t bound, const RangeMessages &messages, Range *range) {
-    if (is_immediate(argument)) {
-        *range = {1, from_end(integer_value(argument), bound)};
-    } else if (object_type(argument) == MODLA_TYPE_RANGE) {
-        const HostObject first = object_words(argument)[1], last = object_words(argument)[2];
-        if (!is_immediate(first) || !is_immediate(last)) return fail(api, messages.bad_end);
-        *range = {from_end(integer_value(first), bound), from_end(integer_value(last), bound)};
-    } else {
-        return fail(api, messages.bad_kind);
-    }
-    const bool within = range->first >= 1 && range->last <= bound && range->first <= range->last;
-    return within || fail(api, messages.out_of_bounds);
-}
-
-}  // namespace
-
-bool modla::read_row_range(const HostApi *api, HostObject argument, int32_t bound, Range *range) {
-    constexpr RangeMessages messages = {"row range is out of bounds", "row range must be an integer or integer range",
-                                        "row range must be an integer or integer range"};
-    return read_range(api, argument, bound, messages, range);
-}
-
-bool modla::read_column_range(const HostApi *api, HostObject argument, int32_t bound, Range *range) {
-    constexpr RangeMessages messages = {"column range is out of bounds",
-                                        "column range, must be an integer or integer range",  // its comma is kept
-                                        "column range must be an integer or integer range"};
-    return read_range(api, argument, bound, messages, range);
 }

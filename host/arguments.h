@@ -5,33 +5,10 @@
 
 #include "host/object.h"
 #include "host/raise.h"
+#include "host/table.h"
 #include "modla.h"
 
 namespace modla {
-
-inline bool is_datatype(int32_t code) {
-    return code == MODLA_INTEGER || code == MODLA_INTEGER4 || code == MODLA_FLOAT8;
-}
-
-inline bool is_big_integer(HostObject object) {
-    return has_type(object, MODLA_TYPE_NEGATIVE_INTEGER) || has_type(object, MODLA_TYPE_POSITIVE_INTEGER);
-}
-
-// An index counted from the end when it is negative.
-inline int32_t from_end(int32_t index, int32_t bound) {
-    return index < 0 ? bound + index + 1 : index;
-}
-
-// What selects lines of an object: an index, a range, or nothing when the argument is neither.  Ends are counted from
-// the end where they are negative; those that are no small integers are 0, which is never within bounds.
-struct LineSelection {
-    enum { nothing, index, range } kind;
-    int32_t first, last;  // the same for an index
-};
-LineSelection line_selection(HostObject argument, int32_t bound);
-inline bool is_within(const LineSelection &selection, int32_t bound) {
-    return selection.first >= 1 && selection.first <= bound && selection.last >= 1 && selection.last <= bound;
-}
 
 // Is the argument the host's name for this text?
 inline bool is_keyword(const HostApi *api, HostObject object, const char *text) {
@@ -70,18 +47,8 @@ bool check_rtable(const HostApi *api, const HostObject *args, int32_t position, 
 // "argument N has invalid storage".
 bool read_settings(const HostApi *api, const HostObject *args, int32_t position, RtableSettings *settings);
 
-// A Matrix argument that is worked on in place.
-struct MatrixArgument {
-    HostObject object;
-    int32_t datatype, order;
-    int32_t rows, columns;
-    void *data;
-};
-MatrixArgument matrix_argument(const HostApi *api, HostObject matrix, const RtableSettings &settings);
-
 // All of these: check_rtable, read_settings, "argument N must be a Matrix".
-bool read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role,
-                 MatrixArgument *matrix);
+bool read_matrix(const HostApi *api, const HostObject *args, int32_t position, const char *role, Block *matrix);
 
 // A permutation as a Vector of transpositions, each entry a line counted from 1, in words or immediate host integers:
 // "argument N must have integer datatype", "... has invalid storage", "... must be a Vector".
@@ -91,16 +58,5 @@ struct Permutation {
     int32_t length;
 };
 bool read_permutation(const HostApi *api, const HostObject *args, int32_t position, Permutation *permutation);
-
-// Rows and columns of a Matrix, each given as k (1..k) or a..b, negative ends counted from the end.  first..last are
-// within 1..bound and not empty: "row range is out of bounds", "row range must be an integer or integer range", ...
-struct Range {
-    int32_t first, last;
-};
-bool read_row_range(const HostApi *api, HostObject argument, int32_t bound, Range *range);
-bool read_column_range(const HostApi *api, HostObject argument, int32_t bound, Range *range);
-inline int32_t range_length(Range range) {
-    return range.last - range.first + 1;
-}
 
 }  // namespace modla

@@ -6,7 +6,7 @@
 #include "host/arguments.h"
 #include "host/object.h"
 #include "host/raise.h"
-#include "host/rtable.h"
+#include "host/selection.h"
 
 using namespace modla;
 

@@ -1,7 +1,6 @@
 // An argument that is a table, or a list or set of values, of lists or of Vectors.
 #pragma once
 
-#include "blocks/strided.h"
 #include "modla.h"
 
 namespace modla {

@@ -36,4 +36,8 @@ inline bool has_type(HostObject object, uint32_t type) {
     return !is_immediate(object) && object_type(object) == type;
 }
 
+inline bool is_big_integer(HostObject object) {
+    return has_type(object, MODLA_TYPE_NEGATIVE_INTEGER) || has_type(object, MODLA_TYPE_POSITIVE_INTEGER);
+}
+
 }  // namespace modla

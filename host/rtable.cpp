@@ -1,14 +1,10 @@
 #include "host/rtable.h"
 
-#include "blocks/transpose.h"
+#include <algorithm>
+
 #include "host/raise.h"
 
 using namespace modla;
-
-Extent modla::matrix_extent(const HostApi *api, HostObject matrix) {
-    const int32_t rows = api->RtableUpperBound(matrix, 1);
-    return {rows, api->RtableUpperBound(matrix, 2)};
-}
 
 namespace {
 
@@ -42,15 +38,6 @@ HostObject make_object(const HostApi *api, int32_t rows, int32_t columns, int32_
 HostObject new_modLA_rtable(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order) {
     const HostObject object = make_object(api, rows, columns, datatype, order);
     return object ? object : api->NullValue();
-}
-
-Block modla::whole_block(HostObject object, int32_t datatype, int32_t order, void *data, int32_t rows,
-                         int32_t columns) {
-    const bool matrix = rows != 0 && columns != 0;
-    const bool c_order = order == MODLA_C_ORDER;
-    const int32_t row_step = rows == 0 ? 0 : matrix && c_order ? columns : 1;
-    const int32_t column_step = columns == 0 ? 0 : matrix && !c_order ? rows : 1;
-    return {object, datatype, order, data, rows, row_step, columns, column_step, false};
 }
 
 bool modla::new_block(const HostApi *api, int32_t rows, int32_t columns, int32_t datatype, int32_t order, Block *out) {
@@ -155,12 +142,28 @@ bool modla::make_block_view(const HostApi *api, const Block &block, View *view) 
 
 bool modla::make_operand_view(const HostApi *api, const Block &block, const Block &output, bool entrywise, View *view) {
     if (!overlap(block, output) || (entrywise && coincide(block, output))) return make_block_view(api, block, view);
-    const Shape shape = {row_count(block), column_count(block)};
+    const Shape shape = shape_of(block);
     Block copy;
     if (!new_block(api, shape.rows, shape.columns, MODLA_INTEGER, block.order, &copy)) return false;
-    copy_entries<HostObject>(shape, static_cast<const HostObject *>(block.data), steps_of(block),
-                             static_cast<HostObject *>(copy.data), steps_of(copy));
+    copy_walking(shape, operand_of<const HostObject>(block), operand_of<HostObject>(copy));
     return make_block_view(api, copy, view);
+}
+
+void modla::call_on_views(const HostApi *api, const char *name, const char *shift_name,
+                          const std::array<HostObject, 4> &first, std::initializer_list<View> views) {
+    const bool shifted = std::any_of(views.begin(), views.end(), is_shifted);
+    std::array<HostObject, 9> rest = {};
+    uint32_t count = static_cast<uint32_t>(views.size()) * (shifted ? 3 : 1);
+    const uint32_t n = static_cast<uint32_t>(first.size()) + count;
+    for (auto view = views.end(); view-- != views.begin();) {
+        if (shifted) rest[--count] = api->ToInteger(view->column_shift);
+        if (shifted) rest[--count] = api->ToInteger(view->row_shift);
+        rest[--count] = view->object;
+    }
+    const HostObject procedure = modLA_getfcn(api, shifted ? shift_name : name);
+    // The host takes as many as it is told of.
+    api->CallProcedure(procedure, n, first[0], first[1], first[2], first[3], rest[0], rest[1], rest[2], rest[3],
+                       rest[4], rest[5], rest[6], rest[7], rest[8]);
 }
 
 HostObject data_to_modLA_rtable(const HostApi *api, HostObject parent, void *data, int32_t rows, int32_t columns,

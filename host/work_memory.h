@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "host/table.h"
 #include "modla.h"
 
 namespace modla {
@@ -13,6 +14,13 @@ template <class Entry>
 Entry *allocate(const HostApi *api, uint64_t count) {
     const uint64_t bytes = count > UINT32_MAX / sizeof(Entry) ? UINT32_MAX : count * sizeof(Entry);
     return static_cast<Entry *>(api->Alloc(static_cast<uint32_t>(bytes)));
+}
+
+// Memory for a copy of a block, by rows; without data when there was none.
+template <class Entry>
+Operand<Entry> allocate_like(const HostApi *api, const Block &block) {
+    const uint64_t rows = static_cast<uint32_t>(row_count(block)), columns = static_cast<uint32_t>(column_count(block));
+    return {allocate<Entry>(api, rows * columns), {column_count(block), 1}};
 }
 
 }  // namespace modla

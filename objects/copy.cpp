@@ -1,11 +1,11 @@
-#include "blocks/transpose.h"
+#include "engine/move.h"
 #include "host/arguments.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/rtable.h"
+#include "host/subspec.h"
 #include "host/work_memory.h"
 #include "modla.h"
 #include "objects/triangle.h"
-#include "residue/ring.h"
 
 using namespace modla;
 
@@ -56,23 +56,20 @@ template <class Entry>
 void copy_block(const HostApi *api, const CopyRequest &request, Entry zero) {
     const Block &source = request.source, &target = request.target;
     const Shape shape = {row_count(source), column_count(source), request.triangle};
-    const Entry *from = static_cast<const Entry *>(source.data);
-    Entry *const to = static_cast<Entry *>(target.data);
-    const Steps from_steps = steps_of(source), to_steps = steps_of(target);
+    const Operand<const Entry> from = operand_of<const Entry>(source);
+    const Operand<Entry> to = operand_of<Entry>(target);
     if (request.created && (source.empty || shape.triangle != Triangle::whole)) {
         const Triangle rest = source.empty ? Triangle::whole : complement(shape.triangle);
-        fill_entries({row_count(target), column_count(target), rest}, to, to_steps, zero);
+        fill_entries({row_count(target), column_count(target), rest}, to, zero);
     }
     if (!overlap(source, target)) {
-        copy_entries(shape, from, from_steps, to, to_steps);
+        copy_entries(shape, from, to);
     } else if (!coincide(source, target)) {
-        const Steps held_steps = {shape.columns, 1};
-        const uint64_t count = uint64_t{static_cast<uint32_t>(shape.rows)} * static_cast<uint32_t>(shape.columns);
-        Entry *const held = allocate<Entry>(api, count);
-        if (!held) return;  // nothing was created: the target is given
-        copy_entries(shape, from, from_steps, held, held_steps);
-        copy_entries(shape, static_cast<const Entry *>(held), held_steps, to, to_steps);
-        api->Free(held);
+        const Operand<Entry> held = allocate_like<Entry>(api, source);
+        if (!held.data) return;  // nothing was created: the target is given
+        copy_entries(shape, from, held);
+        copy_entries<Entry>(shape, held, to);
+        api->Free(held.data);
     }
 }
 
@@ -81,10 +78,7 @@ void copy_block(const HostApi *api, const CopyRequest &request, Entry zero) {
 HostObject modLA_Copy(const HostApi *api, const HostObject *args) {
     CopyRequest request;
     if (!read_copy(api, args, &request)) return api->NullValue();
-    if (request.source.datatype == MODLA_FLOAT8) {
-        copy_block(api, request, StoredDouble{0.0});
-    } else {
-        copy_block<uint32_t>(api, request, request.source.datatype == MODLA_INTEGER ? immediate_integer(0) : 0);
-    }
+    const int32_t datatype = request.source.datatype;
+    with_entry(datatype, small_scalar(datatype, 0), [&](auto zero) { copy_block(api, request, zero); });
     return request.created ? request.target.object : api->NullValue();
 }

@@ -1,11 +1,8 @@
-#include <algorithm>
-#include <cstddef>
-
 #include "host/arguments.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/rtable.h"
 #include "modla.h"
-#include "residue/ring.h"
+#include "values/rand_fill.h"
 
 using namespace modla;
 
@@ -69,27 +66,20 @@ bool read_create(const HostApi *api, const HostObject *args, CreateRequest *requ
     return check_modulus(api, args[1], &request->modulus, request->datatype, fill, &request->fill, "fill", 0);
 }
 
-template <class Entry, class Value>
-void fill_entries(void *data, size_t count, Value value, Value one, const CreateRequest &request) {
-    Entry *const entries = static_cast<Entry *>(data);
-    std::fill_n(entries, count, Entry{value});
-    if (request.content != Content::identity) return;
-    // The same indices serve both orders: the Matrix is square.
-    for (int32_t k = 0; k < request.columns; k++) entries[static_cast<size_t>(k) * (request.columns + 1u)] = one;
+// All entries in the order of their addresses.
+Block entries_in_line(const Block &block) {
+    Block line = block;
+    line.rows = 1;
+    line.columns = row_count(block) * column_count(block);
+    line.column_step = 1;
+    return line;
 }
 
-void fill_random(const HostApi *api, const HostObject *args, HostObject object, void *data, size_t count,
-                 const CreateRequest &request) {
-    const int32_t entries = static_cast<int32_t>(count);
-    if (request.datatype == MODLA_INTEGER4) {
-        rand_fill_iw(api, 1, entries, static_cast<uint32_t *>(data), 0, 1, static_cast<uint32_t>(request.modulus.word));
-    } else if (request.datatype == MODLA_FLOAT8) {
-        rand_fill_f(api, 1, entries, static_cast<double *>(data), 0, 1, request.modulus.real);
-    } else {
-        fill_entries<HostObject>(data, count, immediate_integer(0), immediate_integer(1), request);
-        api->CallProcedure(modLA_getfcn(api, "cbRandMat"), 6, args[1], api->ToInteger(0), args[2], api->ToInteger(0),
-                           args[3], object);
-    }
+Block diagonal_of(const Block &block) {
+    Block diagonal = block;
+    diagonal.row_step += diagonal.column_step;
+    diagonal.columns = 1;
+    return diagonal;
 }
 
 }  // namespace
@@ -98,20 +88,19 @@ HostObject modLA_Create(const HostApi *api, const HostObject *args) {
     CreateRequest request;
     if (!read_create(api, args, &request)) return api->NullValue();
     Block block;
-    if (!new_block(api, request.rows, request.columns, request.datatype, request.order, &block))
+    if (!new_block(api, request.rows, request.columns, request.datatype, request.order, &block)) {
         return api->NullValue();
-    const HostObject object = block.object;
-    void *const data = block.data;
-    const size_t count =
-        static_cast<size_t>(std::max(request.rows, 1)) * static_cast<size_t>(std::max(request.columns, 1));
-    if (request.content == Content::random) {
-        fill_random(api, args, object, data, count, request);
-    } else if (request.datatype == MODLA_INTEGER4) {
-        fill_entries<uint32_t>(data, count, static_cast<uint32_t>(request.fill.word), 1u, request);
-    } else if (request.datatype == MODLA_FLOAT8) {
-        fill_entries<StoredDouble>(data, count, request.fill.real, 1.0, request);
-    } else {
-        fill_entries<HostObject>(data, count, request.fill.object, immediate_integer(1), request);
     }
-    return object;
+    const bool random = request.content == Content::random;
+    if (random && request.datatype != MODLA_INTEGER) {
+        fill_randomly(api, entries_in_line(block), request.modulus);
+        return block.object;
+    }
+    fill_block(block, random ? small_scalar(request.datatype, 0) : request.fill);
+    if (request.content == Content::identity) fill_block(diagonal_of(block), small_scalar(request.datatype, 1));
+    if (random) {
+        api->CallProcedure(modLA_getfcn(api, "cbRandMat"), 6, args[1], api->ToInteger(0), args[2], api->ToInteger(0),
+                           args[3], block.object);
+    }
+    return block.object;
 }

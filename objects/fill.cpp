@@ -1,8 +1,9 @@
 #include "host/arguments.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/rtable.h"
+#include "host/subspec.h"
 #include "modla.h"
-#include "residue/ring.h"
+#include "values/rand_fill.h"
 
 using namespace modla;
 
@@ -40,27 +41,12 @@ bool read_fill(const HostApi *api, const HostObject *args, FillRequest *request)
     return check_modulus(api, args[1], &request->modulus, request->block.datatype, fill, &request->fill, "fill", 0);
 }
 
-template <class Entry, class Value>
-void fill_block(const Block &block, Value value) {
-    fill_entries({row_count(block), column_count(block)}, static_cast<Entry *>(block.data), steps_of(block), value);
-}
-
-void fill_random(const HostApi *api, const HostObject *args, const FillRequest &request) {
-    const Block &block = request.block;
-    const int32_t rows = row_count(block), columns = column_count(block);
-    if (block.datatype == MODLA_INTEGER4) {
-        rand_fill_iw(api, rows, columns, static_cast<uint32_t *>(block.data), block.row_step, block.column_step,
-                     static_cast<uint32_t>(request.modulus.word));
-    } else if (block.datatype == MODLA_FLOAT8) {
-        rand_fill_f(api, rows, columns, static_cast<double *>(block.data), block.row_step, block.column_step,
-                    request.modulus.real);
-    } else {
-        View view;
-        if (!make_block_view(api, block, &view)) return;
-        api->CallProcedure(modLA_getfcn(api, "cbRandMat"), 6, args[1], api->ToInteger(view.row_shift),
-                           api->ToInteger(rows), api->ToInteger(view.column_shift), api->ToInteger(columns),
-                           view.object);
-    }
+void call_random(const HostApi *api, const HostObject *args, const Block &block) {
+    View view;
+    if (!make_block_view(api, block, &view)) return;
+    api->CallProcedure(modLA_getfcn(api, "cbRandMat"), 6, args[1], api->ToInteger(view.row_shift),
+                       api->ToInteger(row_count(block)), api->ToInteger(view.column_shift),
+                       api->ToInteger(column_count(block)), view.object);
 }
 
 }  // namespace
@@ -68,15 +54,14 @@ void fill_random(const HostApi *api, const HostObject *args, const FillRequest &
 HostObject modLA_Fill(const HostApi *api, const HostObject *args) {
     FillRequest request;
     if (!read_fill(api, args, &request)) return api->NullValue();
-    if (request.block.empty) return api->NullValue();
-    if (request.random) {
-        fill_random(api, args, request);
-    } else if (request.block.datatype == MODLA_INTEGER4) {
-        fill_block<uint32_t>(request.block, static_cast<uint32_t>(request.fill.word));
-    } else if (request.block.datatype == MODLA_FLOAT8) {
-        fill_block<StoredDouble>(request.block, request.fill.real);
+    const Block &block = request.block;
+    if (block.empty) return api->NullValue();
+    if (!request.random) {
+        fill_block(block, request.fill);
+    } else if (block.datatype == MODLA_INTEGER) {
+        call_random(api, args, block);
     } else {
-        fill_block<HostObject>(request.block, request.fill.object);
+        fill_randomly(api, block, request.modulus);
     }
     return api->NullValue();
 }

@@ -3,17 +3,16 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/convert.h"
 #include "host/arguments.h"
 #include "host/flexinput.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/object.h"
 #include "host/raise.h"
 #include "host/rtable.h"
+#include "host/subspec.h"
 #include "host/work_memory.h"
 #include "modla.h"
-#include "objects/convert.h"
-#include "residue/fp_mode.h"
-#include "residue/ring.h"
 #include "values/evaluate.h"
 
 using namespace modla;
@@ -155,20 +154,6 @@ bool open_output(const HostApi *api, ModRequest *request) {
     return true;
 }
 
-void clear_output(const Block &output) {
-    const Shape shape = {row_count(output), column_count(output)};
-    switch (output.datatype) {
-        case MODLA_FLOAT8:
-            return fill_entries(shape, static_cast<StoredDouble *>(output.data), steps_of(output), 0.0);
-        case MODLA_INTEGER4:
-            return fill_entries(shape, static_cast<uint32_t *>(output.data), steps_of(output), 0u);
-        default:
-            return fill_entries(shape, static_cast<HostObject *>(output.data), steps_of(output), immediate_integer(0));
-    }
-}
-
-// ---- Input ----
-
 int32_t line_count(const Selection &selection) {
     return std::max(selection.count, 1);
 }
@@ -264,28 +249,23 @@ bool check_doubles(const HostApi *api, const ModRequest &request) {
 }
 
 template <class Ring>
-void convert_block(const Ring &ring, const Block &from, const Block &to) {
-    const Shape shape = {to.rows, to.columns};
-    auto *const target = static_cast<typename Ring::Entry *>(to.data);
-    if (from.datatype == MODLA_FLOAT8) {
-        const auto *const source = static_cast<const StoredDouble *>(from.data);
-        convert_entries(ring, shape, source, steps_of(from), target, steps_of(to));
-    } else {
-        const auto *const source = static_cast<const int32_t *>(from.data);
-        convert_entries(ring, shape, source, steps_of(from), target, steps_of(to));
-    }
-}
-
-template <class Ring>
-bool reduce_native(const HostApi *api, const ModRequest &request, const Ring &ring) {
-    return for_blocks(api, request, [&](const Block &from, const Block &to) {
-        with_standard_mode([&] { convert_block(ring, from, to); });
+void reduce_native(const HostApi *api, const ModRequest &request, const Ring &ring) {
+    for_blocks(api, request, [&](const Block &from, const Block &to) {
+        with_standard_mode([&] {
+            const Shape shape = {to.rows, to.columns};
+            const auto target = operand_of<typename Ring::Entry>(to);
+            if (from.datatype == MODLA_FLOAT8) {
+                convert_entries(ring, shape, operand_of<const StoredDouble>(from), target);
+            } else {
+                convert_entries(ring, shape, operand_of<const int32_t>(from), target);
+            }
+        });
         return true;
     });
 }
 
-bool native_to_integers(const HostApi *api, const ModRequest &request) {
-    return for_blocks(api, request, [&](const Block &from, const Block &to) {
+void native_to_integers(const HostApi *api, const ModRequest &request) {
+    for_blocks(api, request, [&](const Block &from, const Block &to) {
         for (int32_t i = 0; i < to.rows; i++) {
             HostObject *const target = line_of<HostObject>(to, i);
             for (int32_t j = 0; j < to.columns; j++) {
@@ -351,13 +331,13 @@ bool evaluate_values(const ModRequest &request, Evaluation<Ring> &evaluation) {
     return for_values<Entry>(evaluation.api, request, evaluate_line) || raise_failure(evaluation);
 }
 
-bool copy_values(const HostApi *api, const ModRequest &request) {
+void copy_values(const HostApi *api, const ModRequest &request) {
     const auto copy_line = [&](const HostObject *items, ptrdiff_t step, int32_t count, HostObject *target,
                                ptrdiff_t target_step) {
         for (int32_t k = 0; k < count; k++) target[k * target_step] = items[k * step];
         return true;
     };
-    return for_values<HostObject>(api, request, copy_line);
+    for_values<HostObject>(api, request, copy_line);
 }
 
 // ---- Input that shares memory with the output ----
@@ -411,22 +391,23 @@ bool take_snapshot(const HostApi *api, ModRequest *request) {
 
 // ---- The conversion ----
 
-// Writes the input to the output: native entries by reduce(), host values by evaluate().
-template <class ReduceNative, class EvaluateValues>
-bool write_output(const HostApi *api, ModRequest *request, ReduceNative reduce, EvaluateValues evaluate) {
+// Makes the input readable while the output is written, and the entries of the output that no input goes to zero.
+// False after an error.  held: work memory that the input was moved to, or null.
+bool open_input(const HostApi *api, ModRequest *request, void **held) {
     const FlexInput &input = request->input;
     const Block &output = request->output;
-    if (input.empty) return clear_output(output), true;
+    *held = nullptr;
+    if (input.empty) return clear_block(output), true;
     if (!input.is_list) request->table = table_block(api, input);
     if (!check_doubles(api, *request)) return false;
     const Sharing sharing = sharing_of(api, *request);
-    if (sharing == Sharing::overlapping && !take_snapshot(api, request)) return false;
-    const bool values = input.datatype == MODLA_INTEGER;
-    const bool every_entry = !values && output.datatype != MODLA_INTEGER && fills_output(*request);
-    if (sharing != Sharing::same_places && !every_entry) clear_output(output);
-    const bool written = values ? evaluate() : reduce();
-    if (sharing == Sharing::overlapping) api->Free(request->table.data);
-    return written;
+    if (sharing == Sharing::overlapping) {
+        if (!take_snapshot(api, request)) return false;
+        *held = request->table.data;
+    }
+    const bool native = input.datatype != MODLA_INTEGER && output.datatype != MODLA_INTEGER;
+    if (sharing != Sharing::same_places && !(native && fills_output(*request))) clear_block(output);
+    return true;
 }
 
 template <class Ring>
@@ -434,10 +415,17 @@ bool write_residues(const HostApi *api, ModRequest *request, const Ring &ring) {
     Evaluation<Ring> evaluation = {api, ring, nullptr, nullptr, 0};
     DigitWeights weights = with_standard_mode([&] { return make_digit_weights(static_cast<double>(ring.p)); });
     evaluation.weights = &weights;
-    const bool written = open_evaluation(*request, &evaluation) && open_output(api, request) &&
-                         write_output(
-                             api, request, [&] { return reduce_native(api, *request, ring); },
-                             [&] { return evaluate_values(*request, evaluation); });
+    void *held = nullptr;
+    bool written =
+        open_evaluation(*request, &evaluation) && open_output(api, request) && open_input(api, request, &held);
+    if (written && !request->input.empty) {
+        if (request->input.datatype == MODLA_INTEGER) {
+            written = evaluate_values(*request, evaluation);
+        } else {
+            reduce_native(api, *request, ring);
+        }
+    }
+    if (held) api->Free(held);
     close_evaluation(evaluation);
     return written;
 }
@@ -469,32 +457,23 @@ bool write_integers(const HostApi *api, ModRequest *request) {
             if (!check_equation(api, *request, equations.items[i])) return false;
         }
     }
-    return open_output(api, request) &&
-           write_output(
-               api, request, [&] { return native_to_integers(api, *request); },
-               [&] { return copy_values(api, *request); }) &&
-           reduce_integers(api, *request);
-}
-
-bool run_mod(const HostApi *api, ModRequest *request) {
-    if (!check_evaluations(api, *request)) return false;
-    switch (request->datatype) {
-        case MODLA_INTEGER4:
-            return write_residues(api, request, word_ring(static_cast<uint32_t>(request->modulus.word)));
-        case MODLA_FLOAT8: {
-            const double p = request->modulus.real;
-            const double pinv = with_standard_mode([&] { return pinv_of(p); });
-            return write_residues(api, request, FloatRing{p, pinv});
-        }
-        default:
-            return write_integers(api, request);
+    void *held;
+    if (!open_output(api, request) || !open_input(api, request, &held)) return false;
+    if (!request->input.empty) {
+        (request->input.datatype == MODLA_INTEGER ? copy_values : native_to_integers)(api, *request);
     }
+    if (held) api->Free(held);
+    return reduce_integers(api, *request);
 }
 
 }  // namespace
 
 HostObject modLA_Mod(const HostApi *api, const HostObject *args) {
     ModRequest request;
-    if (!read_mod(api, args, &request) || !run_mod(api, &request)) return api->NullValue();
-    return request.created ? request.output.object : api->NullValue();
+    if (!read_mod(api, args, &request) || !check_evaluations(api, request)) return api->NullValue();
+    const bool written = request.datatype == MODLA_INTEGER
+                             ? write_integers(api, &request)
+                             : with_ring(request.datatype, request.modulus,
+                                         [&](const auto &ring) { return write_residues(api, &request, ring); });
+    return written && request.created ? request.output.object : api->NullValue();
 }

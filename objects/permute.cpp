@@ -1,11 +1,9 @@
+#include <algorithm>
 #include <utility>
 
-#include "blocks/transpose.h"
 #include "host/arguments.h"
-#include "host/modulus.h"
-#include "host/rtable.h"
+#include "host/native.h"
 #include "modla.h"
-#include "residue/ring.h"
 
 using namespace modla;
 
@@ -97,8 +95,8 @@ void make_steps(const PermuteRequest &request, int32_t first, int32_t end) {
         for (int32_t s = first; s < end; s++) {
             const Step step = step_at(request, s);
             if (step.partner == step.line) continue;
-            swap_entries({1, lines.length}, start + step.line * lines.line_step, {0, 1},
-                         start + step.partner * lines.line_step, {0, 1}, true);
+            std::swap_ranges(start + step.line * lines.line_step, start + step.line * lines.line_step + lines.length,
+                             start + step.partner * lines.line_step);
         }
         return;
     }
@@ -145,7 +143,7 @@ HostObject modLA_Permute(const HostApi *api, const HostObject *args) {
     PermuteRequest request;
     if (!read_permute(api, args, &request)) return api->NullValue();
     const bool valid =
-        request.lines.datatype == MODLA_FLOAT8 ? permute<StoredDouble>(request) : permute<uint32_t>(request);
+        with_entry(request.lines.datatype, {}, [&](auto entry) { return permute<decltype(entry)>(request); });
     if (!valid) fail(api, "invalid permutation vector");
     return api->NullValue();
 }

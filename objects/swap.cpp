@@ -1,10 +1,9 @@
-#include "blocks/transpose.h"
+#include "engine/move.h"
 #include "host/arguments.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/subspec.h"
 #include "modla.h"
 #include "objects/triangle.h"
-#include "residue/ring.h"
 
 using namespace modla;
 
@@ -42,23 +41,17 @@ bool is_own_transpose(const SwapRequest &request) {
            a.column_step == b.row_step;
 }
 
-template <class Entry>
-void swap_blocks(const SwapRequest &request) {
-    const Block &a = request.first, &b = request.second;
-    const bool order_matters = overlap(a, b) && !is_own_transpose(request);
-    swap_entries({row_count(a), column_count(a), request.triangle}, static_cast<Entry *>(a.data), steps_of(a),
-                 static_cast<Entry *>(b.data), steps_of(b), order_matters);
-}
-
 }  // namespace
 
 HostObject modLA_Swap(const HostApi *api, const HostObject *args) {
     SwapRequest request;
     if (!read_swap(api, args, &request)) return api->NullValue();
-    if (request.first.datatype == MODLA_FLOAT8) {
-        swap_blocks<StoredDouble>(request);
-    } else {
-        swap_blocks<uint32_t>(request);
-    }
+    const Block &a = request.first, &b = request.second;
+    const Shape shape = {row_count(a), column_count(a), request.triangle};
+    const bool order_matters = overlap(a, b) && !is_own_transpose(request);
+    with_entry(a.datatype, {}, [&](auto entry) {
+        using Entry = decltype(entry);
+        swap_entries(shape, operand_of<Entry>(a), operand_of<Entry>(b), order_matters);
+    });
     return api->NullValue();
 }

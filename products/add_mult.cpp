@@ -1,10 +1,9 @@
 #include "host/arguments.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/rtable.h"
+#include "host/subspec.h"
 #include "modla.h"
-#include "products/operand.h"
-#include "residue/fp_mode.h"
-#include "residue/ring.h"
+#include "products/product.h"
 
 using namespace modla;
 
@@ -93,18 +92,18 @@ bool read_add_mult(const HostApi *api, const HostObject *args, AddMultRequest *r
 // The block itself, or a copy in host memory where writing C in its own order would destroy entries still to be read;
 // without data when the host had no memory.
 template <class Entry>
-Operand<Entry> readable(const HostApi *api, const Block &block, const Block &C, Entry **held) {
+Operand<const Entry> readable(const HostApi *api, const Block &block, const Block &C, Entry **held) {
     *held = nullptr;
-    if (!overlap(block, C) || coincide(block, C)) return operand_of<Entry>(block);
+    if (!overlap(block, C) || coincide(block, C)) return operand_of<const Entry>(block);
     const Operand<Entry> copy = copy_operand<Entry>(api, block);
     *held = copy.data;
     return copy;
 }
 
-template <class Residue, class Entry>
-void add_entries(const Residue &residue, typename Residue::Value c, Shape shape, Operand<Entry> A, Operand<Entry> B,
+template <class Ring, class Entry>
+void add_entries(const Ring &ring, typename Ring::Value c, Shape shape, Operand<const Entry> A, Operand<const Entry> B,
                  Operand<Entry> C) {
-    using Value = typename Residue::Value;
+    using Value = typename Ring::Value;
     walk<3>(shape, {A.steps, B.steps, C.steps}, false,
             [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 const Entry *const a = A.data + offsets[0];
@@ -114,27 +113,27 @@ void add_entries(const Residue &residue, typename Residue::Value c, Shape shape,
                 const auto entry_b = [&](int32_t k) -> Value { return b[unit ? k : k * inner[1]]; };
                 bool canonical = true;
                 for (int32_t k = 0; k < count; k++) {
-                    canonical &= residue.is_canonical(entry_a(k)) & residue.is_canonical(entry_b(k));
+                    canonical &= ring.is_canonical(entry_a(k)) & ring.is_canonical(entry_b(k));
                 }
                 for (int32_t k = 0; k < count; k++) {
                     Value x = entry_a(k), y = entry_b(k);
-                    if (!canonical) x = residue.canonical(x), y = residue.canonical(y);
-                    s[unit ? k : k * inner[2]] = residue.multiply_add(c, y, x);
+                    if (!canonical) x = ring.canonical(x), y = ring.canonical(y);
+                    s[unit ? k : k * inner[2]] = ring.multiply_add(c, y, x);
                 }
             });
 }
 
-template <class Residue>
-bool add_blocks(const HostApi *api, const Residue &residue, typename Residue::Value c, const AddMultRequest &request) {
-    using Entry = typename Residue::Entry;
+template <class Ring>
+bool add_blocks(const HostApi *api, const Ring &ring, const AddMultRequest &request) {
+    using Entry = typename Ring::Entry;
     const Block &C = request.C;
     Entry *held_a, *held_b;
-    const Operand<Entry> A = readable(api, request.A, C, &held_a);
+    const Operand<const Entry> A = readable(api, request.A, C, &held_a);
     if (!A.data) return false;
-    const Operand<Entry> B = readable(api, request.B, C, &held_b);
-    const Shape shape = {row_count(request.A), column_count(request.A)};
+    const Operand<const Entry> B = readable(api, request.B, C, &held_b);
+    const auto c = entry_of<Entry>(request.c);
     if (B.data) {
-        with_standard_mode([&] { add_entries<Residue, Entry>(residue, c, shape, A, B, operand_of<Entry>(C)); });
+        with_standard_mode([&] { add_entries(ring, c, shape_of(request.A), A, B, operand_of<Entry>(C)); });
     }
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);
@@ -148,16 +147,7 @@ bool call_add_mult(const HostApi *api, const HostObject *args, const AddMultRequ
         return false;
     }
     const HostObject rows = api->ToInteger(row_count(request.A)), columns = api->ToInteger(column_count(request.A));
-    const HostObject multiplier = request.c.object;
-    if (!is_shifted(A) && !is_shifted(B) && !is_shifted(C)) {
-        api->CallProcedure(modLA_getfcn(api, "cbAddMult"), 7, args[1], rows, columns, multiplier, A.object, B.object,
-                           C.object);
-    } else {
-        api->CallProcedure(modLA_getfcn(api, "cbAddMultShift"), 13, args[1], rows, columns, multiplier, A.object,
-                           api->ToInteger(A.row_shift), api->ToInteger(A.column_shift), B.object,
-                           api->ToInteger(B.row_shift), api->ToInteger(B.column_shift), C.object,
-                           api->ToInteger(C.row_shift), api->ToInteger(C.column_shift));
-    }
+    call_on_views(api, "cbAddMult", "cbAddMultShift", {args[1], rows, columns, request.c.object}, {A, B, C});
     return true;
 }
 
@@ -171,13 +161,9 @@ HostObject modLA_AddMult(const HostApi *api, const HostObject *args) {
         if (request.created) clear_block(request.C);
     } else if (request.A.datatype == MODLA_INTEGER) {
         done = call_add_mult(api, args, request);
-    } else if (request.A.datatype == MODLA_INTEGER4) {
-        done = add_blocks(api, make_word(static_cast<uint32_t>(request.modulus.word)),
-                          static_cast<uint32_t>(request.c.word), request);
     } else {
-        const double p = request.modulus.real;
-        const double pinv = with_standard_mode([&] { return pinv_of(p); });
-        done = add_blocks(api, Float{p, pinv}, request.c.real, request);
+        done = with_ring(request.A.datatype, request.modulus,
+                         [&](const auto &ring) { return add_blocks(api, ring, request); });
     }
     return done && request.created ? request.C.object : api->NullValue();
 }

@@ -1,16 +1,15 @@
 // Sums and differences of blocks.
 #pragma once
 
-#include "blocks/strided.h"
-#include "products/operand.h"
+#include "blocks/operand.h"
 
 namespace modla {
 
 // C = op(A, B) entry by entry; C may be the same block as A or B.
 template <class Entry, class Operation>
-void combine_blocks(int32_t rows, int32_t columns, Operand<const Entry> A, Operand<const Entry> B, Operand<Entry> C,
+void combine_blocks(Shape shape, Operand<const Entry> A, Operand<const Entry> B, Operand<Entry> C,
                     Operation operation) {
-    walk<3>({rows, columns}, {A.steps, B.steps, C.steps}, false,
+    walk<3>(shape, {A.steps, B.steps, C.steps}, false,
             [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 const Entry *const a = A.data + offsets[0];
                 const Entry *const b = B.data + offsets[1];

@@ -8,12 +8,14 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "products/operand.h"
+#include "products/product.h"
 #include "residue/ring.h"
 
 namespace modla {
 
-// What a sum is collected in, for a residue and a modulus.
+constexpr int32_t product_rows = 4, product_columns = 64, product_depth = 128;
+
+// What a sum is collected in, for a ring and a modulus.
 //
 // Words: 64 bits hold 2^32 products, whatever the modulus.  With 32 bits, which are faster, a residue and `chunk`
 // products of residues stay below 2^32 because chunk <= floor((2^32 - p)/(p-1)^2).
@@ -21,12 +23,13 @@ struct WideWord {
     using Entry = uint32_t;
     using Value = uint32_t;
     using Sum = uint64_t;
-    Word word;
+    WordRing ring;
     uint32_t wrap;  // 2^32 mod p
 
-    // For sums below 2^39: at most 128 products.
+    // For sums of at most product_depth products: their upper word times `wrap` stays a word.
+    static_assert((uint64_t{product_depth} + 1) << 16 < WordRing::limit);
     uint32_t reduce(uint64_t t) const {
-        return word.reduce(word.reduce(static_cast<uint32_t>(t)) + static_cast<uint32_t>(t >> 32) * wrap);
+        return ring.reduce(ring.reduce(static_cast<uint32_t>(t)) + static_cast<uint32_t>(t >> 32) * wrap);
     }
 };
 
@@ -34,8 +37,8 @@ struct NarrowWord {
     using Entry = uint32_t;
     using Value = uint32_t;
     using Sum = uint32_t;
-    Word word;
-    uint32_t reduce(uint32_t t) const { return word.reduce(t); }
+    WordRing ring;
+    uint32_t reduce(uint32_t t) const { return ring.reduce(t); }
 };
 
 // Floats: a residue and `chunk` products stay below 2^53 because chunk <= floor((2^53 - p)/(p-1)^2).
@@ -43,17 +46,15 @@ struct FloatSum {
     using Entry = StoredDouble;
     using Value = double;
     using Sum = double;
-    Float residue;
-    double reduce(double t) const { return residue.reduce(t); }
+    FloatRing ring;
+    double reduce(double t) const { return ring.reduce(t); }
 };
 
-constexpr int32_t product_rows = 4, product_columns = 64, product_depth = 128;
-
 // One row times a matrix, by dot products along B's columns.
-template <class Accumulator, class Entry = typename Accumulator::Entry>
-void multiply_row_by_dots(const Accumulator &sums, int32_t k, int32_t n, Operand<const Entry> A, Operand<const Entry> B,
-                          Operand<Entry> C, int32_t chunk) {
+template <class Accumulator, class Entry>
+void multiply_row_by_dots(const Accumulator &sums, const Product<Entry> &product, int32_t chunk) {
     using Sum = typename Accumulator::Sum;
+    const auto &[m, k, n, A, B, C, sparse] = product;
     for (int32_t j = 0; j < n; j++) {
         Sum sum = 0;
         for (int32_t t0 = 0; t0 < k; t0 += chunk) {
@@ -97,9 +98,9 @@ void multiply_tile(const Accumulator &sums, int32_t depth, int32_t columns, Oper
     }
 }
 
-template <class Accumulator, class Entry = typename Accumulator::Entry>
-void multiply_tiles(const Accumulator &sums, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
-                    Operand<const Entry> B, Operand<Entry> C, int32_t chunk, bool sparse) {
+template <class Accumulator, class Entry>
+void multiply_tiles(const Accumulator &sums, const Product<Entry> &product, int32_t chunk) {
+    const auto &[m, k, n, A, B, C, sparse] = product;
     alignas(16) Entry packed[product_depth * product_columns];
     for (int32_t j = 0; j < n; j += product_columns) {
         const int32_t columns = std::min(product_columns, n - j);
@@ -108,7 +109,7 @@ void multiply_tiles(const Accumulator &sums, int32_t m, int32_t k, int32_t n, Op
             const Entry *part = &B.at(t, j);
             ptrdiff_t step = B.steps.row;
             if (B.steps.column != 1 || m >= 2 * product_rows) {
-                copy_entries<Entry>({depth, columns}, part, B.steps, packed, {product_columns, 1});
+                copy_entries<Entry>({depth, columns}, B.from(t, j), {packed, {product_columns, 1}});
                 part = packed;
                 step = product_columns;
             }
@@ -125,38 +126,30 @@ void multiply_tiles(const Accumulator &sums, int32_t m, int32_t k, int32_t n, Op
 }
 
 // chunk >= 1 products may be added to a residue; k >= 1.
-template <class Accumulator, class Entry = typename Accumulator::Entry>
-void multiply_classically(const Accumulator &sums, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
-                          Operand<const Entry> B, Operand<Entry> C, int32_t chunk, bool sparse) {
+template <class Accumulator, class Entry>
+void multiply_summing(const Accumulator &sums, Product<Entry> product, int32_t chunk) {
+    auto &[m, k, n, A, B, C, sparse] = product;
     if (n == 1 || (m != 1 && C.steps.column != 1 && C.steps.row == 1)) {
-        std::swap(m, n);
-        std::swap(A, B);
-        A = A.transposed();
-        B = B.transposed();
-        C = C.transposed();
+        product = {n, k, m, B.transposed(), A.transposed(), C.transposed(), sparse};
     }
     chunk = std::clamp(chunk, 1, product_depth);
-    if (m == 1 && B.steps.column != 1) return multiply_row_by_dots(sums, k, n, A, B, C, chunk);
-    multiply_tiles(sums, m, k, n, A, B, C, chunk, sparse);
+    if (m == 1 && B.steps.column != 1) return multiply_row_by_dots(sums, product, chunk);
+    multiply_tiles(sums, product, chunk);
 }
 
 // The product of residues, with the accumulator that suits the modulus.
-inline void multiply_blocks(const Word &word, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,
-                            Operand<const uint32_t> B, Operand<uint32_t> C, bool sparse) {
-    const int32_t bound = pending_bound<Word>(word.p);
-    if (bound >= std::min(k, 16)) {
-        multiply_classically(NarrowWord{word}, m, k, n, A, B, C, bound, sparse);
+inline void multiply_classically(const WordRing &ring, const Product<uint32_t> &product) {
+    const int32_t bound = delay_bound(ring);
+    if (bound >= std::min(product.k, 16)) {
+        multiply_summing(NarrowWord{ring}, product, bound);
     } else {
-        const uint32_t wrap = static_cast<uint32_t>(Word::limit % word.p);
-        multiply_classically(WideWord{word, wrap}, m, k, n, A, B, C, product_depth, sparse);
+        const uint32_t wrap = static_cast<uint32_t>(WordRing::limit % ring.p);
+        multiply_summing(WideWord{ring, wrap}, product, product_depth);
     }
 }
 
-inline void multiply_blocks(const Float &residue, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
-                            Operand<const StoredDouble> B, Operand<StoredDouble> C, bool sparse) {
-    const uint32_t p = modulus_of(residue.p);
-    const int32_t bound = pending_bound<Float>(p);
-    multiply_classically(FloatSum{residue}, m, k, n, A, B, C, bound, sparse);
+inline void multiply_classically(const FloatRing &ring, const Product<StoredDouble> &product) {
+    multiply_summing(FloatSum{ring}, product, delay_bound(ring));
 }
 
 }  // namespace modla

@@ -1,16 +1,13 @@
 #include "host/arguments.h"
-#include "host/modulus.h"
+#include "host/native.h"
 #include "host/rtable.h"
+#include "host/subspec.h"
 #include "modla.h"
-#include "products/mat_mult.h"
-#include "products/operand.h"
-#include "residue/fp_mode.h"
+#include "products/general_product.h"
 
 using namespace modla;
 
 namespace {
-
-constexpr int32_t strassen_threshold = 20;  // words: above it a workspace is provided; the kernel decides on its use
 
 struct MultiplyRequest {
     bool scalar_given;
@@ -19,13 +16,9 @@ struct MultiplyRequest {
     Block C;
     bool created;        // C is a new object
     bool scalar_result;  // C is the one-entry slot below, or a 1 x 1 object that a callback writes
-    int32_t sparse;
+    bool sparse;
     Scalar modulus, scalar;
-    union {
-        uint32_t word;
-        double real;
-        HostObject object;
-    } slot;
+    Scalar slot;
 
     const Block &first() const { return scalar_given ? B : A; }
     int32_t rows() const { return first().rows; }
@@ -61,11 +54,7 @@ bool make_result(const HostApi *api, int32_t order, MultiplyRequest *request) {
     }
     if (request->scalar_given) return fail(api, "cannot perform scalar multiply on a zero dimensional object");
     request->scalar_result = true;
-    if (datatype == MODLA_FLOAT8) {
-        request->slot.real = 0.0;
-    } else {
-        request->slot.word = datatype == MODLA_INTEGER ? immediate_integer(0) : 0;
-    }
+    request->slot = small_scalar(datatype, 0);
     request->C = {0, datatype, order, &request->slot, 0, 1, 0, 1, false};
     return true;
 }
@@ -99,101 +88,70 @@ bool read_multiply(const HostApi *api, const HostObject *args, MultiplyRequest *
 
 // ---- Native arithmetic
 
-template <class Residue>
-void scale_block(const Residue &residue, typename Residue::Value s, const Block &B, const Block &C) {
-    using Entry = typename Residue::Entry;
-    const Entry *const from = static_cast<const Entry *>(B.data);
-    Entry *const to = static_cast<Entry *>(C.data);
-    walk<2>({row_count(B), column_count(B)}, {steps_of(B), steps_of(C)}, false,
+template <class Ring, class Entry>
+void scale_entries(const Ring &ring, typename Ring::Value s, Shape shape, Operand<const Entry> from,
+                   Operand<Entry> to) {
+    walk<2>(shape, {from.steps, to.steps}, false,
             [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 for (int32_t k = 0; k < count; k++) {
-                    typename Residue::Value b = from[offsets[0] + (unit ? k : k * inner[0])];
-                    if (!residue.is_canonical(b)) b = residue.canonical(b);
-                    to[offsets[1] + (unit ? k : k * inner[1])] = residue.multiply(s, b);
+                    typename Ring::Value b = from.data[offsets[0] + (unit ? k : k * inner[0])];
+                    if (!ring.is_canonical(b)) b = ring.canonical(b);
+                    to.data[offsets[1] + (unit ? k : k * inner[1])] = ring.multiply(s, b);
                 }
             });
 }
 
-template <class Residue>
-bool holds_residues(const Residue &residue, const Block &block) {
-    using Entry = typename Residue::Entry;
-    const Entry *const data = static_cast<const Entry *>(block.data);
+template <class Ring, class Entry>
+bool holds_residues(const Ring &ring, Shape shape, Operand<const Entry> block) {
     bool canonical = true;
-    walk<1>({row_count(block), column_count(block)}, {steps_of(block)}, false,
-            [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
-                for (int32_t k = 0; k < count; k++) {
-                    canonical &= residue.is_canonical(data[offsets[0] + (unit ? k : k * inner[0])]);
-                }
-            });
+    walk<1>(shape, {block.steps}, false, [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
+        for (int32_t k = 0; k < count; k++) {
+            canonical &= ring.is_canonical(block.data[offsets[0] + (unit ? k : k * inner[0])]);
+        }
+    });
     return canonical;
 }
 
 // The block as a factor: a copy in Alloc memory, with every entry a residue, where the block holds others or where
 // writing the result would destroy it; without data when the host had no memory.
-template <class Residue>
-Block usable_factor(const HostApi *api, const Residue &residue, const Block &block, const Block &C, void **held) {
-    using Entry = typename Residue::Entry;
+template <class Ring, class Entry = typename Ring::Entry>
+Operand<const Entry> usable_factor(const HostApi *api, const Ring &ring, const Block &block, const Block &C,
+                                   Entry **held) {
+    const Operand<const Entry> factor = operand_of<const Entry>(block);
+    const Shape shape = shape_of(block);
     *held = nullptr;
-    if (!overlap(block, C) && with_standard_mode([&] { return holds_residues(residue, block); })) return block;
+    if (!overlap(block, C) && with_standard_mode([&] { return holds_residues(ring, shape, factor); })) return factor;
     const Operand<Entry> copy = copy_operand<Entry>(api, block);
     *held = copy.data;
-    Block usable = block;
-    usable.data = copy.data;
-    if (!copy.data) return usable;
-    usable.row_step = static_cast<int32_t>(copy.steps.row);
-    usable.column_step = static_cast<int32_t>(copy.steps.column);
-    with_standard_mode([&] { scale_block(residue, 1, usable, usable); });
-    return usable;
+    if (copy.data) with_standard_mode([&] { scale_entries<Ring, Entry>(ring, 1, shape, copy, copy); });
+    return copy;
 }
 
-// call(A, B, C) runs the kernel of the representation.  False: the host had no memory for copies or a workspace.
-template <class Residue, class Call>
-bool multiply_natively(const HostApi *api, const Residue &residue, typename Residue::Value s,
-                       const MultiplyRequest &request, Call call) {
+// False: the host had no memory for copies or a workspace.
+template <class Ring>
+bool multiply_natively(const HostApi *api, const Ring &ring, const MultiplyRequest &request) {
+    using Entry = typename Ring::Entry;
     const Block &C = request.C;
-    void *held_a = nullptr, *held_b = nullptr;
+    const Operand<Entry> result = operand_of<Entry>(C);
+    Operand<const Entry> B = operand_of<const Entry>(request.B);
+    Entry *held_a = nullptr, *held_b = nullptr;
     bool done;
     if (request.scalar_given) {
-        Block B = request.B;
-        if (overlap(B, C) && !coincide(B, C)) B = usable_factor(api, residue, B, C, &held_b);
+        if (overlap(request.B, C) && !coincide(request.B, C)) B = usable_factor(api, ring, request.B, C, &held_b);
+        const auto s = static_cast<typename Ring::Value>(entry_of<Entry>(request.scalar));
         done = B.data != nullptr;
-        if (done) with_standard_mode([&] { scale_block(residue, s, B, C); });
+        if (done) with_standard_mode([&] { scale_entries<Ring, Entry>(ring, s, shape_of(request.B), B, result); });
     } else {
-        const Block A = usable_factor(api, residue, request.A, C, &held_a);
+        const Operand<const Entry> A = usable_factor(api, ring, request.A, C, &held_a);
         if (!A.data) return false;
-        const Block B = usable_factor(api, residue, request.B, C, &held_b);
-        done = B.data && call(A, B, C);
+        B = usable_factor(api, ring, request.B, C, &held_b);
+        const int32_t m = row_count(request.A), k = column_count(request.A), n = column_count(request.B);
+        HostObject workspace;
+        done = B.data && multiply(api, ring, Product<Entry>{m, k, n, A, B, result, request.sparse}, {}, &workspace);
     }
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);
     return done;
-}
-
-bool run_words(const HostApi *api, const MultiplyRequest &request) {
-    const uint32_t p = static_cast<uint32_t>(request.modulus.word);
-    const double pinv = with_standard_mode([&] { return pinv_of(static_cast<int32_t>(p)); });
-    const auto call = [&](const Block &A, const Block &B, const Block &C) {
-        HostObject workspace;
-        return multiply_words(api, p, pinv, row_count(A), column_count(A), column_count(B),
-                              static_cast<const uint32_t *>(A.data), A.row_step, A.column_step,
-                              static_cast<const uint32_t *>(B.data), B.row_step, B.column_step,
-                              static_cast<uint32_t *>(C.data), C.row_step, C.column_step, request.sparse, nullptr, 0,
-                              strassen_threshold, &workspace);
-    };
-    return multiply_natively(api, make_word(p), static_cast<uint32_t>(request.scalar.word), request, call);
-}
-
-bool run_floats(const HostApi *api, const MultiplyRequest &request) {
-    const double p = request.modulus.real;
-    const double pinv = with_standard_mode([&] { return pinv_of(p); });
-    const auto call = [&](const Block &A, const Block &B, const Block &C) {
-        HostObject workspace;
-        return multiply_floats(
-            api, p, pinv, row_count(A), column_count(A), column_count(B), static_cast<const double *>(A.data),
-            A.row_step, A.column_step, static_cast<const double *>(B.data), B.row_step, B.column_step,
-            static_cast<double *>(C.data), C.row_step, C.column_step, request.sparse, nullptr, 0, &workspace);
-    };
-    return multiply_natively(api, Float{p, pinv}, request.scalar.real, request, call);
 }
 
 // ---- Callbacks
@@ -203,13 +161,7 @@ bool call_scale(const HostApi *api, const HostObject *args, MultiplyRequest &req
     if (!make_operand_view(api, request.B, request.C, true, &B) || !make_block_view(api, request.C, &C)) return false;
     const HostObject m = api->ToInteger(row_count(request.B)), n = api->ToInteger(column_count(request.B));
     const HostObject s = request.scalar.object;
-    if (!is_shifted(B) && !is_shifted(C)) {
-        api->CallProcedure(modLA_getfcn(api, "cbScalMult"), 6, args[1], m, n, s, B.object, C.object);
-        return true;
-    }
-    api->CallProcedure(modLA_getfcn(api, "cbScalMultShift"), 10, args[1], m, n, s, B.object,
-                       api->ToInteger(B.row_shift), api->ToInteger(B.column_shift), C.object,
-                       api->ToInteger(C.row_shift), api->ToInteger(C.column_shift));
+    call_on_views(api, "cbScalMult", "cbScalMultShift", {args[1], m, n, s}, {B, C});
     return true;
 }
 
@@ -229,21 +181,14 @@ bool call_multiply(const HostApi *api, const HostObject *args, MultiplyRequest &
     }
     const HostObject m = api->ToInteger(row_count(request.A)), k = api->ToInteger(column_count(request.A));
     const HostObject n = api->ToInteger(column_count(request.B));
-    if (!is_shifted(A) && !is_shifted(B) && !is_shifted(C)) {
-        api->CallProcedure(modLA_getfcn(api, "cbMatMult"), 7, args[1], m, k, n, A.object, B.object, C.object);
-        return true;
-    }
-    api->CallProcedure(modLA_getfcn(api, "cbMatMultShift"), 13, args[1], m, k, n, A.object, api->ToInteger(A.row_shift),
-                       api->ToInteger(A.column_shift), B.object, api->ToInteger(B.row_shift),
-                       api->ToInteger(B.column_shift), C.object, api->ToInteger(C.row_shift),
-                       api->ToInteger(C.column_shift));
+    call_on_views(api, "cbMatMult", "cbMatMultShift", {args[1], m, k, n}, {A, B, C});
     return true;
 }
 
 HostObject scalar_object(const HostApi *api, const MultiplyRequest &request) {
     switch (request.C.datatype) {
         case MODLA_INTEGER4:
-            return api->ToInteger(static_cast<int32_t>(request.slot.word));
+            return api->ToInteger(request.slot.word);
         case MODLA_FLOAT8:
             return api->ToFloat(request.slot.real);
         default:
@@ -259,12 +204,11 @@ HostObject modLA_Multiply(const HostApi *api, const HostObject *args) {
     bool done = true;
     if (request.first().empty || request.B.empty || request.C.empty) {
         clear_block(request.C);
-    } else if (request.first().datatype == MODLA_INTEGER4) {
-        done = run_words(api, request);
-    } else if (request.first().datatype == MODLA_FLOAT8) {
-        done = run_floats(api, request);
-    } else {
+    } else if (request.first().datatype == MODLA_INTEGER) {
         done = (request.scalar_given ? call_scale : call_multiply)(api, args, request);
+    } else {
+        done = with_ring(request.first().datatype, request.modulus,
+                         [&](const auto &ring) { return multiply_natively(api, ring, request); });
     }
     if (!done) return api->NullValue();
     if (request.scalar_result) return scalar_object(api, request);

@@ -5,15 +5,24 @@
 
 namespace modla {
 
-// The measured break-even of one more level of Strassen's recursion against the classical product of doubles.
+// Is one more level of Strassen's recursion worth its sums, against the classical product of doubles?  The constants
+// decide whether a host sees a workspace object, so they are part of the contract: better ones would change it.
 inline bool strassen_pays(int32_t m, int32_t k, int32_t n) {
     const double rows = m, inner = k, columns = n;
     const double gain = (columns - 39.49) * rows * inner - columns * (11.13 * inner + 51.57 * rows);
     return gain >= 0;
 }
 
-// Words: the recursion pays above this size, measured; smaller thresholds of a caller decide whether it is entered.
+// Words: above this size Multiply provides a workspace object, which hosts see.
+constexpr int32_t strassen_words_threshold = 20;
+
+// Words: the recursion itself pays above this size: bench/product_bench.cpp's strassen_words beside classical_words.
 constexpr int32_t strassen_words_break_even = 100;
+static_assert(strassen_words_break_even >= strassen_words_threshold);
+
+// Doubles: CBLAS is worth a recursion until k <= L when the blocks that are then left have more entries than this; part
+// of the contract too.
+constexpr int32_t blas_recursion_least = 63;
 
 // Workspace for the recursion down to whatever size, in entries.
 inline int64_t strassen_workspace(int32_t m, int32_t k, int32_t n) {

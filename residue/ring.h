@@ -163,23 +163,42 @@ struct FloatRing {
     }
 };
 
-// A float modulus as an integer.
+// A modulus as an integer.
+inline uint32_t modulus_of(uint32_t p) {
+    return p;
+}
 inline uint32_t modulus_of(double p) {
     return static_cast<uint32_t>(static_cast<int32_t>(p));
 }
 
-inline double pinv_of(double p) {
-    return 1.0000000000000002 / p;
+// In the standard mode.
+inline FloatRing float_ring(double p) {
+    return {p, 1.0000000000000002 / p};
 }
 
-using Word = WordRing;
-using Float = FloatRing;
-inline WordRing make_word(uint32_t p) {
+template <class Ring>
+int32_t delay_bound(const Ring &ring) {
+    return delay_bound<Ring>(modulus_of(ring.p));
+}
+
+// The ring and the storage that an exported kernel is called with.
+inline WordRing kernel_ring(uint32_t p, double) {
     return word_ring(p);
 }
-template <class Ring>
-int32_t pending_bound(uint32_t p) {
-    return delay_bound<Ring>(p);
+inline FloatRing kernel_ring(double p, double pinv) {
+    return {p, pinv};
+}
+inline uint32_t *entries(uint32_t *data) {
+    return data;
+}
+inline const uint32_t *entries(const uint32_t *data) {
+    return data;
+}
+inline StoredDouble *entries(double *data) {
+    return reinterpret_cast<StoredDouble *>(data);
+}
+inline const StoredDouble *entries(const double *data) {
+    return reinterpret_cast<const StoredDouble *>(data);
 }
 
 }  // namespace modla

@@ -16,7 +16,7 @@ uint32_t modeval_iw(const HostApi *api, uint32_t p, HostObject object, const Hos
 
 double modeval_f(const HostApi *api, double p, uint32_t, HostObject object, const HostObject *names, double *tables,
                  int32_t n, double pinv) {
-    Evaluation<FloatRing> evaluation = {api, {p, pinv}, names, reinterpret_cast<StoredDouble *>(tables), n};
+    Evaluation<FloatRing> evaluation = {api, {p, pinv}, names, entries(tables), n};
     double value = 0;
     const bool evaluated = with_standard_mode_around([&](FpMode &host_mode) {
         evaluation.host_mode = &host_mode;

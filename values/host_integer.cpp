@@ -4,8 +4,8 @@
 #include "modla.h"
 #include "residue/fp_mode.h"
 #include "residue/ring.h"
+#include "residue/rounding.h"
 #include "values/digits.h"
-#include "values/rounding.h"
 
 using namespace modla;
 
@@ -13,8 +13,7 @@ namespace {
 
 HostObject build_integer(const HostApi *api, bool negative, uint64_t magnitude) {
     uint32_t digits[5];
-    uint32_t count = 0;
-    for (; magnitude != 0; magnitude /= 10000) digits[count++] = static_cast<uint32_t>(magnitude % 10000);
+    const uint32_t count = split_digits(magnitude, digits);
     const HostObject integer =
         api->NewObject(count + 1, negative ? MODLA_TYPE_NEGATIVE_INTEGER : MODLA_TYPE_POSITIVE_INTEGER);
     if (!integer) return api->NullValue();  // the host's error came back

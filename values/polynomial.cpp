@@ -11,7 +11,5 @@ uint32_t modzppolyeval_iw(HostObject poly, uint32_t *table, uint32_t p) {
 }
 
 double modzppolyeval_f(HostObject poly, double *table, double p, double pinv) {
-    return with_standard_mode([&] {
-        return evaluate_polynomial(FloatRing{p, pinv}, poly, reinterpret_cast<StoredDouble *>(table));
-    });
+    return with_standard_mode([&] { return evaluate_polynomial(FloatRing{p, pinv}, poly, entries(table)); });
 }

@@ -1,7 +1,6 @@
-#include "engine/blas.h"
 #include "products/blas_product.h"
-#include "products/kernel_arguments.h"
-#include "residue/fp_mode.h"
+
+#include "engine/blas.h"
 
 using namespace modla;
 
@@ -36,7 +35,8 @@ BlasFactor describe(Factor factor, int32_t rows, int32_t columns, bool row_major
 }
 
 // Calls CBLAS when the shapes and strides are ones that it takes.
-bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<StoredDouble> C) {
+bool call_blas(const Product<StoredDouble> &product) {
+    const auto &[m, k, n, A, B, C, sparse] = product;
     const double *const a = &A.data->value;
     const double *const b = &B.data->value;
     double *const c = &C.data->value;
@@ -75,21 +75,15 @@ bool call_blas(int32_t m, int32_t k, int32_t n, Factor A, Factor B, Operand<Stor
 
 }  // namespace
 
-void modla::multiply_with_blas(const Float &residue, int32_t m, int32_t k, int32_t n, Factor A, Factor B,
-                               Operand<StoredDouble> C, bool sparse) {
-    const uint32_t p = modulus_of(residue.p);
-    if (p < 2 || k > pending_bound<Float>(p) || !call_blas(m, k, n, A, B, C)) {
-        return multiply_blocks(residue, m, k, n, A, B, C, sparse);
+void modla::multiply_with_blas(const FloatRing &ring, const Product<StoredDouble> &product) {
+    if (modulus_of(ring.p) < 2 || product.k > delay_bound(ring) || !call_blas(product)) {
+        return multiply_classically(ring, product);
     }
-    walk<1>({m, n}, {C.steps}, false, [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
-        StoredDouble *const c = C.data + offsets[0];
-        for (int32_t i = 0; i < count; i++) c[unit ? i : i * inner[0]] = residue.reduce(c[unit ? i : i * inner[0]]);
-    });
-}
-
-void modLA_MatMatBLAS(MODLA_PRODUCT_ARGUMENTS(double), int32_t, double, int32_t sparse) {
-    with_standard_mode([&] {
-        multiply_with_blas(Float{p, pinv}, m, k, n, factor<StoredDouble>(A, ars, acs),
-                           factor<StoredDouble>(B, brs, bcs), result<StoredDouble>(C, crs, ccs), sparse != 0);
-    });
+    const Operand<StoredDouble> C = product.C;
+    walk<1>({product.m, product.n}, {C.steps}, false,
+            [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
+                StoredDouble *const c = C.data + offsets[0];
+                for (int32_t i = 0; i < count; i++)
+                    c[unit ? i : i * inner[0]] = ring.reduce(c[unit ? i : i * inner[0]]);
+            });
 }

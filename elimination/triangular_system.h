@@ -1,18 +1,15 @@
-// What forward and backward substitution share as entry points.
+// What ForSub and BackSub share.
 #pragma once
 
-#include "host/arguments.h"
 #include "host/modulus.h"
+#include "host/table.h"
 #include "modla.h"
 
 namespace modla {
 
 // A triangular Matrix and the right-hand sides that the solution overwrites.
 struct TriangularSystem {
-    MatrixArgument triangle;
-    void *rhs;
-    int32_t nrhs, ldb;  // nrhs = 0: a Vector
-    bool empty;         // a Matrix without columns
+    Block triangle, rhs;
     bool unit_diagonal;
     Scalar modulus;
     void *held;  // the memory of a copied triangle, or null
@@ -27,10 +24,10 @@ bool read_triangular_system(const HostApi *api, const HostObject *args, const ch
 // of host integers, or memory from the host.  False when the host had none.
 bool protect_triangle(const HostApi *api, TriangularSystem *system);
 
-// Calls the kernel for the direction, the datatype and the order, and returns its status; the copy is freed.
-uint32_t run_substitution(const HostApi *api, const TriangularSystem &system, bool forward);
+// Solves a system of words or doubles and returns the status; the copy is freed.
+uint32_t solve_natively(const HostApi *api, const TriangularSystem &system, bool forward);
 
 // Raises the message of a status: composite is the one for status 1.
-void report_substitution(const HostApi *api, uint32_t status, const char *composite);
+void report_solution(const HostApi *api, uint32_t status, const char *composite);
 
 }  // namespace modla

@@ -1,4 +1,4 @@
-// Native entries of any value to residues.
+// Passes over memory: native entries of any value, and digits, to residues.
 #pragma once
 
 #include <emmintrin.h>
@@ -6,10 +6,10 @@
 #include <cstring>
 #include <type_traits>
 
-#include "blocks/strided.h"
-#include "blocks/transpose.h"
+#include "blocks/operand.h"
+#include "engine/move.h"
 #include "residue/ring.h"
-#include "values/rounding.h"
+#include "residue/rounding.h"
 
 namespace modla {
 
@@ -49,7 +49,7 @@ struct PairReducer {
     }
 };
 inline PairReducer pair_reducer(double p) {
-    return {_mm_set1_pd(p), _mm_set1_pd(pinv_of(p))};
+    return {_mm_set1_pd(p), _mm_set1_pd(float_ring(p).pinv)};
 }
 
 inline __m128d load_pair(const StoredDouble *from) {
@@ -110,7 +110,7 @@ bool reduce_whole_doubles(double p, const StoredDouble *from, Entry *to, int32_t
 template <class Entry>
 void reduce_any_doubles(double p, const StoredDouble *from, Entry *to, int32_t count) {
     const PairReducer reduce = pair_reducer(p);
-    const __m128d modulus = _mm_set1_pd(p), pinv = _mm_set1_pd(pinv_of(p)), one = _mm_set1_pd(1);
+    const __m128d modulus = _mm_set1_pd(p), pinv = _mm_set1_pd(float_ring(p).pinv), one = _mm_set1_pd(1);
     const __m128d half = _mm_set1_pd(0.5), large = _mm_set1_pd(two_to_52), rounder = _mm_set1_pd(1.5 * two_to_52);
     const __m128d sign = _mm_set1_pd(-0.0), zero = _mm_setzero_pd();
     const auto floor = [=](__m128d x, __m128d shift) {
@@ -180,23 +180,41 @@ void convert_line(const Ring &ring, const From *from, ptrdiff_t from_step, typen
     }
 }
 
-// The same for blocks, which may be one and the same but must not overlap otherwise.
+// The same for operands, which may be one and the same but must not overlap otherwise.
 template <class Ring, class From>
-void convert_entries(const Ring &ring, const Shape &shape, const From *from, Steps from_steps, typename Ring::Entry *to,
-                     Steps to_steps) {
+void convert_entries(const Ring &ring, const Shape &shape, Operand<const From> from, Operand<typename Ring::Entry> to) {
     using Entry = typename Ring::Entry;
     if constexpr (sizeof(From) == sizeof(Entry)) {
         // Entries of one size are moved in tiles first and converted where they then are.
-        if (is_transposing(from_steps, to_steps) || is_transposing(to_steps, from_steps)) {
-            copy_entries(shape, reinterpret_cast<const Entry *>(from), from_steps, to, to_steps);
-            return convert_entries(ring, shape, reinterpret_cast<const From *>(to), to_steps, to, to_steps);
+        if (is_transposing(from.steps, to.steps) || is_transposing(to.steps, from.steps)) {
+            copy_entries<Entry>(shape, {reinterpret_cast<const Entry *>(from.data), from.steps}, to);
+            return convert_entries<Ring, From>(ring, shape, {reinterpret_cast<const From *>(to.data), to.steps}, to);
         }
     }
-    walk<2>(shape, {from_steps, to_steps}, false,
+    walk<2>(shape, {from.steps, to.steps}, false,
             [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 const ptrdiff_t from_step = unit ? 1 : inner[0], to_step = unit ? 1 : inner[1];
-                convert_line(ring, from + offsets[0], from_step, to + offsets[1], to_step, count);
+                convert_line(ring, from.data + offsets[0], from_step, to.data + offsets[1], to_step, count);
             });
+}
+
+// The sum of digits[i] * weights[i], for digits below 2^31 and sums below 2^53.
+inline double sum_weighted(const uint32_t *digits, uint32_t count, const double *weights) {
+    __m128d even = _mm_setzero_pd(), odd = even;
+    uint32_t i = 0;
+    const auto term = [&](uint32_t k) {
+        const __m128i pair = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(digits + k));
+        return _mm_mul_pd(_mm_cvtepi32_pd(pair), _mm_loadu_pd(weights + k));
+    };
+    for (; i + 4 <= count; i += 4) {
+        even = _mm_add_pd(even, term(i));
+        odd = _mm_add_pd(odd, term(i + 2));
+    }
+    double sums[2];
+    _mm_storeu_pd(sums, _mm_add_pd(even, odd));
+    double sum = sums[0] + sums[1];
+    for (; i < count; i++) sum += static_cast<int32_t>(digits[i]) * weights[i];
+    return sum;
 }
 
 }  // namespace modla

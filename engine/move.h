@@ -1,4 +1,4 @@
-// Transposing copies and exchanges in tiles of one cache line by one cache line.
+// Copying and exchanging entries, transposed ones in tiles of one cache line by one cache line.
 //
 // A tile goes through a small buffer, so that every line of either block is touched once; tiles are taken in larger
 // squares whose pages the processor's translation buffers hold.
@@ -6,7 +6,7 @@
 
 #include <emmintrin.h>
 
-#include "blocks/strided.h"
+#include "blocks/operand.h"
 #include "residue/ring.h"
 
 namespace modla {
@@ -165,39 +165,31 @@ void swap_transposed(const Shape &shape, Entry *a, ptrdiff_t a_ld, Entry *b, ptr
         });
 }
 
-// Copies the selected entries; the blocks do not overlap.
+// Copies the selected entries; the operands do not overlap.
 template <class Entry>
-void copy_entries(Shape shape, const Entry *from, Steps from_steps, Entry *to, Steps to_steps) {
-    if (is_transposing(to_steps, from_steps)) {
+void copy_entries(Shape shape, Operand<const Entry> from, Operand<Entry> to) {
+    if (is_transposing(to.steps, from.steps)) {
         // Seen from the other side: rows are columns.
         shape = {shape.columns, shape.rows, transposed(shape.triangle)};
-        return copy_transposed(shape, from, from_steps.column, to, to_steps.row);
+        copy_transposed(shape, from.data, from.steps.column, to.data, to.steps.row);
+    } else if (is_transposing(from.steps, to.steps)) {
+        copy_transposed(shape, from.data, from.steps.row, to.data, to.steps.column);
+    } else {
+        copy_walking(shape, from, to);
     }
-    if (is_transposing(from_steps, to_steps)) {
-        return copy_transposed(shape, from, from_steps.row, to, to_steps.column);
-    }
-    walk<2>(shape, {from_steps, to_steps}, false,
-            [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
-                const Entry *const source = from + offsets[0];
-                Entry *const target = to + offsets[1];
-                for (int32_t k = 0; k < count; k++) target[unit ? k : k * inner[1]] = source[unit ? k : k * inner[0]];
-            });
 }
 
-// Exchanges the selected entries of two blocks, in row order where that matters.
+// Exchanges the selected entries of two operands, in row order where that matters.
 template <class Entry>
-void swap_entries(Shape shape, Entry *a, Steps a_steps, Entry *b, Steps b_steps, bool in_row_order) {
-    if (!in_row_order && is_transposing(b_steps, a_steps)) {
-        std::swap(a, b);
-        std::swap(a_steps, b_steps);
+void swap_entries(Shape shape, Operand<Entry> a, Operand<Entry> b, bool in_row_order) {
+    if (!in_row_order && is_transposing(b.steps, a.steps)) std::swap(a, b);
+    if (!in_row_order && is_transposing(a.steps, b.steps)) {
+        return swap_transposed(shape, a.data, a.steps.row, b.data, b.steps.column);
     }
-    if (!in_row_order && is_transposing(a_steps, b_steps)) {
-        return swap_transposed(shape, a, a_steps.row, b, b_steps.column);
-    }
-    walk<2>(shape, {a_steps, b_steps}, in_row_order,
+    walk<2>(shape, {a.steps, b.steps}, in_row_order,
             [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
-                Entry *const x = a + offsets[0];
-                Entry *const y = b + offsets[1];
+                Entry *const x = a.data + offsets[0];
+                Entry *const y = b.data + offsets[1];
                 for (int32_t k = 0; k < count; k++) std::swap(x[unit ? k : k * inner[0]], y[unit ? k : k * inner[1]]);
             });
 }

@@ -1,0 +1,66 @@
+#include "products/general_product.h"
+
+#include <algorithm>
+
+#include "host/rtable.h"
+#include "products/blas_product.h"
+#include "products/classical.h"
+#include "products/strassen.h"
+#include "residue/fp_mode.h"
+
+using namespace modla;
+
+namespace {
+
+// The given workspace, or a new host object's storage when it is too short.  A size beyond 31 bits is asked for as the
+// largest that there is, which no host can hold: its error is raised.
+template <class Entry>
+bool provide(const HostApi *api, const Workspace<Entry> &given, int64_t needed, int32_t datatype, Entry **workspace,
+             HostObject *created) {
+    *workspace = given.entries;
+    if (given.length >= needed) return true;
+    Block block;
+    const int32_t entries = static_cast<int32_t>(std::min<int64_t>(needed, INT32_MAX));
+    if (!new_block(api, 1, entries, datatype, MODLA_C_ORDER, &block)) return false;
+    *workspace = static_cast<Entry *>(block.data);
+    *created = block.object;
+    return true;
+}
+
+}  // namespace
+
+bool modla::multiply(const HostApi *api, const WordRing &ring, const Product<uint32_t> &product,
+                     const Workspace<uint32_t> &given, HostObject *created) {
+    *created = 0;
+    const auto &[m, k, n, A, B, C, sparse] = product;
+    if (std::min({m, k, n}) <= std::max(given.threshold, 1)) {
+        multiply_classically(ring, product);
+        return true;
+    }
+    uint32_t *workspace;
+    if (!provide(api, given, strassen_workspace(m, k, n), MODLA_INTEGER4, &workspace, created)) return false;
+    multiply_by_strassen(ring, product, workspace, std::max(given.threshold, strassen_words_break_even));
+    return true;
+}
+
+bool modla::multiply(const HostApi *api, const FloatRing &ring, const Product<StoredDouble> &product,
+                     const Workspace<StoredDouble> &given, HostObject *created) {
+    *created = 0;
+    const auto &[m, k, n, A, B, C, sparse] = product;
+    const int32_t L = delay_bound(ring);
+    if (k > 1 && k <= L) {
+        with_standard_mode([&] { multiply_with_blas(ring, product); });
+        return true;
+    }
+    const BlasRecursion recursion = blas_recursion(m, k, n, L);
+    const bool blas_base = int64_t{recursion.m} * recursion.n > blas_recursion_least;
+    if (k == 1 || (!blas_base && !with_standard_mode([&] { return strassen_pays(m, k, n); }))) {
+        with_standard_mode([&] { multiply_classically(ring, product); });
+        return true;
+    }
+    StoredDouble *workspace;
+    const int64_t needed = blas_base ? recursion.workspace : strassen_workspace(m, k, n);
+    if (!provide(api, given, needed, MODLA_FLOAT8, &workspace, created)) return false;
+    with_standard_mode([&] { multiply_by_strassen(ring, product, workspace, L, blas_base); });
+    return true;
+}
