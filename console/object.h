@@ -38,24 +38,24 @@ enum Type : uint32_t {
 enum : int32_t { name_protected = 1, name_in_expressions = 2 };
 
 inline bool is_immediate(Object x) {
-    return x & 1;
+    return modla_is_immediate(x);
 }
 inline int32_t immediate_value(Object x) {
-    return static_cast<int32_t>(x) >> 1;
+    return modla_integer_value(x);
 }
 inline Object immediate(int32_t v) {
-    return (static_cast<uint32_t>(v) << 1) | 1;
+    return modla_immediate_integer(v);
 }
 constexpr int32_t immediate_limit = (1 << 30) - 1;
 
 inline Object *words(Object x) {
-    return reinterpret_cast<Object *>(x);
+    return modla_words(x);
 }
 inline uint32_t type_of(Object x) {
-    return words(x)[0] >> 26;
+    return modla_type(x);
 }
 inline uint32_t length_of(Object x) {
-    return words(x)[0] & 0x3ffffff;
+    return modla_length(x);
 }
 inline bool has_type(Object x, Type type) {
     return !is_immediate(x) && type_of(x) == type;

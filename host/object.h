@@ -1,4 +1,4 @@
-// The layout of host values, as far as the library reads it directly.
+// What the library reads of host values directly.
 #pragma once
 
 #include "modla.h"
@@ -6,30 +6,22 @@
 namespace modla {
 
 inline bool is_immediate(HostObject object) {
-    return object & 1;
+    return modla_is_immediate(object);
 }
-
-// The value of an immediate integer.
 inline int32_t integer_value(HostObject object) {
-    return static_cast<int32_t>(object) >> 1;
+    return modla_integer_value(object);
 }
-
-// v as an immediate integer, |v| < 2^30.
 inline HostObject immediate_integer(int32_t v) {
-    return (static_cast<uint32_t>(v) << 1) | 1;
+    return modla_immediate_integer(v);
 }
-
-// The words of an object that is not immediate; word 0 is its header.
 inline HostObject *object_words(HostObject object) {
-    return reinterpret_cast<HostObject *>(object);
+    return modla_words(object);
 }
-
 inline uint32_t object_type(HostObject object) {
-    return object_words(object)[0] >> 26;
+    return modla_type(object);
 }
-
 inline uint32_t object_length(HostObject object) {
-    return object_words(object)[0] & 0x3ffffff;
+    return modla_length(object);
 }
 
 inline bool has_type(HostObject object, uint32_t type) {

@@ -22,7 +22,16 @@
 #ifndef MODLA_H
 #define MODLA_H
 
+#include <stddef.h>
 #include <stdint.h>
+
+#define MODLA_VERSION_MAJOR 1 /* as in the library's SONAME */
+#define MODLA_VERSION_MINOR 0
+#define MODLA_VERSION_PATCH 0
+
+#if UINTPTR_MAX != 0xffffffff
+#error "modLA is a 32-bit library: compile for i386 (-m32)"
+#endif
 
 #if defined(__GNUC__)
 #define MODLA_API __attribute__((visibility("default")))
@@ -31,7 +40,18 @@
 #endif
 
 #ifdef __cplusplus
+#define MODLA_STATIC_ASSERT(condition, text) static_assert(condition, text)
+#define MODLA_CAST(type, value) static_cast<type>(value)
+#define MODLA_ADDRESS(type, value) reinterpret_cast<type>(value)
 extern "C" {
+#else
+#if defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define MODLA_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
+#else
+#define MODLA_STATIC_ASSERT(condition, text) struct modla_layout_is_not_checked
+#endif
+#define MODLA_CAST(type, value) ((type)(value))
+#define MODLA_ADDRESS(type, value) ((type)(value))
 #endif
 
 /* ---- Host values ------------------------------------------------------------------------------------------- */
@@ -39,6 +59,27 @@ extern "C" {
 /* A host value.  Low bit 1: the immediate integer v, stored as 2v+1 (|v| < 2^30 is always immediate).  Otherwise a
  * pointer to a header word: type id in the top 6 bits, length in words (header included) in the low 26. */
 typedef uint32_t HostObject;
+
+static inline int modla_is_immediate(HostObject object) {
+    return object & 1;
+}
+/* The value of an immediate integer, and |v| < 2^30 as one. */
+static inline int32_t modla_integer_value(HostObject object) {
+    return MODLA_CAST(int32_t, object) >> 1;
+}
+static inline HostObject modla_immediate_integer(int32_t v) {
+    return (MODLA_CAST(uint32_t, v) << 1) | 1;
+}
+/* The words of an object that is not immediate, its header first; its type id; its length in words. */
+static inline HostObject *modla_words(HostObject object) {
+    return MODLA_ADDRESS(HostObject *, object);
+}
+static inline uint32_t modla_type(HostObject object) {
+    return modla_words(object)[0] >> 26;
+}
+static inline uint32_t modla_length(HostObject object) {
+    return modla_words(object)[0] & 0x3ffffff;
+}
 
 /* Type ids that the library reads. */
 enum {
@@ -80,6 +121,12 @@ typedef struct RtableSettings {
     int32_t num_dimensions;   /* 1 Vector, 2 Matrix */
     uint32_t host_fields[10]; /* the host's own; defaults from RtableGetDefaults, never changed here */
 } RtableSettings;
+
+MODLA_STATIC_ASSERT(sizeof(RtableSettings) == 64 && offsetof(RtableSettings, datatype) == 0 &&
+                        offsetof(RtableSettings, subtype) == 4 && offsetof(RtableSettings, storage) == 8 &&
+                        offsetof(RtableSettings, order) == 12 && offsetof(RtableSettings, view) == 16 &&
+                        offsetof(RtableSettings, num_dimensions) == 20 && offsetof(RtableSettings, host_fields) == 24,
+                    "the layout of RtableSettings");
 
 /* The host's operations: 101 slots, numbered from 0.  The library calls the named ones only. */
 typedef struct HostApi {
@@ -129,6 +176,20 @@ typedef struct HostApi {
     HostObject (*NameTarget)(HostObject name);                                  /* 100 */
 } HostApi;
 
+#define MODLA_SLOT(operation) (offsetof(HostApi, operation) / sizeof(void *))
+MODLA_STATIC_ASSERT(sizeof(HostApi) == 101 * sizeof(void *) && MODLA_SLOT(Alloc) == 0 && MODLA_SLOT(NewObject) == 1 &&
+                        MODLA_SLOT(AssignName) == 2 && MODLA_SLOT(Free) == 4 && MODLA_SLOT(RaiseError) == 5 &&
+                        MODLA_SLOT(Evaluate) == 6 && MODLA_SLOT(CallProcedure) == 9 && MODLA_SLOT(CheckName) == 12 &&
+                        MODLA_SLOT(IsInteger) == 14 && MODLA_SLOT(IsName) == 20 && MODLA_SLOT(IsNumeric) == 21 &&
+                        MODLA_SLOT(IsRtable) == 25 && MODLA_SLOT(ToDouble) == 39 && MODLA_SLOT(ToInt) == 42 &&
+                        MODLA_SLOT(NumArgs) == 48 && MODLA_SLOT(RtableCreate) == 55 && MODLA_SLOT(RtableData) == 56 &&
+                        MODLA_SLOT(RtableGetDefaults) == 57 && MODLA_SLOT(RtableGetSettings) == 58 &&
+                        MODLA_SLOT(RtableNumDims) == 64 && MODLA_SLOT(RtableUpperBound) == 74 &&
+                        MODLA_SLOT(NormalizeInteger) == 79 && MODLA_SLOT(ToInteger) == 91 &&
+                        MODLA_SLOT(ToFloat) == 93 && MODLA_SLOT(ToName) == 94 && MODLA_SLOT(NullValue) == 95 &&
+                        MODLA_SLOT(ParseString) == 99 && MODLA_SLOT(NameTarget) == 100,
+                    "the slots of HostApi");
+
 /* ---- Entry points --------------------------------------------------------------------------------------------
  *
  * args[1]..args[n] are the arguments, n = NumArgs(args); args[0] is the host's and is never read.  Arguments are
@@ -138,7 +199,7 @@ typedef struct HostApi {
 
 /* Register(procedure): stores the procedure that maps a callback's name to the host procedure that does the
  * arithmetic for datatype "integer"; returns it.
- * "incorrect number of arguments". */
+ *   "incorrect number of arguments" */
 MODLA_API HostObject modLA_Register(const HostApi *api, const HostObject *args);
 
 /* The host procedure of a callback: the registered procedure applied to the parsed name.  Called by the library
@@ -149,20 +210,33 @@ MODLA_API HostObject modLA_getfcn(const HostApi *api, const char *name);
  * column Vector when columns = 0, a row Vector when rows = 0.  Without a fill value the entries are 0; a numeric fill
  * value is rounded, halves upward, and must then lie in 0..p-1.  Random entries come from the process's rand().  For
  * datatype "integer", random calls "cbRandMat"(p, 0, rows, 0, columns, object).
- * "too few arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the number of rows, must be an
- * integer"; "argument 3, the number of columns, must be an integer"; "number of rows must be nonnegative"; "number of
- * columns must be nonnegative"; "at least one of 'rows' or 'columns' (second and third arguments) must be nonzero";
- * "too few arguments, expected output object or fill value for argument 4"; "fill value must be an integral numeric
- * value in the range 0..modulus-1"; "too few arguments, expected output object for argument %1"; "expected ordering
- * for argument %1, got %2"; "too many arguments, starting at argument %1, %2"; "when requesting identity, input must
- * be specified as a square Matrix"; "internal error"; those of process_datatype and validate_modulus. */
+ *   "too few arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the number of rows, must be an integer"
+ *   "argument 3, the number of columns, must be an integer"
+ *   "number of rows must be nonnegative"
+ *   "number of columns must be nonnegative"
+ *   "at least one of 'rows' or 'columns' (second and third arguments) must be nonzero"
+ *   "too few arguments, expected output object or fill value for argument 4"
+ *   "fill value must be an integral numeric value in the range 0..modulus-1", for what is no number
+ *   "too few arguments, expected output object for argument %1"
+ *   those of process_datatype
+ *   "expected ordering for argument %1, got %2"
+ *   "too many arguments, starting at argument %1, %2"
+ *   "when requesting identity, input must be specified as a square Matrix"
+ *   those of validate_modulus, with the fill value */
 MODLA_API HostObject modLA_Create(const HostApi *api, const HostObject *args);
 
 /* Fill(p [, fill | random], object [, rows] [, columns]): overwrites the selected block; returns NullValue().  For
  * datatype "integer", random calls "cbRandMat"(p, row shift, rows, column shift, columns, view).
- * "too few arguments"; "argument 1, the modulus, must be an integer"; "fill value must be an integral numeric value in
- * the range 0..modulus-1"; "too few arguments, expected output object for argument %1"; "too many arguments, starting
- * at argument %1, %2"; "internal error"; those of process_subspec and validate_modulus. */
+ *   "too few arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "fill value must be an integral numeric value in the range 0..modulus-1", for what is no number
+ *   "too few arguments, expected output object for argument %1"
+ *   those of process_subspec
+ *   "too many arguments, starting at argument %1, %2"
+ *   those of validate_modulus, with the fill value
+ *   those of data_to_modLA_rtable, for the view */
 MODLA_API HostObject modLA_Fill(const HostApi *api, const HostObject *args);
 
 /* Copy(p [, upper | uppernodiag | lower | lowernodiag], block [, transpose] [, C_order | Fortran_order | block]):
@@ -170,29 +244,50 @@ MODLA_API HostObject modLA_Fill(const HostApi *api, const HostObject *args);
  * in the source's order unless another is given, or into a block of the same datatype and shape.  With a triangle the
  * other entries are 0 in a new object and left alone in a given one.  Blocks may overlap.  Returns the new object or
  * NullValue().
- * "too few arguments"; "argument 1, the modulus, must be an integer"; "expected output object or ordering for
- * argument %1, got %2"; "too many arguments, starting at argument %1, %2"; "input must be a square Matrix for special
- * copy types"; those of process_subspec and validate_modulus. */
+ *   "too few arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "too few arguments", after the keyword
+ *   those of process_subspec, for the source
+ *   "expected output object or ordering for argument %1, got %2"
+ *   those of process_subspec or new_modLA_rtable, for the target
+ *   "too many arguments, starting at argument %1, %2"
+ *   "input must be a square Matrix for special copy types"
+ *   those of validate_modulus */
 MODLA_API HostObject modLA_Copy(const HostApi *api, const HostObject *args);
 
 /* Swap(p [, upper | uppernodiag | lower | lowernodiag], block [, transpose], block): exchanges the entries of two
  * blocks of the same datatype and shape, or those of a triangle; returns NullValue().  Blocks that overlap are
  * exchanged entry by entry in row order.
- * "too few arguments"; "argument 1, the modulus, must be an integer"; "too many arguments, starting at argument %1,
- * %2"; "input must be a square Matrix for special swap types"; those of process_subspec and validate_modulus. */
+ *   "too few arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   those of process_subspec, for the first block
+ *   "too few arguments"
+ *   those of process_subspec, for the second
+ *   "too many arguments, starting at argument %1, %2"
+ *   "input must be a square Matrix for special swap types"
+ *   those of validate_modulus */
 MODLA_API HostObject modLA_Swap(const HostApi *api, const HostObject *args);
 
 /* Permute(p, permutation, object, rows, reverse): exchanges line k of the object with line permutation[k], for k =
  * 1..n-1 or, with reverse = true, for k = n-1..1, n being the number of lines: rows (rows = true) or columns (false).
  * The permutation is a Vector of datatype integer[4] or integer with at least n-1 entries.  Returns NullValue().
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the permutation, must
- * be an rtable"; "argument 3, the object to be permuted, must be an rtable"; "argument 3 has invalid datatype";
- * "argument 3 has invalid storage"; "argument 4 must be 'true' or 'false'"; "argument 5 must be 'true' or 'false'";
- * "argument 2 must have integer datatype"; "argument 2 has invalid storage"; "argument 2 must be a Vector"; "argument
- * 2 must have at least one less element than the number of rows (columns) in the Matrix (Vector)"; "cannot specify a
- * row permutation on a row vector"; "cannot specify a column permutation on a column vector"; "argument 3 must be a
- * Matrix or Vector"; "invalid permutation vector", when the steps before the invalid entry have been made; those of
- * validate_modulus. */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the permutation, must be an rtable"
+ *   "argument 3, the object to be permuted, must be an rtable"
+ *   "argument 3 has invalid datatype"
+ *   "argument 3 has invalid storage"
+ *   "argument 4 must be 'true' or 'false'"
+ *   "argument 5 must be 'true' or 'false'"
+ *   "argument 2 must have integer datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a Vector"
+ *   "cannot specify a row permutation on a row vector"
+ *   "cannot specify a column permutation on a column vector"
+ *   "argument 3 must be a Matrix or Vector"
+ *   "argument 2 must have at least one less element than the number of rows (columns) in the Matrix (Vector)"
+ *   those of validate_modulus
+ *   "invalid permutation vector", when the steps before the invalid entry have been made */
 MODLA_API HostObject modLA_Permute(const HostApi *api, const HostObject *args);
 
 /* Mod(p, input [, rows] [, columns] [, transpose] [, evaluations], block | datatype [, C_order | Fortran_order]): the
@@ -205,14 +300,21 @@ MODLA_API HostObject modLA_Permute(const HostApi *api, const HostObject *args);
  * overlap the input.  Returns the new object or NullValue().
  * Datatype "integer" calls "cbMod"(p, first row, last row, first column, last column, view) or, with evaluations,
  * "cbModEval" with the evaluations as seventh argument, once the values are in place as they are.
- * "argument 1, the modulus, must be an integer"; "too few arguments, expected input object for argument 2"; those of
- * process_flexinput; "too few arguments, expected output object or description for argument %1"; those of
- * process_datatype and process_subspec; "expected ordering for argument %1, got %2"; "too many arguments, starting at
- * argument %1, %2"; those of validate_modulus; "evaluation list/set can only be specified for algebraic input"; "empty
- * evaluation list/set not allowed"; "evaluations must be a list/set of equations"; "rhs of evaluation must be an integer
- * in the range 0..modulus-1"; those of new_modLA_rtable; "input has too many rows (columns) for specified output";
- * "invalid input type" for a NaN and "float too large" beyond 2^53 - 1, before anything is written; those of modeval_iw,
- * which leave the block partly written. */
+ *   "argument 1, the modulus, must be an integer"
+ *   "too few arguments, expected input object for argument 2"
+ *   those of process_flexinput
+ *   "too few arguments, expected output object or description for argument %1"
+ *   those of process_subspec for a block; those of process_datatype for a datatype
+ *   "expected ordering for argument %1, got %2"
+ *   "too many arguments, starting at argument %1, %2"
+ *   those of validate_modulus
+ *   "evaluation list/set can only be specified for algebraic input"
+ *   "empty evaluation list/set not allowed"
+ *   "evaluations must be a list/set of equations"
+ *   "rhs of evaluation must be an integer in the range 0..modulus-1"
+ *   "input has too many rows (columns) for specified output"; those of new_modLA_rtable
+ *   "invalid input type", for a NaN; "float too large", beyond 2^53 - 1: before anything is written
+ *   those of modeval_iw, which leave the block partly written */
 MODLA_API HostObject modLA_Mod(const HostApi *api, const HostObject *args);
 
 /* AddMult(p [, c], A [, transpose], B [, transpose] [, block | C_order | Fortran_order] [, sparse]): A + c*B mod p, c
@@ -220,11 +322,18 @@ MODLA_API HostObject modLA_Mod(const HostApi *api, const HostObject *args);
  * and B. A numeric c is rounded, halves upward, and must then lie in 0..p-1.  sparse never changes the result.
  * Returns the new object or NullValue().  Datatype "integer" calls "cbAddMult"(p, rows, columns, c, A, B, C), or
  * "cbAddMultShift" with row and column shift after each of the three views when one of them is not 0.
- * "too few arguments"; "argument 1, the modulus, must be an integer"; "argument 2 must be a multiplier or a modp
- * Matrix/Vector"; "expected output object, ordering, or sparse option for argument %1, got %2"; "must specify output
- * ordering when input arguments have different ordering"; "expected sparse option for argument %1, got %2"; "too many
- * arguments, starting at argument %1, %2"; "multiplier value must be an integral numeric value in the range
- * 0..modulus-1"; those of process_subspec and validate_modulus. */
+ *   "too few arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2 must be a multiplier or a modp Matrix/Vector"
+ *   those of process_subspec, for A
+ *   "too few arguments"
+ *   those of process_subspec, for B
+ *   "expected output object, ordering, or sparse option for argument %1, got %2"
+ *   "must specify output ordering when input arguments have different ordering"
+ *   those of process_subspec or new_modLA_rtable, for the sum
+ *   "expected sparse option for argument %1, got %2"
+ *   "too many arguments, starting at argument %1, %2"
+ *   those of validate_modulus; "multiplier value must be an integral numeric value in the range 0..modulus-1" */
 MODLA_API HostObject modLA_AddMult(const HostApi *api, const HostObject *args);
 
 /* Multiply(p, s | A [, transpose], B [, transpose] [, C_order | Fortran_order] [, sparse] [, block [, sparse]]): s*B for
@@ -234,10 +343,17 @@ MODLA_API HostObject modLA_AddMult(const HostApi *api, const HostObject *args);
  * Vector without one, the scalar: a host integer or float.  Products may create a workspace object.  Datatype
  * "integer" calls "cbScalMult"(p, m, n, s, B, C) or "cbMatMult"(p, m, k, n, A, B, C), with row and column shift after
  * each view as "cbScalMultShift" and "cbMatMultShift" when one of them is not 0.
- * "too few arguments"; "argument 1, the modulus, must be an integer"; "argument 2 must be a scalar or a modp
- * Matrix/Vector"; "expected output object, ordering, or sparse option for argument %1, got %2"; "cannot perform scalar
- * multiply on a zero dimensional object"; "too many arguments, starting at argument %1, %2"; "scalar value must be an
- * integral numeric value in the range 0..modulus-1"; those of process_subspec and validate_modulus. */
+ *   "too few arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2 must be a scalar or a modp Matrix/Vector"
+ *   those of process_subspec, for A
+ *   "too few arguments"
+ *   those of process_subspec, for B
+ *   "expected output object, ordering, or sparse option for argument %1, got %2"
+ *   those of process_subspec, for the result
+ *   "cannot perform scalar multiply on a zero dimensional object"
+ *   "too many arguments, starting at argument %1, %2"
+ *   those of validate_modulus; "scalar value must be an integral numeric value in the range 0..modulus-1" */
 MODLA_API HostObject modLA_Multiply(const HostApi *api, const HostObject *args);
 
 /* RowReduce(p, matrix, rows, columns, nred, det, pivprod, rank, pivsig, extra, form): row-reduces the block in place
@@ -247,14 +363,25 @@ MODLA_API HostObject modLA_Multiply(const HostApi *api, const HostObject *args);
  * "integer" calls "cbReduce"(matrix, first row, last row, first column, last column, nred + 1, p, the five names or
  * 0, 0, mode, false), whose immediate integer result is the status.
  * On a kernel failure no output is assigned and the block is left partly reduced.
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
- * rtable"; "argument 2 has invalid datatype"; "argument 2 has invalid storage"; "argument 2 must be a Matrix"; "row
- * range is out of bounds"; "row range must be an integer or integer range"; "column range is out of bounds"; "column
- * range, must be an integer or integer range"; "column range must be an integer or integer range"; "number of
- * reducible columns must be a nonnegative integer value"; "number of reducible columns exceeds the number of columns
- * in the specified matrix"; "argument N must be a name or the value 0" (N = 6..10); "argument 11 must be 'true' or
- * 'false'"; "no inverse exists: modulus is composite"; "matrix is singular"; "matrix has more rows than columns,
- * cannot compute determinant"; "not implemented yet"; "unknown error"; those of validate_modulus. */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the matrix, must be an rtable"
+ *   "argument 2 has invalid datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a Matrix"
+ *   "row range is out of bounds"; "row range must be an integer or integer range"
+ *   "column range is out of bounds"; "column range, must be an integer or integer range", for an end that is none;
+ *     "column range must be an integer or integer range"
+ *   "number of reducible columns must be a nonnegative integer value"
+ *   "number of reducible columns exceeds the number of columns in the specified matrix"
+ *   those of validate_modulus
+ *   "argument N must be a name or the value 0", N = 6..10
+ *   "argument 11 must be 'true' or 'false'"
+ *   "no inverse exists: modulus is composite"
+ *   "matrix is singular"
+ *   "matrix has more rows than columns, cannot compute determinant"
+ *   "not implemented yet"
+ *   "unknown error" */
 MODLA_API HostObject modLA_RowReduce(const HostApi *api, const HostObject *args);
 
 /* LUDecomp(p, matrix, permutation, det): factors a square Matrix in place as P*A = L*U: U on and above the diagonal,
@@ -262,12 +389,23 @@ MODLA_API HostObject modLA_RowReduce(const HostApi *api, const HostObject *args)
  * or integer with at least n-1 entries, becomes the row that row k was exchanged with.  det: a name, or 0.  Returns
  * NullValue().  Datatype "integer" calls "cbLUDecomp"(matrix, permutation, n, p, det), whose result is the status.
  * On a failure the Matrix is left partly factored; the permutation holds the steps made, or zeros in host integers.
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
- * rtable"; "argument 3, the permutation, must be an rtable"; "argument 2 has invalid datatype"; "argument 2 has invalid
- * storage"; "argument 2 must be a Matrix"; "argument 2 must be a square Matrix"; "argument 3 must have integer
- * datatype"; "argument 3 has invalid storage"; "argument 3 must be a Vector"; "argument 3 must have at least one less
- * element than the matrix dimension"; "argument 4 must be a name or the value 0"; "no LU decomposition exists: modulus
- * is composite"; "matrix is singular"; "unknown error"; those of validate_modulus. */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the matrix, must be an rtable"
+ *   "argument 3, the permutation, must be an rtable"
+ *   "argument 2 has invalid datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a Matrix"
+ *   "argument 2 must be a square Matrix"
+ *   "argument 3 must have integer datatype"
+ *   "argument 3 has invalid storage"
+ *   "argument 3 must be a Vector"
+ *   "argument 3 must have at least one less element than the matrix dimension"
+ *   those of validate_modulus
+ *   "argument 4 must be a name or the value 0"
+ *   "no LU decomposition exists: modulus is composite"
+ *   "matrix is singular"
+ *   "unknown error" */
 MODLA_API HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args);
 
 /* ForSub(p, L, B, unit) and BackSub(p, U, B): solve L*X = B, U*X = B for a square lower (upper) triangular Matrix and a
@@ -275,21 +413,35 @@ MODLA_API HostObject modLA_LUDecomp(const HostApi *api, const HostObject *args);
  * entries with the triangular Matrix.  Only the triangle is read, and with unit = true not its diagonal.  Return NullValue().  Datatype "integer" calls "cbForSub"(L, n, B,
  * number of columns or 0, p, unit) or "cbBackSub"(U, n, B, number of columns or 0, p), whose result is the status.
  * On a failure B is left partly solved.
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the lower (upper)
- * triangular matrix, must be an rtable"; "argument 3, the right hand side, must be an rtable"; "argument 2 has invalid
- * datatype"; "argument 2 has invalid storage"; "argument 2 must be a square Matrix"; "argument 4 must be 'true' or
- * 'false'"; "arguments 2 and 3 must have the same datatype"; "arguments 2 and 3 must have the same ordering"; "argument
- * 3 has invalid storage"; "argument 3 must be a Matrix or column Vector"; "argument 3 must have as many rows as columns
- * in argument 2"; "cannot forward (backward) substitute: modulus is composite"; "matrix is singular"; "not implemented
- * yet"; "unknown error"; those of validate_modulus. */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the lower (upper) triangular matrix, must be an rtable"
+ *   "argument 3, the right hand side, must be an rtable"
+ *   "argument 2 has invalid datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a square Matrix"
+ *   "argument 4 must be 'true' or 'false'"
+ *   "arguments 2 and 3 must have the same datatype"
+ *   "arguments 2 and 3 must have the same ordering"
+ *   "argument 3 has invalid storage"
+ *   "argument 3 must be a Matrix or column Vector"
+ *   "argument 3 must have as many rows as columns in argument 2"
+ *   those of validate_modulus
+ *   "cannot forward (backward) substitute: modulus is composite"
+ *   "matrix is singular"
+ *   "not implemented yet"
+ *   "unknown error" */
 MODLA_API HostObject modLA_ForSub(const HostApi *api, const HostObject *args);
 MODLA_API HostObject modLA_BackSub(const HostApi *api, const HostObject *args);
 
 /* Determinant(p, matrix, rows, columns, det): assigns the determinant of a square block, given by row and column ranges
  * as for RowReduce, to a name; the block is left reduced.  Any modulus.  Returns NullValue().  Datatype "integer" calls
  * "cbReduce"(matrix, first row, last row, first column, last column, last column + 1, p, det, 0, 0, 0, 0, 0, 0, true).
- * As for RowReduce up to the ranges; then "input Matrix must be square"; those of validate_modulus; "argument 5,
- * determinant output, must be a name"; "unknown error". */
+ *   as for RowReduce up to the ranges
+ *   "input Matrix must be square"
+ *   those of validate_modulus
+ *   "argument 5, determinant output, must be a name"
+ *   "unknown error" */
 MODLA_API HostObject modLA_Determinant(const HostApi *api, const HostObject *args);
 
 /* MatBasis(p, matrix, k, nullspace): reduces the first k rows (0 = all) to reduced row echelon form, so that the leading
@@ -297,11 +449,19 @@ MODLA_API HostObject modLA_Determinant(const HostApi *api, const HostObject *arg
  * receive a basis of the nullspace.  Non-invertible pivots are kept, but admit no nullspace.  Datatype "integer" calls
  * "cbReduce"(matrix, 1, k, 1, columns, columns + 1, p, 0, 0, rank, 0, 0, pivots, 2, false), where rank is a local name
  * and pivots an integer[4] Vector for the pivot columns, or 0.
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
- * rtable"; "argument 2 has invalid datatype"; "argument 2 has invalid storage"; "argument 2 must be a Matrix"; "number
- * of vectors (rows) must be a nonnegative integer value"; "number of vectors (rows) cannot be greater than the number
- * of Matrix rows"; "argument 4 must be 'true' or 'false'"; "Matrix rows cannot be less than columns when nullspace is
- * requested"; "unable to compute nullspace: modulus is composite"; "unknown error"; those of validate_modulus. */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the matrix, must be an rtable"
+ *   "argument 2 has invalid datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a Matrix"
+ *   "number of vectors (rows) must be a nonnegative integer value"
+ *   "number of vectors (rows) cannot be greater than the number of Matrix rows"
+ *   those of validate_modulus
+ *   "argument 4 must be 'true' or 'false'"
+ *   "Matrix rows cannot be less than columns when nullspace is requested"
+ *   "unable to compute nullspace: modulus is composite"
+ *   "unknown error" */
 MODLA_API HostObject modLA_MatBasis(const HostApi *api, const HostObject *args);
 
 /* MatGcd(p, matrix, k): the greatest common divisor of k polynomials, given by the first k rows of a Matrix with the
@@ -310,12 +470,19 @@ MODLA_API HostObject modLA_MatBasis(const HostApi *api, const HostObject *args);
  * columns, p), whose immediate integer result is the degree or the status -2 (composite) or -10.
  * A composite modulus is found out only when a leading coefficient has no inverse; the rows are then left partly
  * reduced.
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2, the matrix, must be an
- * rtable"; "argument 3, the number of polynomials, must be a positive integer", when it is no integer; "argument 2 has
- * invalid datatype"; "argument 2 has invalid storage"; "argument 2 must be a Matrix"; "argument 3, the number of
- * polynomials must be a positive integer", without the comma, when it is not immediate or less than 1; "argument 3, the
- * number of polynomials cannot be greater than the number of rows in the input Matrix"; those of validate_modulus;
- * "unable to compute gcd: modulus is composite"; "not implemented yet"; "unknown error". */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2, the matrix, must be an rtable"
+ *   "argument 3, the number of polynomials, must be a positive integer", when it is no integer
+ *   "argument 2 has invalid datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a Matrix"
+ *   "argument 3, the number of polynomials must be a positive integer", when it is below 1 or not immediate
+ *   "argument 3, the number of polynomials cannot be greater than the number of rows in the input Matrix"
+ *   those of validate_modulus
+ *   "unable to compute gcd: modulus is composite"
+ *   "not implemented yet"
+ *   "unknown error" */
 MODLA_API HostObject modLA_MatGcd(const HostApi *api, const HostObject *args);
 
 /* ZigZag(p, matrix): transforms a square Matrix in place into a similar one in zigzag form; returns NullValue().
@@ -328,9 +495,16 @@ MODLA_API HostObject modLA_MatGcd(const HostApi *api, const HostObject *args);
  * (A. Storjohann, An O(n^3) algorithm for the Frobenius normal form, ISSAC 1998.)
  * Datatype "integer" calls "cbZigZag"(matrix, n, p), whose immediate integer result is the status: 0, 1 (composite) or
  * 10.  A composite modulus is found out only when a pivot has no inverse; the Matrix is then left partly transformed.
- * "incorrect number of arguments"; "argument 1, the modulus, must be an integer"; "argument 2 must be a square Matrix";
- * "argument 2 has invalid datatype"; "argument 2 has invalid storage"; those of validate_modulus; "cannot obtain zigzag
- * form: modulus is composite"; "not implemented yet"; "unknown error". */
+ *   "incorrect number of arguments"
+ *   "argument 1, the modulus, must be an integer"
+ *   "argument 2 must be a square Matrix", for what is no table
+ *   "argument 2 has invalid datatype"
+ *   "argument 2 has invalid storage"
+ *   "argument 2 must be a square Matrix"
+ *   those of validate_modulus
+ *   "cannot obtain zigzag form: modulus is composite"
+ *   "not implemented yet"
+ *   "unknown error" */
 MODLA_API HostObject modLA_ZigZag(const HostApi *api, const HostObject *args);
 
 /* ---- Binding helpers --------------------------------------------------------------------------------------- */

@@ -16,7 +16,7 @@ beyond() { for word in $1; do case " $2 " in *" $word "*) ;; *) echo "$word" ;; 
 prototypes=$(mktemp)
 trap 'rm -f "$prototypes"' EXIT
 "$compiler" -m32 -fsyntax-only -aux-info "$prototypes" -x c "$header"
-declared=$(grep -F "$header:" "$prototypes" | sed -E 's/^[^(]*[ *]([A-Za-z_0-9]+) \(.*/\1/' | sort -u | tr '\n' ' ')
+declared=$(grep -F "$header:" "$prototypes" | grep -v ' static ' | sed -E 's/^[^(]*[ *]([A-Za-z_0-9]+) \(.*/\1/' | sort -u | tr '\n' ' ')
 exported=$(nm -D --defined-only "$library" | awk '{ print $3 }' | sort | tr '\n' ' ')
 [ "$(echo "$declared" | wc -w)" -gt 50 ] || fail "only these declarations were found: $declared"
 for name in $(beyond "$exported" "$declared"); do fail "$name is exported but not declared"; done
