@@ -12,6 +12,7 @@
 extern "C" {
 void modla_avx512_bytes(const void *a, const void *b, void *tile, int segments, int quads, int accumulate);
 void modla_avx512_pairs(const void *a, const void *b, void *tile, int segments, int quads, int accumulate);
+void modla_avx512_bits(const void *a, const void *b, void *tile, int segments, int quads, int accumulate);
 void modla_avx512_wide(const void *a, const void *b, void *tile, int segments, int quads, int accumulate);
 }
 
@@ -130,23 +131,11 @@ struct Modulus {
 
 // ---- Forms
 
+int32_t smaller(int32_t a, int32_t b) {
+    return a < b ? a : b;
+}
+
 constexpr int tile_rows = 7, plane_bytes = tile_rows * 64;
-
-template <class Form>
-void fold_tile(const Form &form, char *tile) {
-    for (int i = 0; i < tile_rows; i++) form.restart(tile + i * 64, form.residues(tile + i * 64));
-}
-
-template <class Storage, class Form>
-void finish_tile(const Form &form, const char *tile, typename Storage::Entry *c, ptrdiff_t row_step, ptrdiff_t step,
-                 int32_t rows, int32_t columns, int update) {
-    const auto some = static_cast<typename Form::Mask>(first(columns));
-    for (int32_t i = 0; i < tile_rows && i < rows; i++, c += row_step) {
-        auto r = form.residues(tile + i * 64);
-        if (update) r = updated(Storage::load(c, step, some), r, form.modulus.p, update);
-        Storage::store(c, step, some, r);
-    }
-}
 
 // Rows of B, 0 where there are none.
 template <class Storage>
@@ -168,7 +157,7 @@ __m512i joined(__m512i a, __m512i b, __m512i c, __m512i d) {
 // Bytes: A balanced, B in 0..p-1 <= 255.  A product is at most 128 * 255, so that 65,791 of them fit a signed 32-bit sum.
 struct Bytes {
     using Mask = __mmask16;
-    static constexpr int rows = tile_rows, columns = 16, planes = 1, stride = 1088;
+    static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
     static constexpr int products[1] = {4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 448, block_columns = 256;
     static constexpr bool folds = false;
@@ -178,7 +167,8 @@ struct Bytes {
     explicit Bytes(uint32_t p) : modulus(p) {}
 
     template <class Storage>
-    void pack_row(const typename Storage::Entry *a, ptrdiff_t step, int32_t count, char *const *to) const {
+    void pack_line(const typename Storage::Entry *a, ptrdiff_t, ptrdiff_t step, int32_t, int32_t count,
+                   char *const *to) const {
         for (int32_t i = 0; i < count; i += 16) {
             const __m512i r = modulus.balanced(Storage::load(a + i * step, step, first(count - i)));
             _mm_store_si128(reinterpret_cast<__m128i *>(to[0] + i), _mm512_cvtepi32_epi8(r));
@@ -201,7 +191,7 @@ struct Bytes {
 // Pairs: both balanced; `depth` products of at most (p/2)^2 and a residue fit a signed 32-bit sum.
 struct Pairs {
     using Mask = __mmask16;
-    static constexpr int rows = tile_rows, columns = 16, planes = 1, stride = 1088;
+    static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
     static constexpr int products[1] = {2};
     static constexpr int32_t group_products = 8, group_rows = 2, block_rows = 224, block_columns = 256;
     static constexpr bool folds = true;
@@ -214,7 +204,8 @@ struct Pairs {
     }
 
     template <class Storage>
-    void pack_row(const typename Storage::Entry *a, ptrdiff_t step, int32_t count, char *const *to) const {
+    void pack_line(const typename Storage::Entry *a, ptrdiff_t, ptrdiff_t step, int32_t, int32_t count,
+                   char *const *to) const {
         for (int32_t i = 0; i < count; i += 16) {
             const __m512i r = modulus.balanced(Storage::load(a + i * step, step, first(count - i)));
             _mm256_store_si256(reinterpret_cast<__m256i *>(to[0] + 2 * i), _mm512_cvtepi32_epi16(r));
@@ -242,7 +233,7 @@ struct Pairs {
 // 448 * 127 * 255 + 510 < 2^24.
 struct Triple {
     using Mask = __mmask16;
-    static constexpr int rows = tile_rows, columns = 16, planes = 2, stride = 1088;
+    static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 2, stride = 1088;
     static constexpr int products[2] = {2, 4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 224, block_columns = 256;
     static constexpr bool folds = true;
@@ -277,7 +268,8 @@ struct Triple {
     }
 
     template <class Storage>
-    void pack_row(const typename Storage::Entry *a, ptrdiff_t step, int32_t count, char *const *to) const {
+    void pack_line(const typename Storage::Entry *a, ptrdiff_t, ptrdiff_t step, int32_t, int32_t count,
+                   char *const *to) const {
         for (int32_t i = 0; i < count; i += 16) {
             const __m512i r = modulus.balanced(Storage::load(a + i * step, step, first(count - i)));
             _mm256_store_si256(reinterpret_cast<__m256i *>(to[0] + 2 * i), _mm512_cvtepi32_epi16(r));
@@ -315,11 +307,90 @@ struct Triple {
     }
 };
 
+// Two limbs, three products, p <= 2^20: a = 256 a1 + a0 and b = 256 b1 + b0 balanced, a0 a signed byte, b0 an unsigned
+// one, |a1| and |b1| <= 2^11.  Planes: c1, the sum of a1 b1; the sum of (a1 + a0)(b1 + b0) modulo 2^32; c0, the sum of
+// a0 b0.  c1 stays within 448 * 2^22 < 2^31; the middle c = a1 b0 + a0 b1, what the second exceeds c1 + c0 by, within
+// 448 * 2^11 (255 + 128) < 2^31; 2^16 c1 + 2^8 c + c0 within 2^53: doubles hold it.
+struct Limbs {
+    using Mask = __mmask16;
+    static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 3, stride = 1088;
+    static constexpr int products[3] = {2, 2, 4};
+    static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 112, block_columns = 256;
+    static constexpr bool folds = true;
+    static constexpr int32_t depth = 448;
+    Modulus modulus;
+    __m512i byte;
+    __m512d wide_p, wide_reciprocal, two8, two16;
+
+    explicit Limbs(uint32_t p) : modulus(p) {
+        byte = _mm512_set1_epi32(255);
+        wide_p = _mm512_set1_pd(p);
+        wide_reciprocal = _mm512_set1_pd(1.0 / p);
+        two8 = _mm512_set1_pd(256.0);
+        two16 = _mm512_set1_pd(65536.0);
+    }
+
+    template <class Storage>
+    void pack_line(const typename Storage::Entry *a, ptrdiff_t, ptrdiff_t step, int32_t, int32_t count,
+                   char *const *to) const {
+        for (int32_t i = 0; i < count; i += 16) {
+            const __m512i r = modulus.balanced(Storage::load(a + i * step, step, first(count - i)));
+            const __m512i low = _mm512_srai_epi32(_mm512_slli_epi32(r, 24), 24);
+            const __m512i high = _mm512_srai_epi32(_mm512_sub_epi32(r, low), 8);
+            _mm256_store_si256(reinterpret_cast<__m256i *>(to[0] + 2 * i), _mm512_cvtepi32_epi16(high));
+            _mm256_store_si256(reinterpret_cast<__m256i *>(to[1] + 2 * i),
+                               _mm512_cvtepi32_epi16(_mm512_add_epi32(high, low)));
+            _mm_store_si128(reinterpret_cast<__m128i *>(to[2] + i), _mm512_cvtepi32_epi8(low));
+        }
+    }
+    template <class Storage>
+    void pack_group(const typename Storage::Entry *b, ptrdiff_t row_step, ptrdiff_t step, int32_t count,
+                    int32_t columns_left, char *const *to) const {
+        const __mmask16 some = first(columns_left);
+        const auto load = [&](int32_t i) {
+            return modulus.balanced(load_row<Storage>(b, row_step, step, i, count, some));
+        };
+        const __m512i b0 = load(0), b1 = load(1), b2 = load(2), b3 = load(3);
+        const auto low = [&](__m512i x) { return _mm512_and_si512(x, byte); };
+        const auto high = [](__m512i x) { return _mm512_srai_epi32(x, 8); };
+        const auto sum = [&](__m512i x) { return _mm512_add_epi32(high(x), low(x)); };
+        _mm512_store_si512(to[0], joined(high(b0), high(b1)));
+        _mm512_store_si512(to[0] + 64, joined(high(b2), high(b3)));
+        _mm512_store_si512(to[1], joined(sum(b0), sum(b1)));
+        _mm512_store_si512(to[1] + 64, joined(sum(b2), sum(b3)));
+        _mm512_store_si512(to[2], joined(low(b0), low(b1), low(b2), low(b3)));
+    }
+    void multiply(const char *const *a, const char *const *b, char *tile, const int32_t *steps, bool accumulate) const {
+        modla_avx512_pairs(a[0], b[0], tile, steps[0] / 16, steps[0] % 16 / 4, accumulate);
+        modla_avx512_pairs(a[1], b[1], tile + plane_bytes, steps[1] / 16, steps[1] % 16 / 4, accumulate);
+        modla_avx512_bytes(a[2], b[2], tile + 2 * plane_bytes, steps[2] / 16, steps[2] % 16 / 4, accumulate);
+    }
+    __m256i combined(__m256i c1, __m256i c, __m256i c0) const {
+        const __m512d low = _mm512_fmadd_pd(_mm512_cvtepi32_pd(c), two8, _mm512_cvtepi32_pd(c0));
+        const __m512d x = _mm512_fmadd_pd(_mm512_cvtepi32_pd(c1), two16, low);
+        const __m512d q = _mm512_roundscale_pd(_mm512_mul_pd(x, wide_reciprocal), 8);
+        return _mm512_cvtpd_epi32(_mm512_fnmadd_pd(q, wide_p, x));
+    }
+    __m512i residues(const char *tile) const {
+        const __m512i c1 = _mm512_load_si512(tile), c0 = _mm512_load_si512(tile + 2 * plane_bytes);
+        const __m512i c = _mm512_sub_epi32(_mm512_load_si512(tile + plane_bytes), _mm512_add_epi32(c1, c0));
+        const auto high = [](__m512i x) { return _mm512_extracti64x4_epi64(x, 1); };
+        const __m256i r0 = combined(_mm512_castsi512_si256(c1), _mm512_castsi512_si256(c), _mm512_castsi512_si256(c0));
+        const __m512i r = _mm512_inserti64x4(_mm512_castsi256_si512(r0), combined(high(c1), high(c), high(c0)), 1);
+        return _mm512_min_epu32(r, _mm512_add_epi32(r, modulus.p));
+    }
+    void restart(char *tile, __m512i r) const {
+        _mm512_store_si512(tile, _mm512_setzero_si512());
+        _mm512_store_si512(tile + plane_bytes, r);
+        _mm512_store_si512(tile + 2 * plane_bytes, r);
+    }
+};
+
 // 52-bit integers: products below 2^50, of which 2^14 fit an unsigned 64-bit sum.  The instruction ignores the upper 12
 // bits of its factors, so that x + 2^52 is x.
 struct Wide {
     using Mask = __mmask8;
-    static constexpr int rows = tile_rows, columns = 8, planes = 1, stride = 2112;
+    static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 8, planes = 1, stride = 2112;
     static constexpr int products[1] = {1};
     static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 56, block_columns = 256;
     static constexpr bool folds = false;
@@ -338,7 +409,8 @@ struct Wide {
     }
 
     template <class Storage>
-    void pack_row(const typename Storage::Entry *a, ptrdiff_t step, int32_t count, char *const *to) const {
+    void pack_line(const typename Storage::Entry *a, ptrdiff_t, ptrdiff_t step, int32_t, int32_t count,
+                   char *const *to) const {
         for (int32_t i = 0; i < count; i += 8) {
             const __m512d r = Storage::load8(a + i * step, step, static_cast<__mmask8>(first(count - i)));
             _mm512_store_pd(to[0] + 8 * i, _mm512_add_pd(r, two52));
@@ -366,6 +438,101 @@ struct Wide {
     void restart(char *tile, __m256i r) const { _mm512_store_si512(tile, _mm512_cvtepu32_epi64(r)); }
 };
 
+// Bits, p = 2: an entry of A is a block of 8 x 8 bits, a byte of B a column of 8, and their product by the instruction for
+// affine maps of GF(2)^8 another column.
+struct Bits {
+    static constexpr int rows = 32, vectors = 4, line_rows = 8, columns = 64, planes = 1, stride = 1088;
+    static constexpr int products[1] = {8};
+    static constexpr int32_t group_products = 32, group_rows = 8, block_rows = 512, block_columns = 512;
+    static constexpr bool folds = false;
+    static constexpr int32_t depth = 1024;
+    __m512i turn;  // the transposition of 8 x 8 bytes
+    __m512i one;
+
+    explicit Bits(uint32_t) {
+        alignas(64) uint8_t from[64];
+        for (int i = 0; i < 64; i++) from[i] = static_cast<uint8_t>(i % 8 * 8 + i / 8);
+        turn = _mm512_load_si512(from);
+        one = _mm512_set1_epi32(1);
+    }
+
+    // The instruction takes the last byte of a block as its first row.
+    template <class Storage>
+    void pack_line(const typename Storage::Entry *a, ptrdiff_t row_step, ptrdiff_t step, int32_t rows_left,
+                   int32_t count, char *const *to) const {
+        alignas(64) uint16_t lines[8][4];
+        for (int32_t i = 0; i < count; i += 64) {
+            for (int32_t row = 0; row < 8; row++) {
+                for (int32_t part = 0; part < 4; part++) {
+                    const int32_t from = i + part * 16;
+                    uint16_t bits = 0;
+                    if (row < rows_left && from < count) {
+                        const __m512i x = Storage::load(a + row * row_step + from * step, step, first(count - from));
+                        bits = _mm512_test_epi32_mask(x, x);
+                    }
+                    lines[7 - row][part] = bits;
+                }
+            }
+            _mm512_store_si512(to[0] + i, _mm512_permutexvar_epi8(turn, _mm512_load_si512(lines)));
+        }
+    }
+    template <class Storage>
+    void pack_group(const typename Storage::Entry *b, ptrdiff_t row_step, ptrdiff_t step, int32_t count,
+                    int32_t columns_left, char *const *to) const {
+        for (int32_t part = 0; part < 4; part++) {
+            __m512i sum = _mm512_setzero_si512();
+            const __mmask16 some = first(columns_left - part * 16 > 0 ? columns_left - part * 16 : 0);
+            for (int32_t i = smaller(count, 8) - 1; i >= 0; i--) {
+                sum = _mm512_or_si512(_mm512_add_epi32(sum, sum),
+                                      Storage::load(b + i * row_step + part * 16 * step, step, some));
+            }
+            _mm_store_si128(reinterpret_cast<__m128i *>(to[0] + part * 16), _mm512_cvtepi32_epi8(sum));
+        }
+    }
+    void multiply(const char *const *a, const char *const *b, char *tile, const int32_t *steps, bool accumulate) const {
+        modla_avx512_bits(a[0], b[0], tile, steps[0] / 16, steps[0] % 16 / 4, accumulate);
+    }
+
+    template <class Storage>
+    void finish(const char *tile, typename Storage::Entry *c, ptrdiff_t row_step, ptrdiff_t step, int32_t rows_left,
+                int32_t columns_left, int update) const {
+        for (int32_t octet = 0; octet < 4; octet++) {
+            for (int32_t part = 0; part < 4 && part * 16 < columns_left; part++) {
+                const __mmask16 some = first(columns_left - part * 16);
+                __m512i bits = _mm512_cvtepu8_epi32(
+                    _mm_load_si128(reinterpret_cast<const __m128i *>(tile + octet * 64 + part * 16)));
+                typename Storage::Entry *to = c + octet * 8 * row_step + part * 16 * step;
+                for (int32_t i = octet * 8; i < octet * 8 + 8 && i < rows_left; i++, to += row_step) {
+                    __m512i r = _mm512_and_si512(bits, one);
+                    if (update) r = _mm512_xor_si512(r, Storage::load(to, step, some));
+                    Storage::store(to, step, some, r);
+                    bits = _mm512_srli_epi32(bits, 1);
+                }
+            }
+        }
+    }
+};
+
+template <class Form>
+void fold_tile(const Form &form, char *tile) {
+    for (int i = 0; i < tile_rows; i++) form.restart(tile + i * 64, form.residues(tile + i * 64));
+}
+
+template <class Storage, class Form>
+void finish_tile(const Form &form, const char *tile, typename Storage::Entry *c, ptrdiff_t row_step, ptrdiff_t step,
+                 int32_t rows, int32_t columns, int update) {
+    if constexpr (Form::line_rows > 1) {
+        form.template finish<Storage>(tile, c, row_step, step, rows, columns, update);
+    } else {
+        const auto some = static_cast<typename Form::Mask>(first(columns));
+        for (int32_t i = 0; i < tile_rows && i < rows; i++, c += row_step) {
+            auto r = form.residues(tile + i * 64);
+            if (update) r = updated(Storage::load(c, step, some), r, form.modulus.p, update);
+            Storage::store(c, step, some, r);
+        }
+    }
+}
+
 #include "engine/packed_product.inc"
 
 template <class Form>
@@ -383,6 +550,10 @@ bool multiply_with_avx512(Route route, const GemmTask &task) {
             return multiply_entries<Pairs>(task);
         case Route::triple:
             return multiply_entries<Triple>(task);
+        case Route::bits:
+            return multiply_entries<Bits>(task);
+        case Route::limbs:
+            return packed_product<Limbs, Doubles>(task);
         case Route::wide:
             return packed_product<Wide, Doubles>(task);
     }

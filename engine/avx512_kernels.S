@@ -2,12 +2,13 @@
 #
 # void NAME(const void *a, const void *b, void *tile, int segments, int quads, int accumulate)
 #
-# A tile of 7 vectors is the sum (over steps) of 7 broadcast entries of A, `stride` bytes from row to row, times a vector
-# of B: segments of 16 steps, then quads of 4.  The tile is stored by the first segment unless it is to be accumulated.
+# A tile of 7 (4) vectors is the sum over steps of as many broadcast entries of A, `stride` bytes apart, times a vector of
+# B: segments of 16 steps, then quads of 4.  The tile is stored by the first segment unless it is to be accumulated.
 # One long chain in seven registers would be bound by latency.  A segment starts from zero and is added to the tile in
 # memory, so that the processor runs the end of one segment beside the start of the next.
 
-.macro steps count, multiply, size, broadcast, stride
+# count steps of 7 rows: a vector of B in zmm7.
+.macro multiply_7 count, multiply, size, broadcast, stride
     .Lstep = 0
     .rept \count
     vmovdqa64 .Lstep*64(%edx), %zmm7
@@ -20,26 +21,49 @@
     add $\count*64, %edx
 .endm
 
-.macro clear
+# The same of bits: an entry of A is a block of 8 x 8, a byte of B a column of 8.  4 rows of blocks, two steps at a time.
+.macro multiply_4 count, multiply, size, broadcast, stride
+    .Lstep = 0
+    .rept \count/2
+    vmovdqa64 .Lstep*64(%edx), %zmm4
+    vmovdqa64 .Lstep*64+64(%edx), %zmm5
+    .irp row, 0, 1, 2, 3
+    \multiply $0, \row*\stride+.Lstep*\size(%ecx){\broadcast}, %zmm4, %zmm6
+    \multiply $0, \row*\stride+.Lstep*\size+\size(%ecx){\broadcast}, %zmm5, %zmm7
+    vpternlogq $0x96, %zmm6, %zmm7, %zmm\row
+    .endr
+    .Lstep = .Lstep + 2
+    .endr
+    add $\count*\size, %ecx
+    add $\count*64, %edx
+.endm
+
+.macro clear rows
     .irp row, 0, 1, 2, 3, 4, 5, 6
+    .if \row < \rows
     vpxor %xmm\row, %xmm\row, %xmm\row
+    .endif
     .endr
 .endm
 
 # Adds the tile in memory unless %esi is 0, and stores the sum.
-.macro deposit add
+.macro deposit rows, add
     test %esi, %esi
     jz 8f
     .irp row, 0, 1, 2, 3, 4, 5, 6
+    .if \row < \rows
     \add \row*64(%eax), %zmm\row, %zmm\row
+    .endif
     .endr
 8:
     .irp row, 0, 1, 2, 3, 4, 5, 6
+    .if \row < \rows
     vmovdqa64 %zmm\row, \row*64(%eax)
+    .endif
     .endr
 .endm
 
-.macro product name, multiply, size, broadcast, stride, add
+.macro product name, rows, multiply, size, broadcast, stride, add
     .globl \name
     .hidden \name
     .type \name, @function
@@ -61,9 +85,9 @@
     jz 3f
     .p2align 5
 1:
-    clear
-    steps 16, \multiply, \size, \broadcast, \stride
-    deposit \add
+    clear \rows
+    multiply_\rows 16, \multiply, \size, \broadcast, \stride
+    deposit \rows, \add
     mov $1, %esi
     dec %ebx
     jnz 1b
@@ -71,12 +95,12 @@
     mov 28(%esp), %ebx
     test %ebx, %ebx
     jz 5f
-    clear
+    clear \rows
 4:
-    steps 4, \multiply, \size, \broadcast, \stride
+    multiply_\rows 4, \multiply, \size, \broadcast, \stride
     dec %ebx
     jnz 4b
-    deposit \add
+    deposit \rows, \add
 5:
     pop %esi
     .cfi_adjust_cfa_offset -4
@@ -90,7 +114,8 @@
 .endm
 
     .text
-    product modla_avx512_bytes, vpdpbusd, 4, 1to16, 1088, vpaddd
-    product modla_avx512_pairs, vpdpwssd, 4, 1to16, 1088, vpaddd
-    product modla_avx512_wide, vpmadd52luq, 8, 1to8, 2112, vpaddq
+    product modla_avx512_bytes, 7, vpdpbusd, 4, 1to16, 1088, vpaddd
+    product modla_avx512_pairs, 7, vpdpwssd, 4, 1to16, 1088, vpaddd
+    product modla_avx512_wide, 7, vpmadd52luq, 8, 1to8, 2112, vpaddq
+    product modla_avx512_bits, 4, vgf2p8affineqb, 8, 1to8, 1088, vpxorq
     .section .note.GNU-stack, "", @progbits

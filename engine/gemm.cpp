@@ -10,12 +10,16 @@ namespace modla {
 bool route_takes(Route route, uint32_t p, bool doubles) {
     const Processor &has = processor();
     switch (route) {
+        case Route::bits:
+            return has.avx512_gfni && p == 2;
         case Route::bytes:
             return has.avx512_vnni && p <= 256;
         case Route::pairs:
             return has.avx512_vnni && p <= 8191;
         case Route::triple:
             return has.avx512_vnni && p <= 65535;
+        case Route::limbs:
+            return has.avx512_vnni && doubles && p > 65535 && p <= 1u << 20;
         case Route::wide:
             return has.avx512_ifma && doubles && p > 65535;
     }
@@ -40,7 +44,7 @@ bool gemm_with(Route route, GemmTask task) {
 namespace {
 
 // Routes in the order of their speed.
-constexpr Route routes[] = {Route::bytes, Route::pairs, Route::triple, Route::wide};
+constexpr Route routes[] = {Route::bits, Route::bytes, Route::pairs, Route::triple, Route::limbs, Route::wide};
 
 template <class Entry>
 bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Strided<const Entry> A,

@@ -9,12 +9,14 @@ namespace modla {
 
 // How residues are multiplied and summed.
 enum class Route {
+    bits,    // p = 2: blocks of 8 x 8 bits
     bytes,   // p <= 256: bytes in 32-bit sums
     pairs,   // p <= 8191: 16-bit halves in 32-bit sums
     triple,  // p <= 65535: the sums modulo 2^32 by pairs and modulo 255 by bytes
+    limbs,   // 2^16 < p <= 2^20, doubles: limbs of 8 and 12 bits, three products
     wide,    // 2^16 < p < 2^25, doubles: 52-bit products in 64-bit sums
 };
-constexpr int route_count = 4;
+constexpr int route_count = 6;
 
 struct GemmTask {
     uint32_t p;
