@@ -46,27 +46,33 @@ __m256i updated(__m256i c, __m256i r, __m256i p, int update) {
         updated(_mm512_castsi256_si512(c), _mm512_castsi256_si512(r), _mm512_castsi256_si512(p), update));
 }
 
-// Both load up to 16 entries as 32-bit integers, 0 for those that are not there, and store them.
+// With `unit`, all steps are known to be 1.  Both load up to 16 entries as 32-bit integers, 0 for those that are not there, and store them.
+template <bool unit>
 struct Words {
     using Entry = uint32_t;
+    using Unit = Words<true>;
 
     static __m512i load(const Entry *e, ptrdiff_t step, __mmask16 some) {
-        if (step == 1) return _mm512_maskz_loadu_epi32(some, e);
+        if (unit) return _mm512_maskz_loadu_epi32(some, e);
         return _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), some, offsets(step), e, 4);
     }
     static void store(Entry *e, ptrdiff_t step, __mmask16 some, __m512i r) {
-        if (step == 1) return _mm512_mask_storeu_epi32(e, some, r);
+        if (unit) return _mm512_mask_storeu_epi32(e, some, r);
         _mm512_mask_i32scatter_epi32(e, some, offsets(step), r, 4);
     }
 };
 
+struct Double {  // aligned to 4 only
+    uint32_t halves[2];
+};
+
+template <bool unit>
 struct Doubles {
-    struct Entry {  // aligned to 4 only
-        uint32_t halves[2];
-    };
+    using Entry = Double;
+    using Unit = Doubles<true>;
 
     static __m512d load8(const Entry *e, ptrdiff_t step, __mmask8 some) {
-        if (step == 1) return _mm512_maskz_loadu_pd(some, e);
+        if (unit) return _mm512_maskz_loadu_pd(some, e);
         return _mm512_mask_i32gather_pd(_mm512_setzero_pd(), some, _mm512_castsi512_si256(offsets(step)), e, 8);
     }
     static __m256i load(const Entry *e, ptrdiff_t step, __mmask8 some) {
@@ -74,7 +80,7 @@ struct Doubles {
     }
     static void store(Entry *e, ptrdiff_t step, __mmask8 some, __m256i r) {
         const __m512d values = _mm512_cvtepi32_pd(r);
-        if (step == 1) return _mm512_mask_storeu_pd(e, some, values);
+        if (unit) return _mm512_mask_storeu_pd(e, some, values);
         _mm512_mask_i32scatter_pd(e, some, _mm512_castsi512_si256(offsets(step)), values, 8);
     }
     static __m512i load(const Entry *e, ptrdiff_t step, __mmask16 some) {
@@ -160,6 +166,7 @@ struct Bytes {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
     static constexpr int products[1] = {4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 448, block_columns = 256;
+    static constexpr bool across_first = false;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 1024;
     Modulus modulus;
@@ -194,6 +201,7 @@ struct Pairs {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
     static constexpr int products[1] = {2};
     static constexpr int32_t group_products = 8, group_rows = 2, block_rows = 224, block_columns = 256;
+    static constexpr bool across_first = false;
     static constexpr bool folds = true;
     int32_t depth;
     Modulus modulus;
@@ -236,6 +244,7 @@ struct Triple {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 2, stride = 1088;
     static constexpr int products[2] = {2, 4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 224, block_columns = 256;
+    static constexpr bool across_first = false;
     static constexpr bool folds = true;
     static constexpr int32_t depth = 448;
     Modulus modulus;
@@ -316,6 +325,7 @@ struct Limbs {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 3, stride = 1088;
     static constexpr int products[3] = {2, 2, 4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 112, block_columns = 256;
+    static constexpr bool across_first = false;
     static constexpr bool folds = true;
     static constexpr int32_t depth = 448;
     Modulus modulus;
@@ -393,6 +403,7 @@ struct Wide {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 8, planes = 1, stride = 2112;
     static constexpr int products[1] = {1};
     static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 56, block_columns = 256;
+    static constexpr bool across_first = false;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 256;
     struct {
@@ -444,6 +455,7 @@ struct Bits {
     static constexpr int rows = 32, vectors = 4, line_rows = 8, columns = 64, planes = 1, stride = 1088;
     static constexpr int products[1] = {8};
     static constexpr int32_t group_products = 32, group_rows = 8, block_rows = 512, block_columns = 512;
+    static constexpr bool across_first = true;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 1024;
     __m512i turn;  // the transposition of 8 x 8 bytes
@@ -537,7 +549,7 @@ void finish_tile(const Form &form, const char *tile, typename Storage::Entry *c,
 
 template <class Form>
 bool multiply_entries(const GemmTask &task) {
-    return task.doubles ? packed_product<Form, Doubles>(task) : packed_product<Form, Words>(task);
+    return task.doubles ? packed_product<Form, Doubles<false>>(task) : packed_product<Form, Words<false>>(task);
 }
 
 }  // namespace
@@ -553,9 +565,9 @@ bool multiply_with_avx512(Route route, const GemmTask &task) {
         case Route::bits:
             return multiply_entries<Bits>(task);
         case Route::limbs:
-            return packed_product<Limbs, Doubles>(task);
+            return packed_product<Limbs, Doubles<false>>(task);
         case Route::wide:
-            return packed_product<Wide, Doubles>(task);
+            return packed_product<Wide, Doubles<false>>(task);
     }
     return false;
 }
