@@ -1,9 +1,13 @@
-# Sourced by ./run and ./check: installs what is missing and builds a preset.
+# Sourced by ./run, ./check and bench/run: installs what is missing and builds a preset.
 
 modla_packages="cmake ninja-build g++-multilib libopenblas-serial-dev:i386 libgmp-dev:i386 libreadline-dev
 libreadline8:i386 libgtest-dev:i386 libbenchmark-dev:i386 libflint-dev libflint17:i386"
 # For ./check only.  (libclang-rt-14-dev of amd64 holds the 32-bit runtimes; that of i386 would remove g++-multilib.)
 check_packages="clang-14 libclang-rt-14-dev:amd64 qemu-user"
+# For bench/run only.
+peer_packages="python3 libflint-dev libntl-dev libm4ri-dev fflas-ffpack libgivaro-dev libopenblas-serial-dev:amd64"
+peer_packages_i386="libflint-dev libflint17 libntl-dev libntl44 libm4ri-dev fflas-ffpack libgivaro-dev libgivaro9
+libmpfr-dev libmpfr6"
 
 # Is the package of this name and architecture installed?
 installed() {
@@ -28,6 +32,23 @@ install_packages() {
     # An index in the middle of a mirror's update makes this fail although the others are usable.
     $as_root apt-get update -q || echo "apt-get update reported a problem; going on with the indices that there are"
     $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends $missing
+}
+
+# unpack_packages DIRECTORY PACKAGE...: those of i386, into a directory instead of the system.
+unpack_packages() {
+    directory=$1
+    shift
+    [ -d "$directory" ] && return 0
+    echo "Unpacking for i386:" "$@"
+    rm -rf "$directory.new"
+    mkdir -p "$directory.new/archives"
+    for package in "$@"; do
+        (cd "$directory.new/archives" && apt-get download -qq -o APT::Sandbox::User=root "$package:i386") || return 1
+    done
+    for archive in "$directory.new"/archives/*.deb; do
+        dpkg -x "$archive" "$directory.new" || return 1
+    done
+    mv "$directory.new" "$directory"
 }
 
 # build PRESET TARGET
