@@ -3,6 +3,7 @@
 
 import argparse
 import collections
+import hashlib
 import json
 import os
 import pathlib
@@ -80,6 +81,8 @@ def is_quick(row):
 
 def goal_of(row, ports):
     if row.work == 'multiply':
+        if row.datatype == FLOATS and row.p < 65536:
+            return None
         goals = PRODUCT_GOALS[row.p][0 if ports == 2 else 1]
         return goals[(64, 256, 1024, 2048).index(row.n)]
     if row.work in ('rref', 'determinant', 'lu'):
@@ -169,15 +172,15 @@ def peer_builds():
 
 def build(name, source, arguments):
     target, source = BUILT / name, SOURCES / source
-    command, stamp = ['g++', str(source), '-o', str(target)] + arguments, BUILT / f'{name}.command'
-    newest = max(path.stat().st_mtime for path in (source, SOURCES / 'driver.h'))
-    if target.exists() and target.stat().st_mtime > newest and stamp.exists() and stamp.read_text() == str(command):
+    command, stamp = ['g++', str(source), '-o', str(target)] + arguments, BUILT / f'{name}.stamp'
+    made_of = hashlib.sha256(str(command).encode() + source.read_bytes() + (SOURCES / 'driver.h').read_bytes()).hexdigest()
+    if target.exists() and stamp.exists() and stamp.read_text() == made_of:
         return True
     print(f'Building {name}', flush=True)
     done = subprocess.run(command, stderr=subprocess.PIPE, text=True)
-    stamp.write_text(str(command))
-    if done.returncode:
-        target.unlink(missing_ok=True)
+    if done.returncode == 0:
+        stamp.write_text(made_of)
+    else:
         print(f'{name} cannot be built and is left out:\n' + '\n'.join(done.stderr.splitlines()[-5:]))
     return done.returncode == 0
 
@@ -249,17 +252,17 @@ def measure(row, drivers, slow, options):
                 way.start()
                 ways.append(way)
         except Failed as failure:
-            print(failure)
-            drivers.remove(driver)
             if not driver.bits:
                 raise
+            print(f'{failure}; it is left out from here on')
+            drivers.remove(driver)
     # What is far from the best of its word size is measured once, and no more at larger sizes.
     racing = [way for way in ways if not way.driver.bits]
     for bits in (32, 64):
         peers = [way for way in ways if way.driver.bits == bits]
         best = min((way.first for way in peers), default=0)
         for way in peers:
-            if way.first <= 1.5 * best:
+            if way.first <= 1.3 * best:
                 racing.append(way)
             else:
                 way.driver.ask('stop', way.name)
@@ -298,6 +301,10 @@ def time_text(seconds):
     return f'{seconds * scale:#.3g}'.rstrip('.') + ' ' + unit
 
 
+def ratio_text(ratio):
+    return f'{ratio:.2f}' if ratio >= 0.1 else f'{ratio:.2g}'
+
+
 def summary_of(result, report):
     """What the table says of a row."""
     row = Row(**result['row'])
@@ -306,8 +313,9 @@ def summary_of(result, report):
     operations = operations_of(row)
     if operations:
         summary['rate'] = operations / ours / 1e9
-        peak, summary['instruction'] = peak_of(row, report['peaks'])
-        summary['fraction'] = summary['rate'] / peak
+        if row.work != 'matvec':  # which memory bounds
+            peak, summary['instruction'] = peak_of(row, report['peaks'])
+            summary['fraction'] = summary['rate'] / peak
     for bits in (64, 32):
         best = best_peer(result, bits)
         if best:
@@ -341,11 +349,12 @@ def markdown(report):
                     'best 32-bit peer', 'ratio'] + (['other library / modLA'] if other else [])
             lines += ['| ' + ' | '.join(head) + ' |', '|' + '---|' * len(head)]
         cells = [row.p, row.datatype, row.n, time_text(s['ours']) + ('' if s['agree'] else ' !')]
-        cells += [f"{s['rate']:.1f}", f"{100 * s['fraction']:.0f} % ({s['instruction']})"] if 'rate' in s else ['', '']
+        cells.append(f"{s['rate']:.1f}" if 'rate' in s else '')
+        cells.append(f"{100 * s['fraction']:.1f} % ({s['instruction']})" if 'fraction' in s else '')
         for bits in (64, 32):
             if bits in s:
                 seconds, label = s[bits]
-                cells += [f'{time_text(seconds)} ({label.replace(f"-{bits}", "", 1)})', f"{s[f'ratio{bits}']:.2f}"]
+                cells += [f'{time_text(seconds)} ({label.replace(f"-{bits}", "", 1)})', ratio_text(s[f'ratio{bits}'])]
             else:
                 cells += ['', '']
             if bits == 64:
@@ -392,7 +401,7 @@ def ratio_picture(report):
         parts += [text(left - 6, y + 11, f'{name}, p = {row.p}, n = {row.n}' + (', floats' if row.p == 65521 and
                                                                                row.datatype == FLOATS else ''), 'end'),
                   f'<rect x="{left}" y="{y + 2}" width="{max(x - left, 1):.1f}" height="11" fill="{colour}"/>',
-                  text(right + 8, y + 11, f"{s['ratio64']:.2f}")]
+                  text(right + 8, y + 11, ratio_text(s['ratio64']))]
         if s['goal']:
             x = log_position(s['goal'], low, high, left, right)
             parts.append(line(x, y, x, y + 15, '#222', 'stroke-width="2"'))
@@ -433,6 +442,8 @@ def product_picture(report):
 
 def write_reports(report, directory, name):
     directory.mkdir(parents=True, exist_ok=True)
+    for result in report['results']:
+        result['summary'] = {name: value for name, value in summary_of(result, report).items() if name != 'row'}
     (directory / f'{name}.json').write_text(json.dumps(report, indent=1) + '\n')
     (directory / f'{name}.md').write_text(markdown(report))
     (directory / f'{name}-ratios.svg').write_text(ratio_picture(report))
@@ -519,7 +530,7 @@ def main():
         wrong += not s['agree']
         print(f"{' '.join(map(str, row)):<46}{time_text(s['ours']):>9}" +
               (f"{s['rate']:9.1f} Gop/s" if 'rate' in s else ' ' * 15) +
-              (f"{s['ratio64']:7.2f} (goal {s['goal']}) {s[64][1]} {time_text(s[64][0])}" if 64 in s else '') +
+              (f"{ratio_text(s['ratio64']):>7} (goal {s['goal'] or '-'}) {s[64][1]} {time_text(s[64][0])}" if 64 in s else '') +
               (f"{s['other']:7.2f} x the other library" if 'other' in s else '') +
               ('' if s['agree'] else f'  RESULTS DIFFER: {result}'), flush=True)
     if not report['results']:
@@ -555,4 +566,7 @@ def main():
 
 
 if __name__ == '__main__':
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except Failed as failure:
+        sys.exit(str(failure))
