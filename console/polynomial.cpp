@@ -1,7 +1,6 @@
 #include "console/polynomial.h"
 
 #include <algorithm>
-#include <map>
 #include <unordered_set>
 
 #include "console/algebra.h"
@@ -13,96 +12,60 @@ namespace modla::console {
 
 namespace {
 
-constexpr uint32_t largest_plain_modulus = 46327;  // above, coefficients are immediate integers
-constexpr uint64_t most_coefficients = 1000000;
-constexpr uint64_t most_steps = 20000000;  // multiplications of coefficients for one polynomial
-
-using Exponents = std::pair<uint32_t, uint32_t>;
-using Terms = std::map<Exponents, uint64_t>;  // no coefficient is 0
+constexpr int32_t largest_plain_modulus = 46327;  // above, coefficients are immediate integers
+constexpr int32_t most_coefficients = 1000000;
 
 bool is_variable(Object x) {
     return has_type(x, type_name) || has_type(x, type_indexed);
 }
 
-// Reads an expression as a polynomial.
-class Reader {
-  public:
-    Reader(Object modulus, Object x, Object y) : p_(static_cast<uint64_t>(immediate_value(modulus))), x_(x), y_(y) {
-        modulus_ = modulus;
-    }
-
-    Terms read(Object e) {
-        check_stack();
-        if (is_number(e)) return constant(e);
-        if (e == x_) return {{{1, 0}, 1}};
-        if (e == y_) return {{{0, 1}, 1}};
-        if (has_type(e, type_sum)) return sum(e);
-        if (has_type(e, type_product)) return product(e);
-        throw HostError("expected a polynomial in " + to_line(x_) + (y_ ? " and " + to_line(y_) : "") +
-                        " with integer coefficients, got " + to_line(e));
-    }
-
-  private:
-    Terms constant(Object number) {
-        const int32_t residue = immediate_value(modulo(number, modulus_));
-        if (residue == 0) return {};
-        return {{{0, 0}, static_cast<uint64_t>(residue)}};
-    }
-
-    Terms sum(Object e) {
-        Terms result;
-        for (uint32_t i = 1; i < length_of(e); i += 2) {
-            for (const auto &[exponents, c] : times(read(words(e)[i]), constant(words(e)[i + 1]))) {
-                add(result, exponents, c);
-            }
-        }
-        return result;
-    }
-
-    Terms product(Object e) {
-        Terms result = {{{0, 0}, 1}};
-        for (uint32_t i = 1; i < length_of(e); i += 2) {
-            const Object exponent = words(e)[i + 1];
-            const bool natural = is_immediate(exponent) && immediate_value(exponent) >= 0;
-            if (!natural) throw HostError("the exponent " + to_line(exponent) + " makes it no polynomial");
-            result = times(result, power(read(words(e)[i]), static_cast<uint32_t>(immediate_value(exponent))));
-        }
-        return result;
-    }
-
-    Terms power(Terms base, uint32_t exponent) {
-        Terms result = {{{0, 0}, 1}};
-        for (; exponent > 0; exponent /= 2) {
-            if (exponent % 2) result = times(result, base);
-            if (exponent > 1) base = times(base, base);
-        }
-        return result;
-    }
-
-    Terms times(const Terms &a, const Terms &b) {
-        steps_ += (a.size() + 1) * (b.size() + 1);
-        if (steps_ > most_steps) throw HostError("polynomial too large");
-        Terms result;
-        for (const auto &[e, c] : a) {
-            for (const auto &[f, d] : b) {
-                const uint64_t i = uint64_t{e.first} + f.first, j = uint64_t{e.second} + f.second;
-                if (std::max(i, j) >= most_coefficients) throw HostError("polynomial too large");
-                add(result, {static_cast<uint32_t>(i), static_cast<uint32_t>(j)}, c * d % p_);
-            }
-        }
-        return result;
-    }
-
-    void add(Terms &terms, Exponents exponents, uint64_t c) const {
-        const auto [at, is_new] = terms.try_emplace(exponents, c);
-        if (!is_new) at->second = (at->second + c) % p_;
-        if (at->second == 0) terms.erase(at);
-    }
-
-    uint64_t p_;
-    Object modulus_, x_, y_;
-    uint64_t steps_ = 0;
+struct Term {
+    uint32_t exponents[2];
+    Object coefficient;  // as it is stored
 };
+
+Object stored(Object residue, Object modulus) {
+    const bool plain = immediate_value(modulus) <= largest_plain_modulus;
+    return plain ? static_cast<Object>(immediate_value(residue)) : residue;
+}
+
+// An expression multiplied out, as a polynomial in one or two variables.
+std::vector<Term> read_terms(Object expression, Object modulus, const std::vector<Object> &variables) {
+    Roots expanded;
+    expanded.values.push_back(expand(expression));
+    const HoldCollection hold;
+    std::vector<Term> result;
+    const auto add = [&](Object number, const Pairs &factors) {
+        const auto refuse = [&](Object part) {
+            throw HostError("expected a polynomial in " + to_line(variables[0]) +
+                            (variables.size() > 1 ? " and " + to_line(variables[1]) : "") +
+                            " with integer coefficients, got " + to_line(part));
+        };
+        if (!is_number(number)) refuse(number);
+        Term term = {{0, 0}, stored(modulo(number, modulus), modulus)};
+        for (size_t i = 0; i < factors.size(); i += 2) {
+            const auto found = std::find(variables.begin(), variables.end(), factors[i]);
+            const Object exponent = factors[i + 1];
+            if (found == variables.end()) refuse(factors[i]);
+            const bool natural = is_integer(exponent) && !is_negative(exponent);
+            if (!natural) throw HostError("the exponent " + to_line(exponent) + " makes it no polynomial");
+            if (compare_numbers(exponent, immediate(most_coefficients)) >= 0) throw HostError("polynomial too large");
+            term.exponents[found - variables.begin()] = static_cast<uint32_t>(immediate_value(exponent));
+        }
+        if (term.coefficient != stored(immediate(0), modulus)) result.push_back(term);
+    };
+    Object constant;
+    Pairs terms;
+    split_sum(expanded.values[0], &constant, &terms);
+    add(constant, {});
+    for (size_t i = 0; i < terms.size(); i += 2) {
+        Object number;
+        Pairs factors;
+        split_product(terms[i], &number, &factors);
+        add(multiply(number, terms[i + 1]), factors);
+    }
+    return result;
+}
 
 void collect_variables(Object e, std::unordered_set<Object> &seen, std::vector<Object> &variables) {
     check_stack();
@@ -127,13 +90,8 @@ void check_arguments(Object expression, Object modulus) {
     }
 }
 
-Object stored(uint64_t residue, Object modulus) {
-    const bool plain = static_cast<uint32_t>(immediate_value(modulus)) <= largest_plain_modulus;
-    return plain ? static_cast<Object>(residue) : immediate(static_cast<int32_t>(residue));
-}
-
 uint32_t coefficient(Object x, uint32_t word) {
-    const bool plain = static_cast<uint32_t>(immediate_value(polynomial_modulus(x))) <= largest_plain_modulus;
+    const bool plain = immediate_value(polynomial_modulus(x)) <= largest_plain_modulus;
     return plain ? words(x)[word] : static_cast<uint32_t>(immediate_value(words(x)[word]));
 }
 
@@ -161,12 +119,13 @@ Object modp1_object(Object expression, Object modulus, Object variable) {
         variable = variables[0];
     }
     if (!is_variable(variable) || !is_operand(variable)) throw HostError(to_line(variable) + " is no variable");
-    const Terms terms = Reader(modulus, variable, 0).read(expression);
-    const uint32_t degree = terms.empty() ? 0 : terms.rbegin()->first.first;
-    std::vector<Object> parts(3 + degree, stored(0, modulus));
+    const std::vector<Term> terms = read_terms(expression, modulus, {variable});
+    uint32_t degree = 0;
+    for (const Term &term : terms) degree = std::max(degree, term.exponents[0]);
+    std::vector<Object> parts(3 + degree, stored(immediate(0), modulus));
     parts[0] = variable;
     parts[1] = modulus;
-    for (const auto &[exponents, c] : terms) parts[2 + exponents.first] = stored(c, modulus);
+    for (const Term &term : terms) parts[2 + term.exponents[0]] = term.coefficient;
     return unique_object(type_polynomial, parts);
 }
 
@@ -183,19 +142,19 @@ Object modp2_object(Object expression, Object modulus, Object variables) {
                         (variables ? " and " + to_line(variables) : ""));
     }
     const HoldCollection hold;
-    const Terms terms = Reader(modulus, both[0], both[1]).read(expression);
+    const std::vector<Term> terms = read_terms(expression, modulus, both);
     uint32_t rows = 1, width = 1;
-    for (const auto &[exponents, c] : terms) {
-        rows = std::max(rows, exponents.first + 1);
-        width = std::max(width, exponents.second + 1);
+    for (const Term &term : terms) {
+        rows = std::max(rows, term.exponents[0] + 1);
+        width = std::max(width, term.exponents[1] + 1);
     }
-    if (uint64_t{rows} * width > most_coefficients) throw HostError("polynomial too large");
-    std::vector<Object> parts(3 + size_t{rows} * width, stored(0, modulus));
+    if (uint64_t{rows} * width > uint64_t{most_coefficients}) throw HostError("polynomial too large");
+    std::vector<Object> parts(3 + size_t{rows} * width, stored(immediate(0), modulus));
     parts[0] = unique_object(type_sequence, both);
     parts[1] = modulus;
     parts[2] = immediate(static_cast<int32_t>(width));
-    for (const auto &[exponents, c] : terms) {
-        parts[3 + size_t{exponents.first} * width + exponents.second] = stored(c, modulus);
+    for (const Term &term : terms) {
+        parts[3 + size_t{term.exponents[0]} * width + term.exponents[1]] = term.coefficient;
     }
     return unique_object(type_polynomial, parts);
 }
