@@ -77,32 +77,12 @@ Object set_of(const std::vector<Object> &values) {
     return new_collection(type_set, new_sequence(unique));
 }
 
-Object apply(const std::string &op, Object a, Object b) {
-    if (op == "+") return plus(a, b);
-    if (op == "-") return minus(a, b);
-    if (op == "*") return times(a, b);
-    if (op == "/") return quotient(a, b);
-    if (op == "^") return to_power(a, b);
-    if (op == "mod") return modulo(a, b);
-    if (op == "..") return new_pair(type_range, a, b);
-    if (op == "=") return new_pair(type_equation, a, b);
-    if (op == "<>") return truth(!same_value(a, b));
-    const int order = compare_numbers(a, b);
-    return truth(op == "<" ? order < 0 : op == "<=" ? order <= 0 : op == ">" ? order > 0 : order >= 0);
-}
-
 Object binary_value(Run &run, const Node &node) {
-    const bool disjunction = node.operators[0] == "or";
-    if (disjunction || node.operators[0] == "and") {
-        bool result = !disjunction;
-        for (size_t i = 0; i < node.parts.size() && result != disjunction; i++) result = condition(run, *node.parts[i]);
-        return truth(result);
-    }
     Roots operands;
     operands.values = {value_of(run, *node.parts[0]), 0};
     for (size_t i = 1; i < node.parts.size(); i++) {
         operands.values[1] = value_of(run, *node.parts[i]);
-        operands.values[0] = apply(node.operators[i - 1], operands.values[0], operands.values[1]);
+        operands.values[0] = node.operations[i - 1](operands.values[0], operands.values[1]);
     }
     return operands.values[0];
 }
@@ -211,6 +191,12 @@ Object value_of(Run &run, const Node &node) {
             return opposite(value_of(run, *node.parts[0]));
         case NodeKind::logical_not:
             return truth(!condition(run, *node.parts[0]));
+        case NodeKind::disjunction:
+        case NodeKind::conjunction: {
+            const auto holds = [&](const auto &part) { return condition(run, *part); };
+            const bool any = node.kind == NodeKind::disjunction;
+            return truth(any ? std::ranges::any_of(node.parts, holds) : std::ranges::all_of(node.parts, holds));
+        }
         case NodeKind::binary:
             return binary_value(run, node);
         default:
@@ -385,8 +371,8 @@ Object make_procedure(std::shared_ptr<ProcedureBody> body) {
 }
 
 void run_program(const std::string &text, const Printer &print) {
-    Parser parser(text);
-    while (const NodePointer statement = parser.next_statement()) {
+    const auto next_statement = parse(text);
+    while (const NodePointer statement = next_statement()) {
         Run run;
         run.print = &print;
         execute(run, *statement);
@@ -395,9 +381,9 @@ void run_program(const std::string &text, const Printer &print) {
 }
 
 Object evaluate_text(const std::string &text) {
-    Parser parser(text);
-    const NodePointer statement = parser.next_statement();
-    if (!statement || parser.next_statement()) throw HostError("expected one expression");
+    const auto next_statement = parse(text);
+    const NodePointer statement = next_statement();
+    if (!statement || next_statement()) throw HostError("expected one expression");
     Run run;
     return value_of(run, *statement);
 }

@@ -56,8 +56,8 @@ bool run_text(const std::string &text, const std::string &place) {
 
 bool is_complete(const std::string &text) {
     try {
-        Parser parser(text);
-        while (parser.next_statement()) continue;
+        const auto next_statement = parse(text);
+        while (next_statement()) continue;
     } catch (const IncompleteText &) {
         return false;
     } catch (const SyntaxError &) {

@@ -17,6 +17,7 @@
 // assign itself.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,7 +36,9 @@ enum class NodeKind {
     index,         // parts: object, indices
     negation,      // parts: operand
     logical_not,   // parts: operand
-    binary,        // operators between the parts, of one level: applied from the left
+    disjunction,   // parts: conditions
+    conjunction,   // parts: conditions
+    binary,        // operations between the parts: applied from the left
     procedure,     // body
     assignment,    // parts: target, expression
     block,         // parts: statements
@@ -48,6 +51,8 @@ enum class NodeKind {
     next_turn
 };
 
+using Operation = Object (*)(Object, Object);
+
 struct ProcedureBody;
 
 struct Node {
@@ -56,7 +61,7 @@ struct Node {
     Object value = 0;
     int slot = -1;
     std::string text = {};
-    std::vector<std::string> operators = {};
+    std::vector<Operation> operations = {};
     std::shared_ptr<ProcedureBody> body = {};
     std::vector<std::unique_ptr<Node>> parts = {};
 };
@@ -70,47 +75,8 @@ struct ProcedureBody {
     std::shared_ptr<Roots> constants;  // of the text that the body was read from
 };
 
-// Reads a program statement by statement.  Its constants live as long as the parser or a procedure of the text does.
-class Parser {
-  public:
-    explicit Parser(const std::string &text);
-    // The next statement, or null at the end.
-    NodePointer next_statement();
-
-  private:
-    struct Scope;
-    struct Nesting;
-    const Token &peek() const { return tokens_[at_]; }
-    bool at_symbol(const char *text) const;
-    bool at_keyword(const char *text) const;
-    bool take_symbol(const char *text);
-    bool take_keyword(const char *text);
-    void need_symbol(const char *text);
-    void need_keyword(const char *text);
-    void skip_separators();
-    [[noreturn]] void fail(const std::string &expected) const;
-    NodePointer make(NodeKind kind) const;
-    Object kept(Object x);
-
-    NodePointer statement();
-    NodePointer block();
-    NodePointer conditional();
-    NodePointer loop();
-    NodePointer while_loop();
-    NodePointer expression();
-    NodePointer binary(int level);
-    NodePointer unary();
-    NodePointer postfix();
-    NodePointer primary();
-    NodePointer procedure();
-    NodePointer name_node();
-    void elements(Node &node, const char *closing);
-
-    std::vector<Token> tokens_;
-    size_t at_ = 0;
-    std::shared_ptr<Roots> constants_;
-    Scope *scope_ = nullptr;
-    int nesting_ = 0;
-};
+// Reads a program: each call gives the next statement, null at the end.  Constants of the text live as long as this or
+// a procedure of the text does.
+std::function<NodePointer()> parse(const std::string &text);
 
 }  // namespace modla::console
