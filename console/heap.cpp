@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <new>
+#include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+#include <utility>
 
 #include "console/error.h"
 
@@ -33,44 +33,33 @@ Prefix &prefix_of(Object x) {
     return *reinterpret_cast<Prefix *>(x - prefix_bytes);
 }
 
-// What a unique object is found by.
-struct Content {
-    uint32_t header;
-    const Object *parts;
-};
+// What a unique object is found by: its words, the header first.
+using Content = std::basic_string_view<Object>;
 
 Content content_of(Object x) {
-    return {words(x)[0], words(x) + 1};
+    return {words(x), length_of(x)};
 }
 
 struct ContentHash {
-    using is_transparent = void;
-    size_t operator()(const Content &content) const {
-        uint32_t hash = content.header;
-        for (uint32_t i = 0; i + 1 < (content.header & 0x3ffffff); i++) {
-            hash = (hash ^ content.parts[i]) * 0x9e3779b1u;
-            hash ^= hash >> 15;
-        }
-        return hash;
+    size_t operator()(Content content) const {
+        return std::hash<std::string_view>()(
+            {reinterpret_cast<const char *>(content.data()), content.size() * sizeof(Object)});
     }
-    size_t operator()(Object x) const { return (*this)(content_of(x)); }
 };
 
-struct SameContent {
-    using is_transparent = void;
-    bool operator()(const Content &a, const Content &b) const {
-        return a.header == b.header && std::equal(a.parts, a.parts + ((a.header & 0x3ffffff) - 1), b.parts);
-    }
-    bool operator()(Object a, Object b) const { return a == b || (*this)(content_of(a), content_of(b)); }
-    bool operator()(const Content &a, Object b) const { return (*this)(a, content_of(b)); }
-    bool operator()(Object a, const Content &b) const { return (*this)(content_of(a), b); }
-};
+// Are the words of such values no values?
+bool has_raw_words(uint32_t type) {
+    return type == type_negative || type == type_positive || type == type_float || type == type_string ||
+           type == type_procedure;
+}
+
+constexpr uintptr_t table_record = sizeof(Object);  // where a table's record is in its value
 
 struct Heap {
     std::vector<Object> objects;
-    std::map<uintptr_t, std::unique_ptr<DataBlock>> blocks;  // by address
+    std::map<uintptr_t, DataBlock> blocks;  // by address
     std::unordered_map<std::string, Object> names;
-    std::unordered_set<Object, ContentHash, SameContent> unique;
+    std::unordered_map<Content, Object, ContentHash> unique;
     std::vector<Object> kept;
     std::vector<void *> lent;
     Roots *roots = nullptr;
@@ -97,33 +86,36 @@ DataBlock *block_at(uintptr_t address) {
     auto &blocks = heap().blocks;
     auto after = blocks.upper_bound(address);
     if (after == blocks.begin()) return nullptr;
-    DataBlock *const block = std::prev(after)->second.get();
-    return address < reinterpret_cast<uintptr_t>(block->base) + block->bytes ? block : nullptr;
+    DataBlock &block = std::prev(after)->second;
+    return address < reinterpret_cast<uintptr_t>(block.base) + block.bytes ? &block : nullptr;
 }
 
 // The marking phase: grey values wait on a list, so that deep structures need no deep stack.
-class Marker {
-  public:
-    Marker() {
-        addresses_ = heap().objects;
-        std::sort(addresses_.begin(), addresses_.end());
-        for (const Object x : addresses_) {
-            if (type_of(x) == type_table) tables_.emplace(words(x)[1], x);
-        }
-    }
+struct Marker {
+    std::vector<Object> addresses, grey;
 
     void mark(Object x) {
         if (x == 0 || is_immediate(x) || prefix_of(x).marked) return;
         prefix_of(x).marked = true;
-        grey_.push_back(x);
+        grey.push_back(x);
+    }
+    void mark(const std::vector<Object> &values) {
+        for (const Object x : values) mark(x);
+    }
+    void mark_parts(Object x, uint32_t end) {
+        for (uint32_t i = 1; i < end; i++) mark(words(x)[i]);
     }
 
-    // A word that may be a value, or the address of table data.
+    bool is_value(uintptr_t word) const {
+        return std::binary_search(addresses.begin(), addresses.end(), static_cast<Object>(word));
+    }
+
+    // A word that may be a value, or the address of a table's record or of table data.
     void mark_word(uintptr_t word) {
-        if (std::binary_search(addresses_.begin(), addresses_.end(), static_cast<Object>(word))) {
+        if (is_value(word)) {
             mark(static_cast<Object>(word));
-        } else if (const auto table = tables_.find(word); table != tables_.end()) {
-            mark(table->second);
+        } else if (is_value(word - table_record) && type_of(static_cast<Object>(word - table_record)) == type_table) {
+            mark(static_cast<Object>(word - table_record));
         } else if (DataBlock *block = block_at(word)) {
             mark_data(*block);
         }
@@ -136,48 +128,23 @@ class Marker {
         }
     }
 
-    void drain() {
-        while (!grey_.empty()) {
-            const Object x = grey_.back();
-            grey_.pop_back();
-            mark_parts(x);
-        }
-    }
-
-  private:
-    void mark_parts(Object x) {
-        switch (type_of(x)) {
-            case type_negative:
-            case type_positive:
-            case type_float:
-            case type_string:
-            case type_procedure:
-                break;
-            case type_polynomial:
-                mark(words(x)[1]);
-                break;
-            case type_name:
-                mark(words(x)[1]);
-                mark(words(x)[2]);
-                break;
-            case type_table: {
-                const Table &table = table_of(x);
-                if (table.block) mark_data(*table.block);
-                break;
-            }
-            default:
-                for (uint32_t i = 1; i < length_of(x); i++) mark(words(x)[i]);
-        }
-    }
-
     void mark_data(DataBlock &block) {
-        if (block.marked) return;
-        block.marked = true;
+        if (std::exchange(block.marked, true)) return;
         if (block.holds_values) mark_words(block.base, block.bytes);
     }
 
-    std::vector<Object> addresses_, grey_;
-    std::unordered_map<uintptr_t, Object> tables_;  // by the address of their record, all that code may have in hand
+    void drain() {
+        while (!grey.empty()) {
+            const Object x = grey.back();
+            grey.pop_back();
+            const uint32_t type = type_of(x);
+            if (type == type_table && table_of(x).block) mark_data(*table_of(x).block);
+            if (type == type_polynomial) mark_parts(x, 2);
+            if (type == type_name) mark_parts(x, 3);
+            const bool parts = type != type_table && type != type_polynomial && type != type_name;
+            if (parts && !has_raw_words(type)) mark_parts(x, length_of(x));
+        }
+    }
 };
 
 [[gnu::noinline, gnu::no_sanitize_address]] void mark_stack(Marker &marker) {
@@ -191,8 +158,7 @@ class Marker {
 }
 
 void destroy(Object x) {
-    if (prefix_of(x).unique) heap().unique.erase(x);
-    if (type_of(x) == type_table) delete &table_of(x);
+    if (prefix_of(x).unique) heap().unique.erase(content_of(x));
     if (type_of(x) == type_procedure) delete reinterpret_cast<std::shared_ptr<Procedure> *>(words(x)[1]);
     heap().bytes -= prefix_of(x).bytes;
     std::free(&prefix_of(x));
@@ -201,23 +167,17 @@ void destroy(Object x) {
 void sweep() {
     Heap &h = heap();
     std::erase_if(h.objects, [](Object x) {
-        if (prefix_of(x).marked) {
-            prefix_of(x).marked = false;
-            return false;
-        }
+        if (std::exchange(prefix_of(x).marked, false)) return false;
         destroy(x);
         return true;
     });
-    std::erase_if(h.blocks, [&h](const auto &entry) {
-        DataBlock &block = *entry.second;
-        if (block.marked) {
-            block.marked = false;
-            return false;
-        }
-        h.bytes -= block.bytes;
-        std::free(block.base);
-        return true;
-    });
+    for (auto at = h.blocks.begin(); at != h.blocks.end();) {
+        DataBlock &block = at->second;
+        const bool used = std::exchange(block.marked, false);
+        if (!used) h.bytes -= block.bytes;
+        if (!used) std::free(block.base);
+        at = used ? std::next(at) : h.blocks.erase(at);
+    }
 }
 
 void collect_before(size_t bytes) {
@@ -249,11 +209,9 @@ DataBlock *new_block(const RtableSettings &settings, uint64_t bytes) {
     } else {
         std::memset(base, 0, rounded);
     }
-    auto block = std::make_unique<DataBlock>(DataBlock{base, rounded, settings.datatype == MODLA_INTEGER, false});
-    DataBlock *const result = block.get();
-    heap().blocks.emplace(reinterpret_cast<uintptr_t>(base), std::move(block));
     heap().bytes += rounded;
-    return result;
+    const DataBlock block = {base, rounded, settings.datatype == MODLA_INTEGER, false};
+    return &heap().blocks.emplace(reinterpret_cast<uintptr_t>(base), block).first->second;
 }
 
 }  // namespace
@@ -261,12 +219,11 @@ DataBlock *new_block(const RtableSettings &settings, uint64_t bytes) {
 void collect_garbage() {
     Heap &h = heap();
     h.collections++;
-    Marker marker;
+    Marker marker{h.objects, {}};
+    std::sort(marker.addresses.begin(), marker.addresses.end());
     for (const auto &[text, name] : h.names) marker.mark(name);
-    for (const Object x : h.kept) marker.mark(x);
-    for (const Roots *roots = h.roots; roots; roots = roots->next) {
-        for (const Object x : roots->values) marker.mark(x);
-    }
+    marker.mark(h.kept);
+    for (const Roots *roots = h.roots; roots; roots = roots->next) marker.mark(roots->values);
     for (void *memory : h.lent) marker.mark_words(memory, malloc_usable_size(memory));
     mark_stack(marker);
     marker.drain();
@@ -459,32 +416,27 @@ void count_part(Object part, Prefix &whole) {
     whole.depth = std::max<uint16_t>(whole.depth, static_cast<uint16_t>(prefix_of(part).depth + 1));
 }
 
-bool has_raw_words(uint32_t type) {
-    return type == type_negative || type == type_positive || type == type_float || type == type_string;
-}
-
 }  // namespace
 
 Object unique_object(Type type, const std::vector<Object> &parts) {
-    const uint32_t length = static_cast<uint32_t>(parts.size()) + 1;
     if (parts.size() >= 0x3ffffff) throw HostError("expression too large");
-    const auto found = heap().unique.find(Content{uint32_t{type} << 26 | length, parts.data()});
-    if (found != heap().unique.end()) return *found;
+    std::vector<Object> content = {uint32_t{type} << 26 | static_cast<uint32_t>(parts.size() + 1)};
+    content.insert(content.end(), parts.begin(), parts.end());
+    const auto found = heap().unique.find({content.data(), content.size()});
+    if (found != heap().unique.end()) return found->second;
     const HoldCollection hold;
     Prefix counted{};
-    if (has_raw_words(type) || type == type_polynomial) counted.size = length;
-    if (type == type_polynomial) count_part(parts[0], counted);
-    if (!has_raw_words(type) && type != type_polynomial) {
-        for (const Object part : parts) count_part(part, counted);
-    }
+    const bool raw = has_raw_words(type) || type == type_polynomial;
+    if (raw) counted.size = static_cast<uint32_t>(content.size());
+    for (size_t i = 0; i < (type == type_polynomial ? 1 : raw ? 0 : parts.size()); i++) count_part(parts[i], counted);
     if (counted.depth > deepest_expression) throw HostError("expression nested too deeply");
     if (counted.size > largest_expression) throw HostError("expression too large");
-    const Object x = new_object(length, type);
-    std::copy(parts.begin(), parts.end(), words(x) + 1);
+    const Object x = new_sequence(parts);
+    words(x)[0] = content[0];
     prefix_of(x).size = counted.size;
     prefix_of(x).depth = counted.depth;
-    heap().unique.insert(x);
     prefix_of(x).unique = true;
+    heap().unique.emplace(content_of(x), x);
     return x;
 }
 
@@ -532,16 +484,14 @@ Object new_table(const RtableSettings &settings, const int32_t *upper_bounds, vo
         block = new_block(settings, bytes);
         data = block->base;  // on the stack: keeps the block while the value is made
     }
-    auto table = std::make_unique<Table>();
-    *table = {settings, {upper_bounds[0], settings.num_dimensions > 1 ? upper_bounds[1] : 1}, data, block};
-    const Object x = new_object(2, type_table);
-    words(x)[1] = reinterpret_cast<Object>(table.release());
+    const Object x = new_object(1 + sizeof(Table) / sizeof(Object), type_table);
+    table_of(x) = {settings, {upper_bounds[0], settings.num_dimensions > 1 ? upper_bounds[1] : 1}, data, block};
     asm volatile("" : : "r"(data));
     return x;
 }
 
 Table &table_of(Object x) {
-    return *reinterpret_cast<Table *>(words(x)[1]);
+    return *reinterpret_cast<Table *>(x + table_record);
 }
 
 void *lend_memory(uint32_t bytes) {

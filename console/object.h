@@ -31,7 +31,7 @@ enum Type : uint32_t {
     type_range = MODLA_TYPE_RANGE,           // words 1, 2: the ends
     type_set = MODLA_TYPE_SET,               // word 1: a sequence without duplicates
     type_procedure = 40,                     // word 1: a Procedure record
-    type_table = 41                          // word 1: a Table record
+    type_table = 41                          // a Table record
 };
 
 // Flags of a name.
