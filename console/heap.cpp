@@ -479,7 +479,8 @@ Object new_table(const RtableSettings &settings, const int32_t *upper_bounds, vo
     if (data) {
         block = block_at(reinterpret_cast<uintptr_t>(data));
         const char *const start = static_cast<char *>(data);
-        if (block && (bytes > block->bytes || start + bytes > block->base + block->bytes)) return 0;
+        const bool inside = block && bytes <= block->bytes && start + bytes <= block->base + block->bytes;
+        if (!inside) throw HostError("a view must lie within the storage of a table");
     } else {
         block = new_block(settings, bytes);
         data = block->base;  // on the stack: keeps the block while the value is made

@@ -72,8 +72,7 @@ std::string text_of(Object string_or_name);
 double float_value(Object x);
 const std::shared_ptr<Procedure> &procedure_of(Object x);
 
-// Tables.  With data, the table is a view of the storage that holds it, or of memory that is not the heap's; 0 when it
-// would run past the end of the storage.
+// Tables.  With data, the table is a view of the storage that holds it, which it must not leave.
 Object new_table(const RtableSettings &settings, const int32_t *upper_bounds, void *data);
 Table &table_of(Object x);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <csetjmp>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -45,29 +44,6 @@ auto operation(Body body) -> decltype(body()) {
     leave();
 }
 
-// ---- Operations, in slot order
-
-void *op_alloc(uint32_t bytes) {
-    return operation([&] { return lend_memory(bytes); });
-}
-
-Object op_new_object(uint32_t length, uint32_t type_id) {
-    return operation([&] { return new_object(length, type_id); });
-}
-
-void op_assign_name(Object name, Object value) {
-    operation([&] {
-        if (!has_type(name, type_name)) throw HostError("cannot assign to " + to_line(name));
-        assign_global(name, value);
-    });
-}
-
-void op_free(void *memory) {
-    operation([&] {
-        if (memory && !return_memory(memory)) throw HostError("released memory that was not allocated");
-    });
-}
-
 // The values behind a format's placeholders; the highest number tells how many there are.
 std::vector<Object> placeholder_values(const char *format, va_list arguments) {
     int count = 0;
@@ -79,7 +55,40 @@ std::vector<Object> placeholder_values(const char *format, va_list arguments) {
     return values;
 }
 
-void op_raise_error(const char *format, ...) {
+const Table &checked_table(Object x) {
+    if (!has_type(x, type_table)) throw HostError("expected a table, got " + to_line(x));
+    return table_of(x);
+}
+
+int32_t checked_int(Object x) {
+    if (x == global_name("true")) return 1;
+    if (x == global_name("false")) return 0;
+    if (!is_integer(x)) throw HostError("expected an integer, got " + to_line(x));
+    const mpz_class value = integer_of(x);
+    if (!value.fits_sint_p()) throw HostError("integer too large in context");
+    return static_cast<int32_t>(value.get_si());
+}
+
+Object create_table(const RtableSettings &settings, void *data, const int32_t *bounds) {
+    const int32_t n = settings.num_dimensions;
+    if (n != 1 && n != 2) throw HostError("a table has 1 or 2 dimensions");
+    int32_t upper[2] = {1, 1};
+    for (int32_t i = 0; i < n; i++) {
+        if (bounds[2 * i] != 1 || bounds[2 * i + 1] < 0) throw HostError("invalid bounds of a table");
+        upper[i] = bounds[2 * i + 1];
+    }
+    return new_table(settings, upper, data);
+}
+
+int32_t upper_bound(Object x, uint32_t dimension) {
+    const Table &table = checked_table(x);
+    if (dimension < 1 || static_cast<int32_t>(dimension) > table.settings.num_dimensions) {
+        throw HostError("table dimension out of range");
+    }
+    return table.bounds[dimension - 1];
+}
+
+void raise_error(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     operation([&] { *landing_message() = fill_placeholders(format, placeholder_values(format, arguments)); });
@@ -87,11 +96,7 @@ void op_raise_error(const char *format, ...) {
     leave();
 }
 
-Object op_evaluate(Object x) {
-    return operation([&] { return evaluate(x); });
-}
-
-Object op_call_procedure(Object procedure, uint32_t n, ...) {
+Object call_with_values(Object procedure, uint32_t n, ...) {
     va_list arguments;
     va_start(arguments, n);
     const Object result = operation([&] {
@@ -104,122 +109,6 @@ Object op_call_procedure(Object procedure, uint32_t n, ...) {
     return result;
 }
 
-uint32_t op_check_name(Object) {
-    return 0;
-}  // names given for outputs are assigned as they are
-
-uint32_t op_is_integer(Object x) {
-    return is_integer(x);
-}
-uint32_t op_is_name(Object x) {
-    return has_type(x, type_name);
-}
-uint32_t op_is_numeric(Object x) {
-    return is_number(x);
-}
-uint32_t op_is_rtable(Object x) {
-    return has_type(x, type_table);
-}
-
-double op_to_double(Object x) {
-    return operation([&] {
-        if (!is_number(x)) throw HostError("expected a number, got " + to_line(x));
-        return to_double(x);
-    });
-}
-
-int32_t op_to_int(Object x) {
-    return operation([&] {
-        if (x == global_name("true")) return 1;
-        if (x == global_name("false")) return 0;
-        if (!is_integer(x)) throw HostError("expected an integer, got " + to_line(x));
-        const mpz_class value = integer_of(x);
-        if (value < -2147483647 - 1 || value > 2147483647) throw HostError("integer too large in context");
-        return static_cast<int32_t>(value.get_si());
-    });
-}
-
-uint32_t op_num_args(const Object *arguments) {
-    return size_of(reinterpret_cast<Object>(arguments));
-}
-
-const Table &checked_table(Object x) {
-    if (!has_type(x, type_table)) throw HostError("expected a table, got " + to_line(x));
-    return table_of(x);
-}
-
-Object op_rtable_create(RtableSettings *settings, void *data, int32_t *bounds) {
-    return operation([&] {
-        const int32_t n = settings->num_dimensions;
-        if (n != 1 && n != 2) throw HostError("a table has 1 or 2 dimensions");
-        int32_t upper[2] = {1, 1};
-        for (int32_t i = 0; i < n; i++) {
-            if (bounds[2 * i] != 1 || bounds[2 * i + 1] < 0) throw HostError("invalid bounds of a table");
-            upper[i] = bounds[2 * i + 1];
-        }
-        const Object table = new_table(*settings, upper, data);
-        if (table == 0) throw HostError("a view must lie within the storage of a table");
-        return table;
-    });
-}
-
-void *op_rtable_data(Object x) {
-    return operation([&] { return checked_table(x).data; });
-}
-
-void op_rtable_get_defaults(RtableSettings *settings) {
-    *settings = default_settings();
-}
-
-void op_rtable_get_settings(RtableSettings *settings, Object x) {
-    operation([&] { *settings = checked_table(x).settings; });
-}
-
-uint32_t op_rtable_num_dims(Object x) {
-    return operation([&] { return static_cast<uint32_t>(checked_table(x).settings.num_dimensions); });
-}
-
-int32_t op_rtable_upper_bound(Object x, uint32_t dimension) {
-    return operation([&] {
-        const Table &table = checked_table(x);
-        if (dimension < 1 || static_cast<int32_t>(dimension) > table.settings.num_dimensions) {
-            throw HostError("table dimension out of range");
-        }
-        return table.bounds[dimension - 1];
-    });
-}
-
-// A finished integer without leading zeros, immediate when it is small.
-Object op_normalize_integer(Object x) {
-    return operation([&] { return integer_object(integer_of(x)); });
-}
-
-Object op_to_integer(int32_t value) {
-    return operation([&] { return integer_object(int64_t{value}); });
-}
-
-Object op_to_float(double value) {
-    return operation([&] { return new_float(value); });
-}
-
-Object op_to_name(const char *text, uint32_t global) {
-    return operation([&] { return global ? global_name(text) : local_name(text); });
-}
-
-Object op_null_value() {
-    return null_value();
-}
-
-Object op_parse_string(const char *text) {
-    return operation([&] { return parse_text(text); });
-}
-
-Object op_name_target(Object name) {
-    return name;
-}
-
-// ---- The table
-
 // An operation that the library has no business with.
 template <size_t slot>
 void reserved_operation() {
@@ -228,50 +117,69 @@ void reserved_operation() {
 }
 
 template <size_t... slots>
-void fill_reserved(void *(&table)[sizeof...(slots)], std::index_sequence<slots...>) {
-    ((table[slots] = reinterpret_cast<void *>(&reserved_operation<slots>)), ...);
+HostApi reserved_api(std::index_sequence<slots...>) {
+    void *const table[] = {reinterpret_cast<void *>(&reserved_operation<slots>)...};
+    HostApi api;
+    static_assert(sizeof api == sizeof table);
+    std::memcpy(&api, table, sizeof api);
+    return api;
 }
 
-constexpr size_t slot_count = 101;
-static_assert(sizeof(HostApi) == slot_count * sizeof(void *));
-static_assert(offsetof(HostApi, CallProcedure) == 9 * sizeof(void *));
-static_assert(offsetof(HostApi, NumArgs) == 48 * sizeof(void *));
-static_assert(offsetof(HostApi, NormalizeInteger) == 79 * sizeof(void *));
-static_assert(offsetof(HostApi, NameTarget) == 100 * sizeof(void *));
-
 HostApi make_api() {
-    void *slots[slot_count];
-    fill_reserved(slots, std::make_index_sequence<slot_count>());
-    HostApi api;
-    std::memcpy(&api, slots, sizeof api);
-    api.Alloc = op_alloc;
-    api.NewObject = op_new_object;
-    api.AssignName = op_assign_name;
-    api.Free = op_free;
-    api.RaiseError = op_raise_error;
-    api.Evaluate = op_evaluate;
-    api.CallProcedure = op_call_procedure;
-    api.CheckName = op_check_name;
-    api.IsInteger = op_is_integer;
-    api.IsName = op_is_name;
-    api.IsNumeric = op_is_numeric;
-    api.IsRtable = op_is_rtable;
-    api.ToDouble = op_to_double;
-    api.ToInt = op_to_int;
-    api.NumArgs = op_num_args;
-    api.RtableCreate = op_rtable_create;
-    api.RtableData = op_rtable_data;
-    api.RtableGetDefaults = op_rtable_get_defaults;
-    api.RtableGetSettings = op_rtable_get_settings;
-    api.RtableNumDims = op_rtable_num_dims;
-    api.RtableUpperBound = op_rtable_upper_bound;
-    api.NormalizeInteger = op_normalize_integer;
-    api.ToInteger = op_to_integer;
-    api.ToFloat = op_to_float;
-    api.ToName = op_to_name;
-    api.NullValue = op_null_value;
-    api.ParseString = op_parse_string;
-    api.NameTarget = op_name_target;
+    HostApi api = reserved_api(std::make_index_sequence<sizeof(HostApi) / sizeof(void *)>());
+    api.Alloc = [](uint32_t bytes) { return operation([&] { return lend_memory(bytes); }); };
+    api.NewObject = [](uint32_t length, uint32_t type) { return operation([&] { return new_object(length, type); }); };
+    api.AssignName = [](Object name, Object value) {
+        operation([&] {
+            if (!has_type(name, type_name)) throw HostError("cannot assign to " + to_line(name));
+            assign_global(name, value);
+        });
+    };
+    api.Free = [](void *memory) {
+        operation([&] {
+            if (memory && !return_memory(memory)) throw HostError("released memory that was not allocated");
+        });
+    };
+    api.RaiseError = raise_error;
+    api.Evaluate = [](Object x) { return operation([&] { return evaluate(x); }); };
+    api.CallProcedure = call_with_values;
+    api.CheckName = [](Object) { return uint32_t{0}; };  // names given for outputs are assigned as they are
+    api.IsInteger = [](Object x) { return uint32_t{is_integer(x)}; };
+    api.IsName = [](Object x) { return uint32_t{has_type(x, type_name)}; };
+    api.IsNumeric = [](Object x) { return uint32_t{is_number(x)}; };
+    api.IsRtable = [](Object x) { return uint32_t{has_type(x, type_table)}; };
+    api.ToDouble = [](Object x) {
+        return operation([&] {
+            if (!is_number(x)) throw HostError("expected a number, got " + to_line(x));
+            return to_double(x);
+        });
+    };
+    api.ToInt = [](Object x) { return operation([&] { return checked_int(x); }); };
+    api.NumArgs = [](const Object *arguments) { return size_of(reinterpret_cast<Object>(arguments)); };
+    api.RtableCreate = [](RtableSettings *settings, void *data, int32_t *bounds) {
+        return operation([&] { return create_table(*settings, data, bounds); });
+    };
+    api.RtableData = [](Object x) { return operation([&] { return checked_table(x).data; }); };
+    api.RtableGetDefaults = [](RtableSettings *settings) { *settings = default_settings(); };
+    api.RtableGetSettings = [](RtableSettings *settings, Object x) {
+        operation([&] { *settings = checked_table(x).settings; });
+    };
+    api.RtableNumDims = [](Object x) {
+        return operation([&] { return static_cast<uint32_t>(checked_table(x).settings.num_dimensions); });
+    };
+    api.RtableUpperBound = [](Object x, uint32_t dimension) {
+        return operation([&] { return upper_bound(x, dimension); });
+    };
+    // A finished integer without leading zeros, immediate when it is small.
+    api.NormalizeInteger = [](Object x) { return operation([&] { return integer_object(integer_of(x)); }); };
+    api.ToInteger = [](int32_t value) { return operation([&] { return integer_object(int64_t{value}); }); };
+    api.ToFloat = [](double value) { return operation([&] { return new_float(value); }); };
+    api.ToName = [](const char *text, uint32_t global) {
+        return operation([&] { return global ? global_name(text) : local_name(text); });
+    };
+    api.NullValue = [] { return null_value(); };
+    api.ParseString = [](const char *text) { return operation([&] { return parse_text(text); }); };
+    api.NameTarget = [](Object name) { return name; };
     return api;
 }
 

@@ -539,7 +539,12 @@ TEST(Memory, AViewKeepsTheDataOfItsTable) {
     set_collect_always(false);
     char *const data = static_cast<char *>(table_of(eval("W")).data);
     const int32_t bounds[2] = {1000, 1000};
-    EXPECT_EQ(new_table(default_settings(), bounds, data), 0u) << "a view that runs past the end of the storage";
+    int32_t foreign[1000];
+    for (void *const outside :
+         {static_cast<void *>(data), static_cast<void *>(foreign), static_cast<void *>(data - 4)}) {
+        const auto make_view = [&] { new_table(default_settings(), bounds, outside); };
+        EXPECT_EQ(message_of(make_view), "a view must lie within the storage of a table");
+    }
 }
 
 TEST(Memory, RootsNamesAndFramesHoldValues) {
