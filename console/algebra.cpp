@@ -36,24 +36,14 @@ enum class Kind { number, complex, name, indexed, product, power, sum, polynomia
 
 Kind kind_of(Object x) {
     if (is_number(x)) return Kind::number;
-    switch (type_of(x)) {
-        case type_complex:
-            return Kind::complex;
-        case type_name:
-            return Kind::name;
-        case type_indexed:
-            return Kind::indexed;
-        case type_product:
-            return Kind::product;
-        case type_power:
-            return Kind::power;
-        case type_sum:
-            return Kind::sum;
-        case type_polynomial:
-            return Kind::polynomial;
-        default:
-            return Kind::other;
+    constexpr std::pair<uint32_t, Kind> kinds[] = {{type_complex, Kind::complex},      {type_name, Kind::name},
+                                                   {type_indexed, Kind::indexed},      {type_sum, Kind::sum},
+                                                   {type_product, Kind::product},      {type_power, Kind::power},
+                                                   {type_polynomial, Kind::polynomial}};
+    for (const auto &[type, kind] : kinds) {
+        if (type_of(x) == type) return kind;
     }
+    return Kind::other;
 }
 
 int compare_bits(uint32_t a, uint32_t b) {
@@ -88,18 +78,10 @@ int compare_real(Object a, Object b) {
 
 // Objects of a kind by their content.
 int compare_contents(Object a, Object b, Kind kind) {
-    switch (kind) {
-        case Kind::number:
-            return compare_real(a, b);
-        case Kind::name:
-            return text_of(a).compare(text_of(b));
-        case Kind::polynomial:
-            return compare_raw(a, b);
-        case Kind::other:
-            return to_line(a).compare(to_line(b));
-        default:
-            return compare_parts(a, b);
-    }
+    if (kind == Kind::number) return compare_real(a, b);
+    if (kind == Kind::name) return text_of(a).compare(text_of(b));
+    if (kind == Kind::polynomial) return compare_raw(a, b);
+    return kind == Kind::other ? to_line(a).compare(to_line(b)) : compare_parts(a, b);
 }
 
 // The factors of a term without its number.
@@ -220,59 +202,16 @@ Object scale(Object x, Object factor) {
     return build_sum(is_zero(number) ? number : multiply(number, factor), scaled);
 }
 
-// ---- Roots
-
-// The exact root of a rational number that has one.
-bool exact_root(Object x, uint32_t degree, Object *root) {
-    const auto of_integer = [&](Object part, mpz_class *result) {
-        return mpz_root(result->get_mpz_t(), integer_of(part).get_mpz_t(), degree) != 0;
-    };
-    const bool fraction = has_type(x, type_rational);
-    mpz_class numerator, denominator = 1;
-    if (!of_integer(fraction ? words(x)[1] : x, &numerator)) return false;
-    if (fraction && !of_integer(words(x)[2], &denominator)) return false;
-    *root = rational_object(mpq_class(numerator, denominator));
-    return true;
-}
-
-// A rational number to a fractional exponent: an integral power times, at most, a root that stays.
-Object root_of_number(Object base, Object exponent) {
-    if (base == immediate(1)) return base;
-    if (is_zero(base)) {
-        if (is_negative(exponent)) throw HostError("division by zero");
-        return base;
-    }
-    const mpz_class numerator = integer_of(words(exponent)[1]), denominator = integer_of(words(exponent)[2]);
-    if (is_negative(base) && denominator == 2) {
-        return times(power(complex_unit(), integer_object(numerator)), to_power(negate(base), exponent));
-    }
-    Object root;
-    if (!is_negative(base) && denominator <= 1000 &&
-        exact_root(base, static_cast<uint32_t>(denominator.get_ui()), &root)) {
-        return power(root, integer_object(numerator));
-    }
-    mpz_class whole, rest;
-    mpz_fdiv_qr(whole.get_mpz_t(), rest.get_mpz_t(), numerator.get_mpz_t(), denominator.get_mpz_t());
-    const Object number = power(base, integer_object(whole));
-    return build_product(number, {unique_value(base), unique_value(rational_object(mpq_class(rest, denominator)))});
-}
-
 // Are base and exponent a factor of the normal form?
 bool is_factor(Object base, Object exponent) {
-    if (is_scalar(base) && is_scalar(exponent)) {
-        const Object power = to_power(base, exponent);
-        Object number;
-        Pairs factors;
-        split_product(power, &number, &factors);
-        return is_one(number) && factors.size() == 2 && factors[0] == base;
-    }
+    if (is_scalar(base) && is_scalar(exponent)) return !is_scalar(to_power(base, exponent));
     const bool monomial = has_type(base, type_sum) && length_of(base) == 3;
     const bool composed = monomial || has_type(base, type_product) || has_type(base, type_power);
     return !composed || !is_integer(exponent);
 }
 
-// The product of factors in order.  Those that left the normal form when their exponents were added, such as a root
-// of 2 that became 2, are multiplied anew.
+// The product of factors in order.  Those that left the normal form when their exponents were added, such as 2^(1/2)
+// that became 2, are multiplied anew.
 Object multiply_factors(Object number, Pairs factors) {
     for (size_t i = 0; i < factors.size(); i += 2) {
         const Object base = factors[i], exponent = factors[i + 1];
@@ -299,8 +238,9 @@ Object power_to_integer(Object a, Object exponent) {
 Object power_of_scalar(Object a, Object b) {
     const bool floats = is_float(a) || is_float(b);
     if (is_integer(b) || (floats && is_number(a) && is_number(b))) return power(a, b);
-    if (is_number(a) && has_type(b, type_rational)) return root_of_number(a, b);
     if (a == immediate(1)) return a;
+    if (is_zero(a) && is_number(b) && is_negative(b)) throw HostError("division by zero");
+    if (is_zero(a) && is_number(b)) return a;
     if (!is_number(b)) return power_object(a, b);
     return product_of_factors({unique_value(a), unique_value(b)});
 }

@@ -6,7 +6,7 @@
 //   product  pairs (base, exponent) of at least two factors, or of one whose exponent is not 1.  Bases differ;
 //            exponents are numbers.  A rational or complex factor of the product is the pair (number, 1), the first one;
 //            an integer or float factor makes it a sum of one term.  A number factor of a sum is multiplied out.
-//            Numbers stand under exponents between 0 and 1 only: 2^(1/2).
+//            Powers of numbers with fractional exponents stay as they are: 2^(1/2).
 //   power    base and exponent, which is no number: x^n.  In a product it is the pair (x^n, 1).
 //
 // Terms and factors are ordered, whatever order they were written in: terms by falling degree, then as their factors
