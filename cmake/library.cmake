@@ -13,6 +13,8 @@ set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp PROPERTIES C
 # libmodla.so
 add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/elimination/back_sub.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/blocked_lu.cpp
+  ${PROJECT_SOURCE_DIR}/elimination/blocked_product.cpp
   ${PROJECT_SOURCE_DIR}/elimination/determinant.cpp
   ${PROJECT_SOURCE_DIR}/elimination/exports.cpp
   ${PROJECT_SOURCE_DIR}/elimination/for_sub.cpp

@@ -5,7 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
+#include "elimination/blocked_lu.h"
 #include "elimination/row_update.h"
 
 namespace modla {
@@ -33,12 +35,13 @@ int32_t find_pivot(const LUFactorization<Ring, M> &F, int32_t k) {
     return s;
 }
 
+// The steps before column k are done.
 template <class Ring, class M>
-LUStatus factor_columns(const LUFactorization<Ring, M> &F) {
+LUStatus factor_columns(const LUFactorization<Ring, M> &F, int32_t k) {
     using Value = typename Ring::Value;
     const Ring &ring = F.ring;
     const M &A = F.A;
-    for (int32_t k = 0; k < F.n; k++) {
+    for (; k < F.n; k++) {
         const int32_t s = find_pivot(F, k);
         if (s == F.n) return lu_singular;
         const Value pivot = A.at(s, k);
@@ -62,12 +65,36 @@ LUStatus factor_columns(const LUFactorization<Ring, M> &F) {
     return lu_done;
 }
 
+// As many of the steps as need no decision, by blocks: their number, 0 where blocks do not pay or have no memory.
 template <class Ring, class M>
-LUStatus lu_factor(const LUFactorization<Ring, M> &F) {
+int32_t factor_blocks(const LUFactorization<Ring, M> &F, const BlockSizes &sizes) {
+    if (!suits_engine(F.ring) || F.n < sizes.least) return 0;
+    BlockElimination<Ring> E = {};
+    E.ring = F.ring;
+    E.A = operand(F.A);
+    E.rows = F.n;
+    E.first_nonzero = E.stop_at_zeros = true;
+    E.sizes = sizes;
+    void *const work = take_work(&E, F.n);
+    if (!work) return 0;
+    const int32_t rank = eliminate(E, 0, 0, F.n, F.n).rank;
+    for (int32_t k = 0; k < rank; k++) {
+        if (F.det) *F.det = F.ring.multiply(*F.det, F.A.at(k, k));
+        if (F.det && E.sources[k] != k) *F.det = F.ring.negate(*F.det);
+        if (k < F.n - 1) F.perm[k] = E.sources[k] + 1;
+    }
+    std::free(work);
+    return rank;
+}
+
+template <class Ring, class M>
+LUStatus lu_factor(const LUFactorization<Ring, M> &F, const BlockSizes &sizes = {}) {
     for (int32_t i = 0; i < F.n; i++) F.delayed.clear(i);
     if (F.det) *F.det = 1;
     canonicalize(F.ring, F.A, F.n, F.n);
-    const LUStatus status = factor_columns(F);
+    int32_t done = 0;
+    if constexpr (has_engine<Ring>) done = factor_blocks(F, sizes);
+    const LUStatus status = factor_columns(F, done);
     normalise_rows(F.ring, F.A, F.delayed, F.n, 0, F.n);
     return status;
 }

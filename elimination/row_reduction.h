@@ -7,7 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
+#include "elimination/blocked_lu.h"
 #include "elimination/row_update.h"
 
 namespace modla {
@@ -170,25 +172,34 @@ void write_nullspace(const RowReduction<Ring, M> &R, int32_t r) {
     }
 }
 
-// The steps before the epilogue: the rank, or a status that ends the run.
-struct Outcome {
+// How far the steps before the epilogue have come: to a rank and a column, or to a status that ends the run.
+struct Progress {
     EchelonStatus status;
     bool finished;  // the run ends here, outputs are as they are
     bool kept_nonunit;
-    int32_t rank;
+    int32_t rank, column;
 };
 
 template <class Ring, class M>
-Outcome eliminate_columns(const RowReduction<Ring, M> &R) {
-    Outcome outcome = {echelon_done, false, false, 0};
+void record_pivot(const RowReduction<Ring, M> &R, int32_t r, int32_t c, typename Ring::Value a) {
+    if (R.det) *R.det = r != c ? typename Ring::Value(0) : R.ring.multiply(*R.det, a);
+    if (R.pivprod) *R.pivprod = R.ring.multiply(*R.pivprod, a);
+    if (R.pivsig) {
+        const uint32_t term = static_cast<uint32_t>(r + 1) * static_cast<uint32_t>(c);
+        *R.pivsig = static_cast<int32_t>(static_cast<uint32_t>(*R.pivsig) + term);
+    }
+    if (R.pivcols) R.pivcols[r] = c;
+}
+
+// Works on the columns before `end`.
+template <class Ring, class M>
+void eliminate_columns(const RowReduction<Ring, M> &R, Progress *progress, int32_t end) {
     const auto end_with = [&](EchelonStatus status) {
-        outcome.status = status;
-        outcome.finished = true;
-        return outcome;
+        progress->status = status;
+        progress->finished = true;
     };
-    int32_t &r = outcome.rank;
-    int32_t c = 0;
-    while (r < R.nrows && c < R.ncols) {
+    int32_t &r = progress->rank, &c = progress->column;
+    while (r < R.nrows && c < end) {
         normalise_column(R, c, R.mode == echelon_form ? r : 0);
         if (c >= R.nred) {
             if (is_zero_below(R, r, c)) {
@@ -198,20 +209,16 @@ Outcome eliminate_columns(const RowReduction<Ring, M> &R) {
             if (!R.extra) return end_with(echelon_singular);
             normalise_rows(R.ring, R.A, R.delayed, R.nrows, c + 1, R.ncols);
             *R.extra = compact_rows(R, r);
-            break;
+            return;
         }
         const ColumnScan<Ring> scan = scan_column(R, r, c);
         if (scan.pivot >= 0) {
-            const typename Ring::Value a = R.A.at(scan.pivot, c);
-            if (R.det) *R.det = r != c ? typename Ring::Value(0) : R.ring.multiply(*R.det, a);
-            if (R.det && r != c && R.detonly) return end_with(echelon_done);
-            if (R.pivprod) *R.pivprod = R.ring.multiply(*R.pivprod, a);
-            if (R.pivsig) {
-                const uint32_t term = static_cast<uint32_t>(r + 1) * static_cast<uint32_t>(c);
-                *R.pivsig = static_cast<int32_t>(static_cast<uint32_t>(*R.pivsig) + term);
+            if (R.det && r != c && R.detonly) {
+                *R.det = 0;
+                return end_with(echelon_done);
             }
+            record_pivot(R, r, c, R.A.at(scan.pivot, c));
             eliminate_column(R, r, c, scan.pivot, scan.inverse);
-            if (R.pivcols) R.pivcols[r] = c;
             r++, c++;
         } else if (scan.nonunits == 0) {
             c++;
@@ -221,16 +228,51 @@ Outcome eliminate_columns(const RowReduction<Ring, M> &R) {
             if (R.mode != reduced_echelon_form_keeping_nonunits && !R.detonly) return end_with(echelon_no_inverse);
             if (R.det) *R.det = R.ring.multiply(*R.det, R.A.at(scan.smallest, c));
             if (R.det && R.detonly && *R.det == 0) return end_with(echelon_done);
-            outcome.kept_nonunit = true;
+            progress->kept_nonunit = true;
             accept_nonunit(R, r, c, scan.smallest);
             r++, c++;
         }
     }
-    return outcome;
+}
+
+// The reducible columns by blocks; a column that has entries but no pivot is treated as ever, between two blocks.
+// Nothing is done where blocks do not pay or have no memory.
+template <class Ring, class M>
+void reduce_blocks(const RowReduction<Ring, M> &R, const BlockSizes &sizes, Progress *progress) {
+    if (!suits_engine(R.ring) || R.nrows < sizes.least || R.nred < sizes.least) return;
+    BlockElimination<Ring> E = {};
+    E.ring = R.ring;
+    E.A = operand(R.A);
+    E.rows = R.nrows;
+    E.stop_at_zeros = R.det && R.detonly;  // the next pivot would end the run
+    E.sizes = sizes;
+    void *const work = take_work(&E, std::min(R.nrows, R.nred));
+    if (!work) return;
+    while (progress->rank < R.nrows && progress->column < R.nred && !progress->finished) {
+        const int32_t r = progress->rank, c = progress->column;
+        const Reach reach = eliminate(E, r, c, R.nred, R.ncols);
+        for (int32_t i = r; i < reach.rank; i++) {
+            record_pivot(R, i, E.columns[i], R.A.at(i, E.columns[i]));
+            if (E.sources[i] == i) continue;
+            negate_output(R.ring, R.det);
+            negate_output(R.ring, R.pivprod);
+        }
+        if (R.mode == echelon_form) {
+            finish_echelon_form(E, r, c, reach.rank, R.ncols);
+        } else {
+            finish_reduced_form(E, r, c, reach.rank, R.ncols);
+        }
+        progress->rank = reach.rank;
+        progress->column = reach.column;
+        if (reach.column == R.nred) break;
+        eliminate_columns(R, progress, E.stop_at_zeros ? R.nred : reach.column + 1);
+        normalise_rows(R.ring, R.A, R.delayed, R.nrows, 0, R.ncols);
+    }
+    std::free(work);
 }
 
 template <class Ring, class M>
-EchelonStatus row_reduce(const RowReduction<Ring, M> &R) {
+EchelonStatus row_reduce(const RowReduction<Ring, M> &R, const BlockSizes &sizes = {}) {
     if (R.pivcols && (!R.rank || R.mode == echelon_form || R.extra)) return echelon_bad_request;
     if (R.detonly && R.mode != echelon_form) return echelon_bad_request;
     if ((R.det || R.pivprod) && R.nrows > R.ncols) return echelon_bad_request;
@@ -244,15 +286,17 @@ EchelonStatus row_reduce(const RowReduction<Ring, M> &R) {
     if (R.extra) *R.extra = 0;
     canonicalize(R.ring, R.A, R.nrows, R.ncols);
 
-    const Outcome outcome = eliminate_columns(R);
+    Progress progress = {echelon_done, false, false, 0, 0};
+    if constexpr (has_engine<Ring>) reduce_blocks(R, sizes, &progress);
+    if (!progress.finished) eliminate_columns(R, &progress, R.ncols);
     normalise_rows(R.ring, R.A, R.delayed, R.nrows, 0, R.ncols);
-    if (outcome.finished) return outcome.status;
+    if (progress.finished) return progress.status;
 
-    const int32_t r = outcome.rank;
+    const int32_t r = progress.rank;
     if (R.rank) *R.rank = r;
     if (R.det && r < R.nrows) *R.det = 0;
     if (!R.pivcols) return echelon_done;
-    if (outcome.kept_nonunit) return echelon_no_nullspace;
+    if (progress.kept_nonunit) return echelon_no_nullspace;
     write_nullspace(R, r);
     return echelon_done;
 }

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 
+#include "elimination/blocked_product.h"
 #include "engine/rows.h"
 
 namespace modla {
@@ -118,9 +120,62 @@ SolveStatus solve_by_dots(const S &system) {
     return solve_done;
 }
 
+// Are the entries residues that the solution reads?
 template <class S>
-SolveStatus triangular_solve(const S &system) {
+bool is_canonical_triangle(const S &system) {
+    bool canonical = true;
+    for (int32_t i = 0; i < system.n; i++) {
+        if (!system.unit_diagonal) canonical &= system.ring.is_canonical(system.T.at(i, i));
+        const int32_t first = system.first_after(i), count = system.end_after(i) - first;
+        if constexpr (decltype(system.T)::c_order) {
+            const int32_t start = system.first_before(i), length = system.n - 1 - count;
+            canonical &= is_canonical_line(system.ring, system.T.row(i, start), length);
+        } else {
+            canonical &= is_canonical_line(system.ring, system.T.column(i, first), count);
+        }
+    }
+    return canonical;
+}
+
+// By blocks, when every diagonal entry has an inverse: a solution that stops halfway is left to the plain text.
+// False: not done, nothing was changed.
+template <class S>
+bool solve_blocks(const S &system, const BlockSizes &sizes) {
+    using Entry = typename decltype(system.ring)::Entry;
+    const int32_t n = system.n;
+    if (!suits_engine(system.ring) || n < sizes.least || system.columns < sizes.least) return false;
+    Operand<const Entry> T = operand(system.T);
+    Operand<Entry> B = operand(system.B);
+    if (!is_canonical_triangle(system)) return false;
+    const int64_t entries = solve_work(sizes) + n;
+    if (entries > static_cast<int64_t>(SIZE_MAX / sizeof(Entry))) return false;
+    Entry *const work = static_cast<Entry *>(std::malloc(static_cast<size_t>(entries) * sizeof(Entry)));
+    if (!work) return false;
+    Entry *const inverses = work + solve_work(sizes);
+    bool invertible = true;
+    for (int32_t i = 0; i < n && !system.unit_diagonal && invertible; i++) {
+        typename decltype(system.ring)::Value inverse;
+        invertible = system.ring.invert(T.at(system.row(i), system.row(i)), &inverse);
+        inverses[i] = inverse;
+    }
+    if (invertible) {
+        if (!system.forward) {
+            T = both_reversed(T, n);
+            B = rows_reversed(B, n);
+        }
+        const LowerTriangle<Entry> triangle = {T, system.unit_diagonal ? nullptr : inverses, 1};
+        solve_lower(system.ring, sizes, work, triangle, n, B, system.columns);
+    }
+    std::free(work);
+    return invertible;
+}
+
+template <class S>
+SolveStatus triangular_solve(const S &system, const BlockSizes &sizes = {}) {
     canonicalize(system.ring, system.B, system.n, system.columns);
+    if constexpr (has_engine<decltype(system.ring)>) {
+        if (solve_blocks(system, sizes)) return solve_done;
+    }
     if constexpr (decltype(system.T)::c_order) {
         if (system.columns == 1) return solve_by_dots(system);
     }
