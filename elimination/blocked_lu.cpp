@@ -95,7 +95,7 @@ void update_columns(const BlockElimination<Ring> &E, int32_t r, int32_t c, int32
     if (rank == r || from >= end) return;
     const Operand<typename Ring::Entry> top = E.A.from(r, from);
     exchange_rows(E, r, rank, from, end);
-    solve_lower(E.ring, E.sizes, E.solve, {source(E.A.from(r, c)), nullptr, 0}, rank - r, top, end - from);
+    solve_triangular(E.ring, E.sizes, E.solve, {source(E.A.from(r, c)), true, nullptr}, rank - r, top, end - from);
     subtract_product(E.ring, E.rows - rank, rank - r, end - from, source(E.A.from(rank, c)), source(top),
                      E.A.from(rank, from));
 }
@@ -199,9 +199,15 @@ void clear_above(const BlockElimination<Ring> &E, int32_t r, int32_t rank, Opera
                  int32_t count) {
     const int32_t q = rank - r;
     const Operand<Entry> U = VU.from(r, 0), X = WX.from(r, 0);
-    const LowerTriangle<Entry> reversed = {source(both_reversed(U, q)), E.inverses + rank - 1, -1};
-    solve_lower(E.ring, E.sizes, E.solve, reversed, q, rows_reversed(X, q), count);
+    solve_triangular(E.ring, E.sizes, E.solve, {source(U), false, E.inverses + r}, q, X, count);
     subtract_product(E.ring, r, q, count, source(VU), source(X), WX);
+}
+
+// How many of the columns stand side by side?
+int32_t run_length(const int32_t *columns, int32_t count) {
+    int32_t run = 1;
+    while (run < count && columns[run] == columns[0] + run) run++;
+    return run;
 }
 
 // Copies the leading rows of `count` columns of A to those of B, or back.
@@ -209,7 +215,7 @@ template <class Entry>
 void copy_columns(int32_t rows, const Operand<Entry> &A, const int32_t *columns, int32_t count, const Operand<Entry> &B,
                   bool back) {
     for (int32_t k = 0, run; k < count; k += run) {
-        for (run = 1; k + run < count && columns[k + run] == columns[k] + run;) run++;
+        run = run_length(columns + k, count - k);
         Entry *const a = &A.at(0, columns[k]);
         Entry *const b = &B.at(0, k);
         if (back) {
@@ -277,8 +283,10 @@ void modla::finish_reduced_form(const BlockElimination<Ring> &E, int32_t r, int3
     } else if (q <= E.sizes.leaf || !clear_above_scattered(E, r, rank, width)) {
         clear_above_plainly(E, r, rank, width);
     }
-    for (int32_t i = r; i < rank; i++) {
-        for (int32_t k = 0; k < rank; k++) E.A.at(k, E.columns[i]) = k == i;
+    for (int32_t i = r, run; i < rank; i += run) {
+        run = run_length(E.columns + i, rank - i);
+        fill_entries({rank, run}, &E.A.at(0, E.columns[i]), E.A.steps, typename Ring::Value(0));
+        for (int32_t k = i; k < i + run; k++) E.A.at(k, E.columns[k]) = 1;
     }
 }
 

@@ -59,19 +59,18 @@ void subtract_by_columns(const Ring &ring, int32_t rows, int32_t depth, int32_t 
 
 // B := T^-1 * B, row by row or, where those are contiguous, column by column.
 template <class Ring, class Entry>
-void solve_plainly(const Ring &ring, const LowerTriangle<Entry> &L, int32_t n, Operand<Entry> B, int32_t columns) {
+void solve_plainly(const Ring &ring, const TriangularOperand<Entry> &L, int32_t n, Operand<Entry> B, int32_t columns) {
     const auto solve = [&](Operand<Entry> X, int32_t width) {
         with_step(X.steps.column, [&](auto step) {
             using Row = Line<Entry, decltype(step)>;
-            for (int32_t i = 0; i < n; i++) {
+            for (int32_t s = 0; s < n; s++) {
+                const int32_t i = L.lower ? s : n - 1 - s;
                 const Row target = {&X.at(i, 0), step};
-                for (int32_t t = 0; t < i; t++) {
+                for (int32_t t = L.lower ? 0 : i + 1; t < (L.lower ? i : n); t++) {
                     const auto f = ring.negate(L.T.at(i, t));
                     if (f != 0) add_multiple_reduced(ring, target, Row{&X.at(t, 0), step}, width, f);
                 }
-                if (L.inverses && L.inverses[i * L.inverse_step] != 1) {
-                    scale_line(ring, target, width, L.inverses[i * L.inverse_step]);
-                }
+                if (L.inverses && L.inverses[i] != 1) scale_line(ring, target, width, L.inverses[i]);
             }
         });
     };
@@ -81,15 +80,14 @@ void solve_plainly(const Ring &ring, const LowerTriangle<Entry> &L, int32_t n, O
 
 // The same for a small triangle, by a product with its inverse, a strip of columns at a time.
 template <class Ring, class Entry>
-void solve_by_inverse(const Ring &ring, const BlockSizes &sizes, Entry *work, const LowerTriangle<Entry> &L, int32_t n,
-                      Operand<Entry> B, int32_t columns) {
+void solve_by_inverse(const Ring &ring, const BlockSizes &sizes, Entry *work, const TriangularOperand<Entry> &L,
+                      int32_t n, Operand<Entry> B, int32_t columns) {
     const Operand<Entry> inverse = {work, {n, 1}};
     fill_entries({n, n}, inverse.data, inverse.steps, typename Ring::Value(0));
     for (int32_t i = 0; i < n; i++) inverse.at(i, i) = 1;
     solve_plainly(ring, L, n, inverse, n);
-    const bool row_order = B.steps.column == 1;
     const int32_t width = std::min(columns, sizes.strip);
-    const Operand<Entry> copy = {work + n * n, row_order ? Steps{width, 1} : Steps{1, n}};
+    const Operand<Entry> copy = {work + n * n, B.steps.column == 1 ? Steps{width, 1} : Steps{1, n}};
     for (int32_t j = 0; j < columns; j += sizes.strip) {
         const int32_t count = std::min(columns - j, sizes.strip);
         const Operand<Entry> strip = B.from(0, j);
@@ -117,28 +115,34 @@ void modla::subtract_product(const Ring &ring, int32_t rows, int32_t depth, int3
 //  +-----+-----+   +-----+     X1 := T1^-1 * X1
 //  | T1  |     |   | X1  |     X2 -= S * X1
 //  +-----+-----+   +-----+     X2 := T2^-1 * X2
-//  |  S  | T2  |   | X2  |
+//  |  S  | T2  |   | X2  |     and, where S is above, from below.
 //  +-----+-----+   +-----+
 template <class Ring, class Entry>
-void modla::solve_lower(const Ring &ring, const BlockSizes &sizes, Entry *work, const LowerTriangle<Entry> &L,
-                        int32_t n, Operand<Entry> B, int32_t columns) {
+void modla::solve_triangular(const Ring &ring, const BlockSizes &sizes, Entry *work, const TriangularOperand<Entry> &L,
+                             int32_t n, Operand<Entry> B, int32_t columns) {
     if (n <= 0 || columns <= 0) return;
     if (n <= sizes.solve) {
         if (n == 1 || columns < 8) return solve_plainly(ring, L, n, B, columns);
         return solve_by_inverse(ring, sizes, work, L, n, B, columns);
     }
-    const int32_t half = ((n + 1) / 2 + sizes.solve - 1) / sizes.solve * sizes.solve;
+    const int32_t half = ((n + 1) / 2 + sizes.solve - 1) / sizes.solve * sizes.solve, rest = n - half;
     const Operand<Entry> X2 = B.from(half, 0);
-    solve_lower(ring, sizes, work, L, half, B, columns);
-    subtract_product(ring, n - half, half, columns, L.T.from(half, 0), source(B), X2);
-    solve_lower(ring, sizes, work, L.from(half), n - half, X2, columns);
+    if (L.lower) {
+        solve_triangular(ring, sizes, work, L, half, B, columns);
+        subtract_product(ring, rest, half, columns, L.T.from(half, 0), source(B), X2);
+        solve_triangular(ring, sizes, work, L.from(half), rest, X2, columns);
+    } else {
+        solve_triangular(ring, sizes, work, L.from(half), rest, X2, columns);
+        subtract_product(ring, half, rest, columns, L.T.from(0, half), source(X2), B);
+        solve_triangular(ring, sizes, work, L, half, B, columns);
+    }
 }
 
 template void modla::subtract_product(const WordRing &, int32_t, int32_t, int32_t, Operand<const uint32_t>,
                                       Operand<const uint32_t>, Operand<uint32_t>);
 template void modla::subtract_product(const FloatRing &, int32_t, int32_t, int32_t, Operand<const StoredDouble>,
                                       Operand<const StoredDouble>, Operand<StoredDouble>);
-template void modla::solve_lower(const WordRing &, const BlockSizes &, uint32_t *, const LowerTriangle<uint32_t> &,
-                                 int32_t, Operand<uint32_t>, int32_t);
-template void modla::solve_lower(const FloatRing &, const BlockSizes &, StoredDouble *,
-                                 const LowerTriangle<StoredDouble> &, int32_t, Operand<StoredDouble>, int32_t);
+template void modla::solve_triangular(const WordRing &, const BlockSizes &, uint32_t *,
+                                      const TriangularOperand<uint32_t> &, int32_t, Operand<uint32_t>, int32_t);
+template void modla::solve_triangular(const FloatRing &, const BlockSizes &, StoredDouble *,
+                                      const TriangularOperand<StoredDouble> &, int32_t, Operand<StoredDouble>, int32_t);

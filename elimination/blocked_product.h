@@ -54,36 +54,24 @@ template <class Ring, class Entry = typename Ring::Entry>
 void subtract_product(const Ring &ring, int32_t rows, int32_t depth, int32_t columns, Operand<const Entry> A,
                       Operand<const Entry> B, Operand<Entry> C);
 
-// A lower triangular matrix; a null pointer stands for ones on its diagonal, which is not read.
+// A triangular matrix; a null pointer stands for ones on its diagonal, which is not read.
 template <class Entry>
-struct LowerTriangle {
+struct TriangularOperand {
     Operand<const Entry> T;
+    bool lower;
     const Entry *inverses;  // of the diagonal entries
-    ptrdiff_t inverse_step;
 
-    LowerTriangle from(int32_t k) const {
-        return {T.from(k, k), inverses ? inverses + k * inverse_step : nullptr, inverse_step};
-    }
+    TriangularOperand from(int32_t k) const { return {T.from(k, k), lower, inverses ? inverses + k : nullptr}; }
 };
 
-// Turns a system of equations upside down: an upper triangular matrix of n rows becomes a lower one.
-template <class Entry>
-Operand<Entry> rows_reversed(const Operand<Entry> &A, int32_t n) {
-    return {&A.at(n - 1, 0), {-A.steps.row, A.steps.column}};
-}
-template <class Entry>
-Operand<Entry> both_reversed(const Operand<Entry> &A, int32_t n) {
-    return {&A.at(n - 1, n - 1), {-A.steps.row, -A.steps.column}};
-}
-
-// Entries of work memory that solve_lower needs.
+// Entries of work memory that solve_triangular needs.
 inline int64_t solve_work(const BlockSizes &sizes) {
     return int64_t{sizes.solve} * (sizes.solve + sizes.strip);
 }
 
 // B := T^-1 * B for n rows and any number of columns.
 template <class Ring, class Entry = typename Ring::Entry>
-void solve_lower(const Ring &ring, const BlockSizes &sizes, Entry *work, const LowerTriangle<Entry> &T, int32_t n,
-                 Operand<Entry> B, int32_t columns);
+void solve_triangular(const Ring &ring, const BlockSizes &sizes, Entry *work, const TriangularOperand<Entry> &T,
+                      int32_t n, Operand<Entry> B, int32_t columns);
 
 }  // namespace modla

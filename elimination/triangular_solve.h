@@ -144,8 +144,7 @@ bool solve_blocks(const S &system, const BlockSizes &sizes) {
     using Entry = typename decltype(system.ring)::Entry;
     const int32_t n = system.n;
     if (!suits_engine(system.ring) || n < sizes.least || system.columns < sizes.least) return false;
-    Operand<const Entry> T = operand(system.T);
-    Operand<Entry> B = operand(system.B);
+    const Operand<const Entry> T = operand(system.T);
     if (!is_canonical_triangle(system)) return false;
     const int64_t entries = solve_work(sizes) + n;
     if (entries > static_cast<int64_t>(SIZE_MAX / sizeof(Entry))) return false;
@@ -155,16 +154,12 @@ bool solve_blocks(const S &system, const BlockSizes &sizes) {
     bool invertible = true;
     for (int32_t i = 0; i < n && !system.unit_diagonal && invertible; i++) {
         typename decltype(system.ring)::Value inverse;
-        invertible = system.ring.invert(T.at(system.row(i), system.row(i)), &inverse);
+        invertible = system.ring.invert(T.at(i, i), &inverse);
         inverses[i] = inverse;
     }
     if (invertible) {
-        if (!system.forward) {
-            T = both_reversed(T, n);
-            B = rows_reversed(B, n);
-        }
-        const LowerTriangle<Entry> triangle = {T, system.unit_diagonal ? nullptr : inverses, 1};
-        solve_lower(system.ring, sizes, work, triangle, n, B, system.columns);
+        const TriangularOperand<Entry> triangle = {T, system.forward, system.unit_diagonal ? nullptr : inverses};
+        solve_triangular(system.ring, sizes, work, triangle, n, operand(system.B), system.columns);
     }
     std::free(work);
     return invertible;
