@@ -53,15 +53,6 @@ void scale(const Z &z, int32_t i, int32_t column, Value f, int32_t row, Value in
     scale_line(z.ring, z.A.column(i, row), z.n - row, inverse);
 }
 
-// The sum of a[k] * b[k] mod p for residues, `limit` being the products that may be summed unreduced.
-template <class Ring, class LineA, class LineB>
-typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB &b, int32_t count, int32_t limit) {
-    if (count <= limit) return ring.reduce(sum_products(ring, a, b, count));
-    typename Ring::Value sum = 0;
-    for (int32_t k = 0; k < count; k++) sum += ring.multiply(a[k], b[k]);
-    return ring.reduce(sum);
-}
-
 // Subtracts from column h, from row `first` on, the columns r = h+1..n-1, each times entry r of column h-1.
 template <class Z>
 void subtract_columns(const Z &z, int32_t h, int32_t first) {

@@ -1,7 +1,7 @@
 // The operations that elimination makes on lines of a matrix.
 //
-// All kernels share these operations, so that a faster one, or a fix, serves them all.  On big contiguous lines the
-// loops vectorise: a unit step is a compile-time fact.
+// All kernels share these operations, so that a faster one, or a fix, serves them all.  Words and doubles side by side
+// take the best instructions of the processor, all other lines plain loops.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +11,7 @@
 
 #include "blocks/matrix.h"
 #include "engine/blas.h"
+#include "engine/row_operations.h"
 #include "residue/ring.h"
 
 namespace modla {
@@ -18,10 +19,66 @@ namespace modla {
 template <class AnyLine>
 constexpr bool is_float_line = std::is_same_v<std::remove_const_t<typename AnyLine::Entry>, StoredDouble>;
 
+template <class AnyLine>
+constexpr bool has_unit_step = std::is_same_v<decltype(AnyLine::step), UnitStep>;
+
+// May there be row operations of the processor for these lines?
+template <class Ring, class... AnyLine>
+constexpr bool is_vectorised = (std::is_same_v<Ring, WordRing> ||
+                                std::is_same_v<Ring, FloatRing>)&&(has_unit_step<AnyLine> &&...);
+
+// The processor's operations, or none.
+inline const auto *row_operations(const WordRing &) {
+    const RowInstructions *const best = row_instructions();
+    return best ? &best->words : nullptr;
+}
+
+inline const auto *row_operations(const FloatRing &) {
+    const RowInstructions *const best = row_instructions();
+    return best ? &best->doubles : nullptr;
+}
+
+inline WordModulus row_modulus(const WordRing &ring) {
+    return {ring.p, ring.reciprocal};
+}
+
+inline FloatModulus row_modulus(const FloatRing &ring) {
+    return {ring.p, ring.pinv};
+}
+
+template <class AnyLine>
+auto *raw(const AnyLine &line) {
+    if constexpr (is_float_line<AnyLine>) {
+        return &line.data->value;
+    } else {
+        return line.data;
+    }
+}
+
+// CBLAS is for processors without operations of our own: legacy instructions are slow in a process that uses newer ones.
+template <class AnyLine>
+bool takes_blas(const AnyLine &line) {
+    return !row_instructions() && suits_blas(line.data, line.step);
+}
+
 // line[k] mod p, for entries that may be unreduced sums.
 template <class Ring, class AnyLine>
 void reduce_line(const Ring &ring, const AnyLine &line, int32_t count) {
+    if constexpr (is_vectorised<Ring, AnyLine>) {
+        if (const auto *rows = row_operations(ring)) return rows->reduce(raw(line), count, row_modulus(ring));
+    }
     for (int32_t k = 0; k < count; k++) line[k] = ring.reduce(line[k]);
+}
+
+// Are all entries residues?
+template <class Ring, class AnyLine>
+bool is_canonical_line(const Ring &ring, const AnyLine &line, int32_t count) {
+    if constexpr (is_vectorised<Ring, AnyLine>) {
+        if (const auto *rows = row_operations(ring)) return rows->is_canonical(raw(line), count, row_modulus(ring));
+    }
+    bool canonical = true;
+    for (int32_t k = 0; k < count; k++) canonical &= ring.is_canonical(line[k]);
+    return canonical;
 }
 
 // Makes every entry of the leading rows x columns a residue, whatever the host left there.
@@ -29,7 +86,10 @@ template <class Ring, class M>
 void canonicalize(const Ring &ring, const M &A, int32_t rows, int32_t columns) {
     const int32_t lines = M::c_order ? rows : columns, count = M::c_order ? columns : rows;
     for (int32_t i = 0; i < lines; i++) {
-        typename M::Entry *const line = A.data + i * A.ld;
+        const Line<typename M::Entry, UnitStep> line = {A.data + i * A.ld, {}};
+        if constexpr (is_vectorised<Ring>) {
+            if (is_canonical_line(ring, line, count)) continue;
+        }
         for (int32_t k = 0; k < count; k++) {
             const typename Ring::Value x = line[k];
             if (!ring.is_canonical(x)) line[k] = ring.canonical(x);
@@ -37,19 +97,11 @@ void canonicalize(const Ring &ring, const M &A, int32_t rows, int32_t columns) {
     }
 }
 
-// Are all entries residues?
-template <class Ring, class AnyLine>
-bool is_canonical_line(const Ring &ring, const AnyLine &line, int32_t count) {
-    bool canonical = true;
-    for (int32_t k = 0; k < count; k++) canonical &= ring.is_canonical(line[k]);
-    return canonical;
-}
-
 // The sum of a[k] * b[k], unreduced.
 template <class Ring, class LineA, class LineB>
 typename Ring::Value sum_products(const Ring &, const LineA &a, const LineB &b, int32_t count) {
     if constexpr (is_float_line<LineB>) {
-        if (suits_blas(a.data, a.step) && suits_blas(b.data, b.step)) {
+        if (takes_blas(a) && takes_blas(b)) {
             return cblas_ddot(count, &a.data->value, static_cast<int>(a.step), &b.data->value,
                               static_cast<int>(b.step));
         }
@@ -59,11 +111,23 @@ typename Ring::Value sum_products(const Ring &, const LineA &a, const LineB &b, 
     return sum;
 }
 
+// The sum of a[k] * b[k] mod p for residues, any number of them; `limit` products can be summed unreduced.
+template <class Ring, class LineA, class LineB>
+typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB &b, int32_t count, int32_t limit) {
+    if constexpr (is_vectorised<Ring, LineA, LineB>) {
+        if (const auto *rows = row_operations(ring)) return rows->dot(raw(a), raw(b), count, row_modulus(ring));
+    }
+    if (count <= limit) return ring.reduce(sum_products(ring, a, b, count));
+    typename Ring::Value sum = 0;
+    for (int32_t k = 0; k < count; k++) sum = ring.multiply_add(a[k], b[k], sum);
+    return sum;
+}
+
 // The sum of a[k] * b[k] mod p, for so few terms that products of residues cannot overflow.  b holds residues, a any
 // entries.
 template <class Ring, class LineA, class LineB>
 typename Ring::Value dot_line(const Ring &ring, const LineA &a, const LineB &b, int32_t count) {
-    if (is_canonical_line(ring, a, count)) return ring.reduce(sum_products(ring, a, b, count));
+    if (is_canonical_line(ring, a, count)) return dot_residues(ring, a, b, count, count);
     typename Ring::Value sum = 0;
     for (int32_t k = 0; k < count; k++) sum = ring.multiply_add(ring.canonical(a[k]), b[k], sum);
     return sum;
@@ -71,9 +135,12 @@ typename Ring::Value dot_line(const Ring &ring, const LineA &a, const LineB &b, 
 
 // target[k] += f * source[k], unreduced.
 template <class Ring, class Target, class Source>
-void add_multiple(const Ring &, const Target &target, const Source &source, int32_t count, typename Ring::Value f) {
+void add_multiple(const Ring &ring, const Target &target, const Source &source, int32_t count, typename Ring::Value f) {
+    if constexpr (is_vectorised<Ring, Target, Source>) {
+        if (const auto *rows = row_operations(ring)) return rows->add_multiple(raw(target), raw(source), count, f);
+    }
     if constexpr (is_float_line<Target>) {
-        if (suits_blas(target.data, target.step) && suits_blas(source.data, source.step)) {
+        if (takes_blas(target) && takes_blas(source)) {
             cblas_daxpy(count, f, &source.data->value, static_cast<int>(source.step), &target.data->value,
                         static_cast<int>(target.step));
             return;
@@ -86,18 +153,66 @@ void add_multiple(const Ring &, const Target &target, const Source &source, int3
 template <class Ring, class Target, class Source>
 void add_multiple_reduced(const Ring &ring, const Target &target, const Source &source, int32_t count,
                           typename Ring::Value f) {
+    if constexpr (is_vectorised<Ring, Target, Source>) {
+        if (const auto *rows = row_operations(ring)) {
+            return rows->add_multiple_reduced(raw(target), raw(source), count, f, row_modulus(ring));
+        }
+    }
     for (int32_t k = 0; k < count; k++) target[k] = ring.multiply_add(f, source[k], target[k]);
 }
 
 template <class Ring, class AnyLine>
 void scale_line(const Ring &ring, const AnyLine &line, int32_t count, typename Ring::Value f) {
+    if constexpr (is_vectorised<Ring, AnyLine>) {
+        if (const auto *rows = row_operations(ring)) return rows->scale(raw(line), count, f, row_modulus(ring));
+    }
     for (int32_t k = 0; k < count; k++) line[k] = ring.multiply(f, line[k]);
+}
+
+// target[k] = (target[k] + f * source[k]) mod p; the sum of target[k] * b[k] mod p.  All are residues; `limit` products can
+// be summed unreduced.
+template <class Ring, class Target, class Source, class LineB>
+typename Ring::Value add_multiple_and_dot(const Ring &ring, const Target &target, const Source &source, const LineB &b,
+                                          int32_t count, typename Ring::Value f, int32_t limit) {
+    if constexpr (is_vectorised<Ring, Target, Source, LineB>) {
+        if (const auto *rows = row_operations(ring)) {
+            return rows->add_multiple_and_dot(raw(target), raw(source), raw(b), count, f, row_modulus(ring));
+        }
+    }
+    if (f != 0) add_multiple_reduced(ring, target, source, count, f);
+    return dot_residues(ring, target, b, count, limit);
+}
+
+// target[k] = (target[k] + f * source[k]) mod p, then sum[k] += g * target[k], reduced if so wished.
+template <class Ring, class Target, class Source, class Sum>
+void add_multiple_and_gather(const Ring &ring, const Target &target, const Source &source, const Sum &sum,
+                             int32_t count, typename Ring::Value f, typename Ring::Value g, bool reduced) {
+    if constexpr (is_vectorised<Ring, Target, Source, Sum>) {
+        if (const auto *rows = row_operations(ring)) {
+            return rows->add_multiple_and_gather(raw(target), raw(source), raw(sum), count, f, g, reduced,
+                                                 row_modulus(ring));
+        }
+    }
+    if (f != 0) add_multiple_reduced(ring, target, source, count, f);
+    if (reduced) {
+        add_multiple_reduced(ring, sum, target, count, g);
+    } else {
+        add_multiple(ring, sum, target, count, g);
+    }
 }
 
 template <class AnyLine>
 void swap_lines(const AnyLine &a, const AnyLine &b, int32_t count) {
+    using Entry = typename AnyLine::Entry;
+    if constexpr (has_unit_step<AnyLine> && (std::is_same_v<Entry, uint32_t> || std::is_same_v<Entry, StoredDouble>)) {
+        constexpr int32_t words = sizeof(Entry) / sizeof(uint32_t);
+        if (const RowInstructions *const best = row_instructions()) {
+            return best->swap(reinterpret_cast<uint32_t *>(a.data), reinterpret_cast<uint32_t *>(b.data),
+                              words * count);
+        }
+    }
     if constexpr (is_float_line<AnyLine>) {
-        if (suits_blas(a.data, a.step) && suits_blas(b.data, b.step)) {
+        if (takes_blas(a) && takes_blas(b)) {
             cblas_dswap(count, &a.data->value, static_cast<int>(a.step), &b.data->value, static_cast<int>(b.step));
             return;
         }

@@ -1,0 +1,146 @@
+// Row operations: those of every instruction set and the plain loops against a model, on rows of all short lengths and
+// both alignments between guards, on random residues, on the largest ones, and on sums at the limit.
+#include "engine/rows.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "engine/processor.h"
+
+using namespace modla;
+
+namespace {
+
+using Integers = std::vector<uint64_t>;
+std::mt19937 random_bits(11);
+
+// A row between guards.
+template <class Ring>
+struct Row {
+    using Entry = typename Ring::Entry;
+    static constexpr size_t guard = 40;
+    size_t shift;  // in words
+    std::vector<uint32_t> storage;
+
+    Row(const Integers &values, size_t offset)
+        : shift(offset), storage((values.size() + 2 * guard) * sizeof(Entry) / 4 + 1, 0x5a5a5a5a) {
+        int32_t k = 0;
+        for (const uint64_t x : values) line()[k++] = static_cast<typename Ring::Value>(x);
+    }
+    Line<Entry, UnitStep> line() {
+        return {static_cast<Entry *>(static_cast<void *>(storage.data() + shift)) + guard, {}};
+    }
+};
+
+// Residues: all the largest one, or random, with some zeros.
+Integers residues(uint32_t p, size_t count, bool largest) {
+    Integers values(count, p - 1);
+    for (uint64_t &x : values) x = largest ? p - 1 : random_bits() % 8 ? random_bits() % p : 0;
+    return values;
+}
+
+template <class Ring>
+void check_operations(const Ring &ring, uint32_t p, size_t count, size_t offset, bool largest) {
+    using Value = typename Ring::Value;
+    const int32_t n = static_cast<int32_t>(count), limit = delay_bound<Ring>(p);
+    const Integers x = residues(p, count, largest), g = residues(p, count, largest), y = residues(p, count, largest);
+    const uint64_t f = residues(p, 1, largest)[0], h = residues(p, 1, largest)[0];
+    const Value factor = static_cast<Value>(f), weight = static_cast<Value>(h);
+    Integers full(count), updated(count);
+    uint64_t x_dot_g = 0, updated_dot_g = 0;
+    for (size_t k = 0; k < count; k++) {
+        full[k] = Ring::limit - 1 - f * x[k] - (largest ? 0 : random_bits() % p);  // the most that takes f*x
+        updated[k] = (y[k] + f * x[k]) % p;
+        x_dot_g = (x_dot_g + x[k] * g[k]) % p;
+        updated_dot_g = (updated_dot_g + updated[k] * g[k]) % p;
+    }
+    Row<Ring> source(x, offset), weights(g, 1 - offset);
+    // Runs the operation on a row of `start` and compares with what the model makes of each entry.
+    const auto check = [&](const char *name, const Integers &start, auto operation, auto model) {
+        Integers expected(count);
+        for (size_t k = 0; k < count; k++) expected[k] = model(k);
+        Row<Ring> row(start, offset);
+        operation(row.line());
+        EXPECT_EQ(row.storage, Row<Ring>(expected, offset).storage) << name << ", p " << p << ", " << count;
+    };
+    check(
+        "reduce", full, [&](auto row) { reduce_line(ring, row, n); }, [&](size_t k) { return full[k] % p; });
+    check(
+        "scale", x, [&](auto row) { scale_line(ring, row, n, factor); }, [&](size_t k) { return f * x[k] % p; });
+    check(
+        "add", full, [&](auto row) { add_multiple(ring, row, source.line(), n, factor); },
+        [&](size_t k) { return full[k] + f * x[k]; });
+    check(
+        "add reduced", full, [&](auto row) { add_multiple_reduced(ring, row, source.line(), n, factor); },
+        [&](size_t k) { return (full[k] + f * x[k]) % p; });
+    const auto add_and_dot = [&](auto row) {
+        const Value sum = add_multiple_and_dot(ring, row, source.line(), weights.line(), n, factor, limit);
+        EXPECT_EQ(sum, static_cast<Value>(updated_dot_g));
+    };
+    check("add and dot", y, add_and_dot, [&](size_t k) { return updated[k]; });
+    for (const bool reduced : {false, true}) {
+        Integers sums(count);  // with room for g times a residue
+        for (uint64_t &s : sums) s = Ring::limit - 1 - h * (p - 1);
+        const auto gather = [&](auto sum) {
+            Row<Ring> row(y, offset);
+            add_multiple_and_gather(ring, row.line(), source.line(), sum, n, factor, weight, reduced);
+            EXPECT_EQ(row.storage, Row<Ring>(updated, offset).storage) << "gather, p " << p << ", " << count;
+        };
+        check("gather", sums, gather, [&](size_t k) {
+            const uint64_t sum = sums[k] + h * updated[k];
+            return reduced ? sum % p : sum;
+        });
+    }
+    EXPECT_EQ(dot_residues(ring, source.line(), weights.line(), n, limit), static_cast<Value>(x_dot_g));
+    Row<Ring> other(y, offset);
+    check(
+        "swap", x, [&](auto row) { swap_lines(row, other.line(), n); }, [&](size_t k) { return y[k]; });
+    EXPECT_EQ(other.storage, source.storage);
+    EXPECT_TRUE(is_canonical_line(ring, source.line(), n));
+    if (count == 0) return;
+    const int32_t bad = static_cast<int32_t>(random_bits() % count);
+    const double wrong_doubles[] = {static_cast<double>(p), -0.0, -1, 0.5, 1 / 0.0, 0 / 0.0, 9007199254740993.0};
+    for (const double wrong : wrong_doubles) {
+        if (std::is_same_v<Ring, WordRing> && wrong != p) continue;
+        other.line()[bad] = static_cast<Value>(wrong);
+        EXPECT_FALSE(is_canonical_line(ring, other.line(), n)) << wrong << ", p " << p << ", " << count;
+    }
+}
+
+// For every set of instructions that there is here, and for the plain loops.
+template <class Test>
+void with_all_instructions(Test test) {
+    const RowInstructions *const best = row_instructions();
+    for (const RowInstructions *rows :
+         {&rows_with_avx512, &rows_with_avx2, static_cast<const RowInstructions *>(nullptr)}) {
+        if (rows == &rows_with_avx512 && !processor().avx512_vnni) continue;
+        if (rows == &rows_with_avx2 && !processor().avx2) continue;
+        SCOPED_TRACE(rows == &rows_with_avx512 ? "AVX-512" : rows ? "AVX2" : "plain");
+        best_rows = rows;
+        test();
+    }
+    best_rows = best;
+}
+
+TEST(Rows, FollowTheModel) {
+    with_all_instructions([] {
+        for (size_t trial = 0; trial < 4 * 71; trial++) {
+            const size_t count = trial / 4, offset = trial % 2;
+            const bool largest = trial % 4 / 2;
+            for (const uint32_t p : {2u, 3u, 5u, 6u, 7u, 251u, 4093u, 32768u, 32771u, 65521u, 65535u}) {
+                check_operations(make_word(p), p, count, offset, largest);
+            }
+            for (const uint32_t p : {2u, 3u, 4u, 5u, 6u, 7u, 11u, 65521u, 1048573u, 33554393u, 33554431u}) {
+                check_operations(FloatRing{double(p), pinv_of(p)}, p, count, offset, largest);
+            }
+        }
+        for (const bool largest : {false, true}) {
+            check_operations(make_word(65535), 65535, 5003, 0, largest);
+            check_operations(FloatRing{33554431, pinv_of(33554431)}, 33554431, 5003, 0, largest);
+        }
+    });
+}
+
+}  // namespace
