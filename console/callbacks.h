@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "console/heap.h"
+#include "console/functions.h"
 
 namespace modla::console {
 
@@ -16,8 +16,6 @@ Object own_callback(const std::string &name);
 
 // Whether moduli below 2^32 take machine words (the default) or the arithmetic of the larger ones.
 void set_word_moduli(bool words);
-
-using Arguments = std::vector<Object>;
 
 // One callback.
 struct CallbackDefinition {

@@ -17,19 +17,17 @@ namespace modla::console {
 namespace {
 
 // An output: a name, or 0 for none.
-struct Output {
-    Object name;
-
-    bool wanted() const { return name != immediate(0); }
-};
-
-Output output_argument(Object x) {
+Object output_argument(Object x) {
     if (x != immediate(0) && !has_type(x, type_name)) throw HostError("expected a name or 0, got " + to_line(x));
-    return {x};
+    return x;
 }
 
-void assign(const Output &output, Object value) {
-    if (output.wanted()) assign_global(output.name, value);
+bool is_wanted(Object output) {
+    return output != immediate(0);
+}
+
+void assign(Object output, Object value) {
+    if (is_wanted(output)) assign_global(output, value);
 }
 
 bool flag_argument(Object x) {
@@ -38,6 +36,9 @@ bool flag_argument(Object x) {
     }
     return x == global_name("true");
 }
+
+template <class Residue>
+using Rows = Matrix<typename Residue::Entry, true>;
 
 template <class Status>
 Object status_object(Status status) {
@@ -59,114 +60,78 @@ Table &vector_argument(Object x, int32_t least) {
 //
 // The bound is one more than the number of reducible columns of the block, or any larger number for all of them.
 
-struct ReduceRequest {
-    IntegerBlock block;
-    int32_t nred;
-    Output det, pivprod, rank, pivsig, extra;
-    int32_t *pivcols;  // or null
-    int32_t mode;
-    bool detonly;
-};
-
-ReduceRequest reduce_request(const Arguments &arguments) {
+Object run_reduce(const Arguments &arguments) {
     const int32_t first_row = count_argument(arguments[1]), last_row = count_argument(arguments[2]);
     const int32_t first_column = count_argument(arguments[3]), last_column = count_argument(arguments[4]);
     const int32_t rows = std::max(last_row - first_row + 1, 0), columns = std::max(last_column - first_column + 1, 0);
-    ReduceRequest request;
-    request.nred = std::clamp(count_argument(arguments[5]) - 1, 0, columns);
-    request.det = output_argument(arguments[7]);
-    request.pivprod = output_argument(arguments[8]);
-    request.rank = output_argument(arguments[9]);
-    request.pivsig = output_argument(arguments[10]);
-    request.extra = output_argument(arguments[11]);
-    request.pivcols = nullptr;
-    int32_t written_rows = rows;
+    const int32_t nred = std::clamp(count_argument(arguments[5]) - 1, 0, columns);
+    Object outputs[5];  // determinant, signed pivot product, rank, pivot signature, rows left
+    std::transform(&arguments[7], &arguments[12], outputs, output_argument);
+    int32_t *pivcols = nullptr, written_rows = rows;
     if (arguments[12] != immediate(0)) {
-        const Table &pivots = vector_argument(arguments[12], std::min(rows, request.nred));
+        const Table &pivots = vector_argument(arguments[12], std::min(rows, nred));
         if (pivots.settings.datatype != MODLA_INTEGER4) throw HostError("pivot columns must be machine integers");
-        request.pivcols = static_cast<int32_t *>(pivots.data);
-        written_rows = std::max(rows, request.nred);  // the nullspace may need more rows than are read
+        pivcols = static_cast<int32_t *>(pivots.data);
+        written_rows = std::max(rows, nred);  // the nullspace may need more rows than are read
     }
-    request.block = integer_block(arguments[0], first_row - 1, written_rows, first_column - 1, columns);
-    request.block.rows = rows;
-    request.mode = count_argument(arguments[13]);
-    request.detonly = flag_argument(arguments[14]);
-    return request;
-}
-
-template <class Residue>
-Object reduce_block(const ReduceRequest &request, const Residue &residue) {
-    using Entry = typename Residue::Entry;
-    IntegerBlock block = request.block;
-    Entries<Residue> entries = read_block(residue, block);
-    const int32_t written_rows = request.pivcols ? std::max(block.rows, request.nred) : block.rows;
-    entries.resize(static_cast<size_t>(written_rows) * static_cast<size_t>(block.columns));
-
-    Entry det = 0, pivprod = 0;
-    int32_t rank = 0, pivsig = 0, extra = 0;
-    std::vector<int32_t> counters(static_cast<size_t>(block.rows) + 1);
-    RowReductionTask task = {};
-    task.nrows = block.rows;
-    task.ncols = block.columns;
-    task.nred = request.nred;
-    task.rank = request.rank.wanted() ? &rank : nullptr;
-    task.pivsig = request.pivsig.wanted() ? &pivsig : nullptr;
-    task.extra = request.extra.wanted() ? &extra : nullptr;
-    task.pivcols = request.pivcols;
-    task.mode = request.mode;
-    task.detonly = request.detonly;
-    task.delayed = {counters.data(), pending_limit(residue)};
-    const EchelonStatus status =
-        row_reduce(RowReduction{task, residue, matrix_of(entries, block.columns), request.det.wanted() ? &det : nullptr,
-                                request.pivprod.wanted() ? &pivprod : nullptr});
-    if (status == echelon_bad_request) return status_object(status);
-    if (status == echelon_done) block.rows = written_rows;
-    write_block(entries, block);
-    if (status == echelon_done) {
-        assign(request.det, host_integer(det));
-        assign(request.pivprod, host_integer(pivprod));
-        assign(request.rank, immediate(rank));
-        assign(request.pivsig, integer_object(int64_t{pivsig}));
-        assign(request.extra, immediate(extra));
-    }
-    return status_object(status);
-}
-
-Object run_reduce(const Arguments &arguments) {
-    const ReduceRequest request = reduce_request(arguments);
-    return with_residue(arguments[6], [&](const auto &residue) { return reduce_block(request, residue); });
+    IntegerBlock block = integer_block(arguments[0], first_row - 1, written_rows, first_column - 1, columns);
+    block.rows = rows;
+    const int32_t mode = count_argument(arguments[13]);
+    const bool detonly = flag_argument(arguments[14]);
+    return with_residue(arguments[6], [&](const auto &residue) {
+        using Residue = std::decay_t<decltype(residue)>;
+        using Entry = typename Residue::Entry;
+        Entries<Residue> entries = read_block(residue, block);
+        entries.resize(static_cast<size_t>(written_rows) * static_cast<size_t>(columns));
+        Entry det = 0, pivprod = 0;
+        int32_t rank = 0, pivsig = 0, extra = 0;
+        std::vector<int32_t> counters(static_cast<size_t>(rows) + 1);
+        const auto wanted = [&](size_t i, auto &value) { return is_wanted(outputs[i]) ? &value : nullptr; };
+        const DelayedReductions delayed = {counters.data(), pending_limit(residue)};
+        const RowReductionTask task = {rows,    columns, nred,    wanted(2, rank), wanted(3, pivsig), wanted(4, extra),
+                                       pivcols, mode,    detonly, delayed};
+        const EchelonStatus status = row_reduce(RowReduction<Residue, Rows<Residue>>{
+            task, residue, matrix_of(entries, columns), wanted(0, det), wanted(1, pivprod)});
+        if (status == echelon_bad_request) return status_object(status);
+        if (status == echelon_done) block.rows = written_rows;
+        write_block(entries, block);
+        if (status == echelon_done) {
+            assign(outputs[0], host_integer(det));
+            assign(outputs[1], host_integer(pivprod));
+            assign(outputs[2], immediate(rank));
+            assign(outputs[3], integer_object(int64_t{pivsig}));
+            assign(outputs[4], immediate(extra));
+        }
+        return status_object(status);
+    });
 }
 
 // ---- cbLUDecomp(A, permutation, n, p, det)
 
-template <class Residue>
-Object factor_block(const IntegerBlock &block, Table &permutation, const Output &det, const Residue &residue) {
-    using Entry = typename Residue::Entry;
-    Entries<Residue> entries = read_block(residue, block);
-    const int32_t n = block.rows, steps = std::max(n - 1, 0);
-    std::vector<int32_t> exchanges(static_cast<size_t>(steps) + 1), counters(static_cast<size_t>(n) + 1);
-    const bool host_integers = permutation.settings.datatype == MODLA_INTEGER;
-    int32_t *const perm = host_integers ? exchanges.data() : static_cast<int32_t *>(permutation.data);
-    Entry value;
-    const DelayedReductions delayed = {counters.data(), pending_limit(residue)};
-    const LUStatus status =
-        lu_factor(LUFactorization{residue, matrix_of(entries, n), n, perm, det.wanted() ? &value : nullptr, delayed});
-    if (host_integers) {
-        Object *const steps_made = static_cast<Object *>(permutation.data);
-        for (int32_t k = 0; k < steps; k++) steps_made[k] = immediate(status == lu_done ? perm[k] : 0);
-    }
-    write_block(entries, block);
-    if (status == lu_done && det.wanted()) assign(det, host_integer(value));
-    return status_object(status);
-}
-
 Object run_lu(const Arguments &arguments) {
-    const int32_t n = count_argument(arguments[2]);
+    const int32_t n = count_argument(arguments[2]), steps = std::max(n - 1, 0);
     const IntegerBlock block = integer_block(arguments[0], 0, n, 0, n);
-    Table &permutation = vector_argument(arguments[1], n - 1);
-    const Output det = output_argument(arguments[4]);
-    return with_residue(arguments[3],
-                        [&](const auto &residue) { return factor_block(block, permutation, det, residue); });
+    const Table &permutation = vector_argument(arguments[1], n - 1);
+    const Object det = output_argument(arguments[4]);
+    return with_residue(arguments[3], [&](const auto &residue) {
+        using Residue = std::decay_t<decltype(residue)>;
+        using Entry = typename Residue::Entry;
+        Entries<Residue> entries = read_block(residue, block);
+        std::vector<int32_t> exchanges(static_cast<size_t>(steps) + 1), counters(static_cast<size_t>(n) + 1);
+        const bool host_integers = permutation.settings.datatype == MODLA_INTEGER;
+        int32_t *const perm = host_integers ? exchanges.data() : static_cast<int32_t *>(permutation.data);
+        Entry value;
+        const DelayedReductions delayed = {counters.data(), pending_limit(residue)};
+        const LUStatus status = lu_factor(LUFactorization<Residue, Rows<Residue>>{
+            residue, matrix_of(entries, n), n, perm, is_wanted(det) ? &value : nullptr, delayed});
+        if (host_integers) {
+            Object *const steps_made = static_cast<Object *>(permutation.data);
+            for (int32_t k = 0; k < steps; k++) steps_made[k] = immediate(status == lu_done ? perm[k] : 0);
+        }
+        write_block(entries, block);
+        if (status == lu_done && is_wanted(det)) assign(det, host_integer(value));
+        return status_object(status);
+    });
 }
 
 // ---- cbForSub(T, n, B, columns, p, unit diagonal), cbBackSub(T, n, B, columns, p): 0 columns for a Vector
@@ -184,34 +149,23 @@ Entries<Residue> read_triangle(const Residue &residue, const IntegerBlock &T, bo
     return entries;
 }
 
-struct SubstitutionRequest {
-    IntegerBlock T, B;
-    bool forward, unit_diagonal;
-};
-
 // In the order of the table: after a failure the rows that were not solved tell in which order it went.
 template <bool c_order, class Residue>
-SolveStatus substitute(const SubstitutionRequest &request, const Residue &residue) {
-    using Entry = typename Residue::Entry;
-    const int32_t n = request.T.rows, columns = request.B.columns;
+Object substitute(const IntegerBlock &T, const IntegerBlock &B, bool forward, bool unit_diagonal,
+                  const Residue &residue) {
+    using M = Matrix<typename Residue::Entry, c_order>;
     const auto stored = [](const IntegerBlock &block) { return c_order ? block : transposed(block); };
-    Entries<Residue> triangle =
-        read_triangle(residue, stored(request.T), request.forward == c_order, request.unit_diagonal);
-    Entries<Residue> solution = read_block(residue, stored(request.B));
-    using M = Matrix<Entry, c_order>;
-    const SolveStatus status = triangular_solve(TriangularSolve<Residue, M, M>{residue,
-                                                                               {triangle.data(), n},
-                                                                               n,
-                                                                               {solution.data(), c_order ? columns : n},
-                                                                               columns,
-                                                                               request.forward,
-                                                                               request.unit_diagonal,
-                                                                               pending_limit(residue)});
-    write_block(solution, stored(request.B));
-    return status;
+    Entries<Residue> triangle = read_triangle(residue, stored(T), forward == c_order, unit_diagonal);
+    Entries<Residue> solution = read_block(residue, stored(B));
+    const M solved = {triangle.data(), T.rows}, sides = {solution.data(), c_order ? B.columns : T.rows};
+    const SolveStatus status = triangular_solve(TriangularSolve<Residue, M, M>{
+        residue, solved, T.rows, sides, B.columns, forward, unit_diagonal, pending_limit(residue)});
+    write_block(solution, stored(B));
+    return status_object(status);
 }
 
-Object run_substitution(const Arguments &arguments, bool forward) {
+template <bool forward>
+Object run_substitution(const Arguments &arguments) {
     const int32_t n = count_argument(arguments[1]), right_hand_sides = count_argument(arguments[3]);
     const bool unit_diagonal = forward && flag_argument(arguments[5]);
     const IntegerBlock T = integer_block(arguments[0], 0, n, 0, n);
@@ -219,19 +173,11 @@ Object run_substitution(const Arguments &arguments, bool forward) {
     // A Matrix without columns has nothing to solve for.
     if (right_hand_sides == 0 && table_of(arguments[2]).settings.num_dimensions == 2) return status_object(0);
     const IntegerBlock B = integer_block(arguments[2], 0, n, 0, std::max(right_hand_sides, 1));
-    const SubstitutionRequest request = {T, B, forward, unit_diagonal};
     const bool c_order = table_of(arguments[0]).settings.order == MODLA_C_ORDER;
     return with_residue(arguments[4], [&](const auto &residue) {
-        return status_object(c_order ? substitute<true>(request, residue) : substitute<false>(request, residue));
+        return c_order ? substitute<true>(T, B, forward, unit_diagonal, residue)
+                       : substitute<false>(T, B, forward, unit_diagonal, residue);
     });
-}
-
-Object run_forward(const Arguments &arguments) {
-    return run_substitution(arguments, true);
-}
-
-Object run_backward(const Arguments &arguments) {
-    return run_substitution(arguments, false);
 }
 
 // ---- cbMatGcd(A, polynomials, columns, p), cbZigZag(A, n, p)
@@ -243,7 +189,7 @@ Object run_gcd(const Arguments &arguments) {
     return with_residue(arguments[3], [&](const auto &residue) {
         using Residue = std::decay_t<decltype(residue)>;
         Entries<Residue> entries = read_block(residue, block);
-        const int32_t degree = find_row_gcd(RowGcd<Residue, Matrix<typename Residue::Entry, true>>{
+        const int32_t degree = find_row_gcd(RowGcd<Residue, Rows<Residue>>{
             residue, matrix_of(entries, columns), polynomials, columns, pending_limit(residue)});
         write_block(entries, block);
         return status_object(degree);
@@ -256,8 +202,8 @@ Object run_zigzag(const Arguments &arguments) {
     return with_residue(arguments[2], [&](const auto &residue) {
         using Residue = std::decay_t<decltype(residue)>;
         Entries<Residue> entries = read_block(residue, block);
-        const ZigZagStatus status = make_zigzag(ZigZag<Residue, Matrix<typename Residue::Entry, true>>{
-            residue, matrix_of(entries, n), n, pending_limit(residue)});
+        const ZigZagStatus status =
+            make_zigzag(ZigZag<Residue, Rows<Residue>>{residue, matrix_of(entries, n), n, pending_limit(residue)});
         write_block(entries, block);
         return status_object(status);
     });
@@ -266,8 +212,12 @@ Object run_zigzag(const Arguments &arguments) {
 }  // namespace
 
 std::vector<CallbackDefinition> elimination_callbacks() {
-    return {{"cbReduce", 15, run_reduce},   {"cbLUDecomp", 5, run_lu}, {"cbForSub", 6, run_forward},
-            {"cbBackSub", 5, run_backward}, {"cbMatGcd", 4, run_gcd},  {"cbZigZag", 3, run_zigzag}};
+    return {{"cbReduce", 15, run_reduce},
+            {"cbLUDecomp", 5, run_lu},
+            {"cbForSub", 6, run_substitution<true>},
+            {"cbBackSub", 5, run_substitution<false>},
+            {"cbMatGcd", 4, run_gcd},
+            {"cbZigZag", 3, run_zigzag}};
 }
 
 }  // namespace modla::console

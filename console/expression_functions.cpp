@@ -1,11 +1,9 @@
-#include "console/expression_functions.h"
-
 #include <functional>
 #include <unordered_map>
 
 #include "console/algebra.h"
 #include "console/compare.h"
-#include "console/error.h"
+#include "console/functions.h"
 #include "console/host.h"
 #include "console/number.h"
 #include "console/polynomial.h"
@@ -15,7 +13,6 @@ namespace modla::console {
 
 namespace {
 
-using Arguments = std::vector<Object>;
 using Replacement = std::function<Object(Object)>;
 
 // The factors of a product, or base and exponent of a power.
@@ -91,8 +88,6 @@ class Rebuilding {
     std::unordered_map<Object, size_t> done_;
     Roots held_;
 };
-
-}  // namespace
 
 Object operands(const Arguments &arguments) {
     if (is_collection(arguments[0])) return sequence_of(arguments[0]);
@@ -174,6 +169,21 @@ Object eval_value(const Arguments &arguments) {
         const auto found = values.find(name);
         return found == values.end() ? name : found->second;
     })(arguments[0]);
+}
+
+}  // namespace
+
+std::vector<Function> expression_functions() {
+    return {
+        {"size", 1, 1, size_value, "size(L)", "how many elements a list or set has, or operands an expression"},
+        {"op", 1, 1, operands, "op(L)", "the elements of a list or set, the operands of an expression, as a sequence"},
+        {"eval", 1, 2, eval_value, "eval(a [, x = b | list])",
+         "a with the values that names have, or with those given"},
+        {"expand", 1, 1, expand_value, "expand(a)", "products and powers of sums multiplied out"},
+        {"coefficient", 3, 3, coefficient_value, "coefficient(a, x, n)", "the coefficient of x^n"},
+        {"modp1", 2, 3, make_modp1, "modp1(a, p [, x])", "a polynomial modulo p in one variable"},
+        {"modp2", 2, 3, make_modp2, "modp2(a, p [, [x, y]])", "a polynomial modulo p in two variables"},
+    };
 }
 
 }  // namespace modla::console

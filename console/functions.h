@@ -4,8 +4,25 @@
 #include <gmpxx.h>
 
 #include <string>
+#include <vector>
+
+#include "console/heap.h"
 
 namespace modla::console {
+
+using Arguments = std::vector<Object>;
+
+struct Function {
+    const char *name;
+    size_t least, most;  // arguments
+    Object (*run)(const Arguments &arguments);
+    const char *call, *purpose;
+};
+
+// The functions by what they do, each list with its own file.
+std::vector<Function> value_functions();
+std::vector<Function> table_functions();  // Matrices and files
+std::vector<Function> expression_functions();
 
 // Defines them as protected names, and the callbacks as names that programs may give other procedures.
 void define_functions();
@@ -18,5 +35,7 @@ void set_file_directory(const std::string &directory);
 
 // One line per function: its call and what it does.
 std::string describe_functions();
+
+std::string string_argument(Object x, const char *what);
 
 }  // namespace modla::console

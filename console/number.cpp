@@ -96,30 +96,6 @@ size_t digits_of(Object x) {
     return mpz_sizeinbase(value.get_num_mpz_t(), 10) + mpz_sizeinbase(value.get_den_mpz_t(), 10);
 }
 
-// base^exponent for a small exponent; the result has about that many times as many digits.
-Object complex_power(Object base, int32_t exponent) {
-    if (exponent < 0) return divide(immediate(1), complex_power(base, -exponent));
-    const bool unit = real_part(base) == immediate(0) && abs(immediate_value(imaginary_part(base))) == 1 &&
-                      is_immediate(imaginary_part(base));
-    if (unit) exponent %= 4;
-    if (digits_of(base) * static_cast<uint64_t>(exponent) > most_digits) throw HostError("result too large");
-    Object result = immediate(1);
-    for (Object square = base; exponent > 0; exponent /= 2) {
-        if (exponent % 2) result = multiply(result, square);
-        if (exponent > 1) square = multiply(square, square);
-    }
-    return result;
-}
-
-// An exact base to an exponent that is not immediate.
-Object huge_power(const mpq_class &base, Object exponent) {
-    const mpz_class e = integer_of(exponent);
-    if (base == 0 && e < 0) throw HostError("division by zero");
-    if (base == 0 || base == 1) return integer_object(base.get_num());
-    if (base == -1) return immediate(e % 2 == 0 ? 1 : -1);
-    throw HostError("result too large");
-}
-
 }  // namespace
 
 Object integer_object(const mpz_class &value) {
@@ -238,29 +214,24 @@ Object divide(Object a, Object b) {
 }
 
 Object power(Object a, Object b) {
-    if (is_complex(a) && is_integer(b)) {
-        if (!is_immediate(b) && a != complex_unit()) throw HostError("result too large");
-        const mpz_class turns = integer_of(b) & 3;
-        return complex_power(a, is_immediate(b) ? immediate_value(b) : static_cast<int32_t>(turns.get_si()));
-    }
-    need_numbers(a, b);
-    if (either_float(a, b)) return new_float(std::pow(to_double(a), to_double(b)));
+    if (!is_complex(a)) need_numbers(a, b);
+    if (!is_complex(a) && either_float(a, b)) return new_float(std::pow(to_double(a), to_double(b)));
     if (!is_integer(b)) throw HostError("exponent must be an integer");
-    mpq_class base = rational_of(a);
-    if (!is_immediate(b)) return huge_power(base, b);
-    const int32_t exponent = immediate_value(b);
-    const uint32_t magnitude = static_cast<uint32_t>(std::abs(exponent));
-    if (abs(base) != 1 && base != 0 && digits_of(a) * static_cast<uint64_t>(magnitude) > most_digits) {
+    mpz_class exponent = integer_of(b);
+    if (a == immediate(0)) {
+        exponent = sgn(exponent);
+    } else if (const Object square = multiply(a, a); square == immediate(1) || square == immediate(-1)) {
+        mpz_fdiv_r_ui(exponent.get_mpz_t(), exponent.get_mpz_t(), 4);
+    } else if (!is_immediate(b) || digits_of(a) * uint64_t{mpz_get_ui(exponent.get_mpz_t())} > most_digits) {
         throw HostError("result too large");
     }
-    if (exponent < 0) {
-        if (base == 0) throw HostError("division by zero");
-        base = 1 / base;
+    if (exponent < 0) return divide(immediate(1), power(a, integer_object(mpz_class(-exponent))));
+    Object result = immediate(1);
+    for (unsigned long rest = exponent.get_ui(); rest > 0; rest /= 2) {
+        if (rest % 2) result = multiply(result, a);
+        if (rest > 1) a = multiply(a, a);
     }
-    mpz_class numerator, denominator;
-    mpz_pow_ui(numerator.get_mpz_t(), base.get_num_mpz_t(), magnitude);
-    mpz_pow_ui(denominator.get_mpz_t(), base.get_den_mpz_t(), magnitude);
-    return rational_object(mpq_class(numerator, denominator));
+    return result;
 }
 
 Object modulo(Object a, Object b) {

@@ -70,83 +70,65 @@ class Writer {
             if (is_negative(x)) return level_sign;
             return has_type(x, type_rational) ? level_product : level_primary;
         }
-        switch (type_of(x)) {
-            case type_equation:
-                return level_equation;
-            case type_range:
-                return level_range;
-            case type_complex:
-                if (length_of(x) == 3) return level_sum;
-                return x == complex_unit() ? level_primary : level_product;
-            case type_sum:
-                return length_of(x) > 3 ? level_sum : level_product;
-            case type_product:
-                return length_of(x) > 3 || is_negative_number(words(x)[2]) ? level_product : level_power;
-            case type_power:
-                return level_power;
-            default:
-                return level_primary;
-        }
+        const uint32_t type = type_of(x);
+        if (type == type_equation) return level_equation;
+        if (type == type_range) return level_range;
+        if (type == type_power) return level_power;
+        if (type == type_complex && length_of(x) == 3) return level_sum;
+        if (type == type_complex) return x == complex_unit() ? level_primary : level_product;
+        if (type == type_sum) return length_of(x) > 3 ? level_sum : level_product;
+        if (type != type_product) return level_primary;
+        return length_of(x) > 3 || is_negative_number(words(x)[2]) ? level_product : level_power;
     }
 
     static bool is_negative_number(Object x) { return is_number(x) && is_negative(x); }
 
     void write_open(Object x, int depth) {
+        const uint32_t type = is_number(x) ? type_float : type_of(x);
+        const auto enclosed = [&](const char *opening, const char *closing) {
+            text += opening;
+            write_elements(has_type(x, type_indexed) ? words(x)[2] : x, depth + 1);
+            text += closing;
+        };
         if (is_number(x)) {
             text += number_text(x);
-            return;
-        }
-        if (x == complex_unit()) {
+        } else if (x == complex_unit()) {
             text += "I";
-            return;
-        }
-        switch (type_of(x)) {
-            case type_string:
-                write_string(text_of(x));
-                break;
-            case type_name:
-                text += text_of(x);
-                break;
-            case type_indexed:
-                write(words(x)[1], depth + 1);
-                text += "[";
-                write_elements(words(x)[2], depth + 1);
-                text += "]";
-                break;
-            case type_equation:
-                write_pair(x, " = ", depth);
-                break;
-            case type_range:
-                write_pair(x, "..", depth);
-                break;
-            case type_sequence:
-                write_elements(x, depth + 1);
-                break;
-            case type_list:
-            case type_set:
-                text += has_type(x, type_list) ? "[" : "{";
-                write_elements(x, depth + 1);
-                text += has_type(x, type_list) ? "]" : "}";
-                break;
-            case type_procedure:
-                text += "<procedure>";
-                break;
-            case type_table:
-                text += "<" + describe_table(table_of(x)) + ">";
-                break;
-            case type_complex:
-            case type_sum:
-                write_sum(x, depth);
-                break;
-            case type_product:
-            case type_power:
-                write_term(x, immediate(1), depth, true);
-                break;
-            case type_polynomial:
-                write_polynomial(x, depth);
-                break;
-            default:
-                text += "<object of type " + std::to_string(type_of(x)) + ">";
+        } else if (type == type_string) {
+            write_string(text_of(x));
+        } else if (type == type_name) {
+            text += text_of(x);
+        } else if (type == type_indexed) {
+            write(words(x)[1], depth + 1);
+            enclosed("[", "]");
+        } else if (type == type_equation || type == type_range) {
+            const bool range = type == type_range;
+            const Level level = range ? level_sum : level_range;
+            write(words(x)[1], depth + 1, level);
+            text += range ? ".." : " = ";
+            write(words(x)[2], depth + 1, level);
+        } else if (type == type_sequence) {
+            enclosed("", "");
+        } else if (type == type_list) {
+            enclosed("[", "]");
+        } else if (type == type_set) {
+            enclosed("{", "}");
+        } else if (type == type_procedure) {
+            text += "<procedure>";
+        } else if (type == type_table) {
+            text += "<" + describe_table(table_of(x)) + ">";
+        } else if (type == type_complex || type == type_sum) {
+            write_sum(x, depth);
+        } else if (type == type_product || type == type_power) {
+            write_term(x, immediate(1), depth, true);
+        } else if (type == type_polynomial) {
+            const bool two = is_bivariate(x);
+            text += (two ? "modp2(" : "modp1(") + polynomial_text(x) + ", " + number_text(polynomial_modulus(x)) + ", ";
+            text += two ? "[" : "";
+            write(polynomial_variable(x), depth + 1);
+            text += two ? "])" : ")";
+        } else {
+            text += "<object of type " + std::to_string(type) + ">";
         }
     }
 
@@ -157,13 +139,6 @@ class Writer {
             text += c == '\n' ? "\\n" : std::string(1, c);
         }
         text += '"';
-    }
-
-    void write_pair(Object x, const char *between, int depth) {
-        const Level level = has_type(x, type_range) ? level_sum : level_range;
-        write(words(x)[1], depth + 1, level);
-        text += between;
-        write(words(x)[2], depth + 1, level);
     }
 
     void write_sum(Object x, int depth) {
@@ -247,17 +222,6 @@ class Writer {
         write(base, depth + 1, level_primary);
         text += "^";
         write(exponent, depth + 1, level_primary);
-    }
-
-    void write_polynomial(Object x, int depth) {
-        text += is_bivariate(x) ? "modp2(" : "modp1(";
-        text += polynomial_text(x) + ", " + number_text(polynomial_modulus(x)) + ", ";
-        if (is_bivariate(x)) text += "[";
-        if (is_bivariate(x))
-            write_elements(polynomial_variable(x), depth + 1);
-        else
-            write(polynomial_variable(x), depth + 1);
-        text += is_bivariate(x) ? "])" : ")";
     }
 
     size_t parts_ = 0;

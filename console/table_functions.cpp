@@ -1,8 +1,10 @@
-#include "console/table_functions.h"
+#include <fstream>
+#include <iostream>
+#include <sstream>
 
-#include <algorithm>
-
-#include "console/error.h"
+#include "console/functions.h"
+#include "console/host.h"
+#include "console/matrix_file.h"
 #include "console/number.h"
 #include "console/print.h"
 #include "console/table.h"
@@ -10,8 +12,6 @@
 namespace modla::console {
 
 namespace {
-
-using Arguments = std::vector<Object>;
 
 // name[n], or name[] for n = 0
 bool is_indexed_name(Object x, const char *name, int32_t n) {
@@ -23,6 +23,20 @@ bool is_indexed_name(Object x, const char *name, int32_t n) {
 Object list_argument(Object x, const char *what) {
     if (!has_type(x, type_list)) throw HostError(std::string("expected ") + what + ", got " + to_line(x));
     return x;
+}
+
+int32_t datatype_argument(const Arguments &arguments, size_t i) {
+    if (arguments.size() < i || arguments[i - 1] == global_name("integer")) return MODLA_INTEGER;
+    const Object x = arguments[i - 1];
+    if (is_indexed_name(x, "integer", 4) || is_indexed_name(x, "integer", 0)) return MODLA_INTEGER4;
+    if (is_indexed_name(x, "float", 8)) return MODLA_FLOAT8;
+    throw HostError("expected a datatype, integer, integer[4] or float[8], got " + to_line(x));
+}
+
+int32_t order_argument(const Arguments &arguments, size_t i) {
+    if (arguments.size() < i || arguments[i - 1] == global_name("C_order")) return MODLA_C_ORDER;
+    if (arguments[i - 1] == global_name("Fortran_order")) return MODLA_FORTRAN_ORDER;
+    throw HostError("expected C_order or Fortran_order, got " + to_line(arguments[i - 1]));
 }
 
 Object new_vector(int32_t subtype, const Arguments &arguments) {
@@ -39,22 +53,6 @@ Object new_vector(int32_t subtype, const Arguments &arguments) {
         set_entry(table_of(vector), row ? 1 : i, row ? i : 1, element(list, static_cast<uint32_t>(i - 1)));
     }
     return vector;
-}
-
-}  // namespace
-
-int32_t datatype_argument(const Arguments &arguments, size_t i) {
-    if (arguments.size() < i || arguments[i - 1] == global_name("integer")) return MODLA_INTEGER;
-    const Object x = arguments[i - 1];
-    if (is_indexed_name(x, "integer", 4) || is_indexed_name(x, "integer", 0)) return MODLA_INTEGER4;
-    if (is_indexed_name(x, "float", 8)) return MODLA_FLOAT8;
-    throw HostError("expected a datatype, integer, integer[4] or float[8], got " + to_line(x));
-}
-
-int32_t order_argument(const Arguments &arguments, size_t i) {
-    if (arguments.size() < i || arguments[i - 1] == global_name("C_order")) return MODLA_C_ORDER;
-    if (arguments[i - 1] == global_name("Fortran_order")) return MODLA_FORTRAN_ORDER;
-    throw HostError("expected C_order or Fortran_order, got " + to_line(arguments[i - 1]));
 }
 
 Object make_row_vector(const Arguments &arguments) {
@@ -78,6 +76,145 @@ Object make_matrix(const Arguments &arguments) {
         }
     }
     return matrix;
+}
+
+std::string &file_directory() {
+    static auto *const directory = new std::string;
+    return *directory;
+}
+
+std::ifstream open_input(const std::string &name) {
+    std::ifstream file(name, std::ios::binary);
+    if (!file && !file_directory().empty() && name[0] != '/') {
+        file.open(file_directory() + "/" + name, std::ios::binary);
+    }
+    if (!file) throw HostError("cannot open " + name);
+    return file;
+}
+
+const Table &table_argument(Object x) {
+    if (!has_type(x, type_table)) throw HostError("expected a Matrix or Vector, got " + to_line(x));
+    return table_of(x);
+}
+
+Object rows_value(const Arguments &arguments) {
+    return integer_object(int64_t{table_rows(table_argument(arguments[0]))});
+}
+
+Object columns_value(const Arguments &arguments) {
+    return integer_object(int64_t{table_columns(table_argument(arguments[0]))});
+}
+
+// A fresh Matrix made by the library's own Create, which checks modulus, datatype and order.
+Object create_matrix(Object modulus, int32_t rows, int32_t columns, const Arguments &description) {
+    Roots arguments;
+    arguments.values = {modulus, integer_object(int64_t{rows}), integer_object(int64_t{columns})};
+    arguments.values.insert(arguments.values.end(), description.begin(), description.end());
+    return call_procedure(evaluate(global_name("Create")), arguments.values);
+}
+
+MatrixFile read_file(Object argument, const char *what) {
+    const std::string name = string_argument(argument, what);
+    std::ifstream input = open_input(name);
+    return read_matrix_file(input, name);
+}
+
+// ReadMatrix("file" [, datatype [, order]]): the entries as they are.
+Object read_unreduced(const Arguments &arguments) {
+    const int32_t datatype = datatype_argument(arguments, 2), order = order_argument(arguments, 3);
+    const MatrixFile file = read_file(arguments[0], "argument 1, the file,");
+    const Object matrix = new_matrix(file.rows, file.columns, datatype, order);
+    for (const MatrixEntry &entry : file.entries) {
+        const Object value = integer_object(entry.value);
+        if (datatype == MODLA_FLOAT8 && mpz_class(to_double(value)) != entry.value) {
+            throw HostError(to_line(value) + " is no float");
+        }
+        set_entry(table_of(matrix), entry.row, entry.column, value);
+    }
+    return matrix;
+}
+
+// ReadMatrix(p, "file", datatype [, order])
+Object read_matrix(const Arguments &arguments) {
+    if (has_type(arguments[0], type_string)) return read_unreduced(arguments);
+    if (arguments.size() < 3) throw HostError("usage: ReadMatrix(p, \"file\", datatype [, order])");
+    const Object modulus = arguments[0];
+    if (!is_integer(modulus)) throw HostError("argument 1, the modulus, must be an integer");
+    const MatrixFile file = read_file(arguments[1], "argument 2, the file,");
+    Roots held;
+    held.values.push_back(
+        create_matrix(modulus, file.rows, file.columns, Arguments(arguments.begin() + 2, arguments.end())));
+    const mpz_class p = integer_of(modulus);
+    const Table &table = table_of(held.values[0]);
+    for (const MatrixEntry &entry : file.entries) {
+        mpz_class residue;
+        mpz_mod(residue.get_mpz_t(), entry.value.get_mpz_t(), p.get_mpz_t());
+        set_entry(table, entry.row, entry.column, integer_object(residue));
+    }
+    return held.values[0];
+}
+
+// WriteMatrix("file", A): SMS when the name ends in .sms, else Matrix Market.
+Object write_matrix(const Arguments &arguments) {
+    const std::string name = string_argument(arguments[0], "argument 1, the file,");
+    const Table &table = table_argument(arguments[1]);
+    const int32_t rows = table_rows(table), columns = table_columns(table);
+    const auto text = [&](int32_t i, int32_t j) { return integer_of(get_entry_integer(table, i, j)).get_str(); };
+    // All entries are looked at before the file is touched: one that is no integer leaves it as it is.
+    for (int32_t i = 1; i <= rows; i++) {
+        for (int32_t j = 1; j <= columns; j++) get_entry_integer(table, i, j);
+    }
+    std::ofstream output(name, std::ios::binary);
+    if (!output) throw HostError("cannot write " + name);
+    const bool sms = name.size() > 4 && name.compare(name.size() - 4, 4, ".sms") == 0;
+    (sms ? write_sms : write_matrix_market)(output, rows, columns, text);
+    output.close();
+    if (!output) throw HostError("cannot write " + name);
+    return null_value();
+}
+
+// ReadLists("file"): a list of integers for every line; # starts a comment.
+Object read_lists(const Arguments &arguments) {
+    const std::string name = string_argument(arguments[0], "argument 1, the file,");
+    std::ifstream input = open_input(name);
+    Roots lists;
+    std::string line;
+    for (int number = 1; std::getline(input, line); number++) {
+        std::istringstream items(line.substr(0, line.find('#')));
+        Roots list;
+        for (std::string item; items >> item;) {
+            mpz_class value;
+            if (value.set_str(item[0] == '+' ? item.substr(1) : item, 10) != 0) {
+                throw HostError(name + ":" + std::to_string(number) + ": '" + item + "' is no integer");
+            }
+            list.values.push_back(integer_object(value));
+        }
+        if (list.values.empty()) continue;
+        lists.values.push_back(new_collection(type_list, new_sequence(list.values)));
+    }
+    if (input.bad()) throw HostError("cannot read " + name);
+    return new_collection(type_list, new_sequence(lists.values));
+}
+
+}  // namespace
+
+void set_file_directory(const std::string &directory) {
+    file_directory() = directory;
+}
+
+std::vector<Function> table_functions() {
+    return {
+        {"rows", 1, 1, rows_value, "rows(A)", "the number of rows"},
+        {"columns", 1, 1, columns_value, "columns(A)", "the number of columns"},
+        {"row_vector", 1, 2, make_row_vector, "row_vector(list [, datatype])", "a Vector of these entries, unreduced"},
+        {"column_vector", 1, 2, make_column_vector, "column_vector(list [, datatype])", "likewise"},
+        {"matrix", 1, 3, make_matrix, "matrix(lists [, datatype [, order]])", "a Matrix of these rows, unreduced"},
+        {"ReadMatrix", 1, 4, read_matrix, "ReadMatrix([p,] \"file\", datatype [, order])",
+         "a Matrix Market or SMS file, reduced modulo p; without p unreduced, host integers unless a datatype is "
+         "given"},
+        {"WriteMatrix", 2, 2, write_matrix, "WriteMatrix(\"file\", A)", "Matrix Market, or SMS for a name in .sms"},
+        {"ReadLists", 1, 1, read_lists, "ReadLists(\"file\")", "a list of the integers on every line"},
+    };
 }
 
 }  // namespace modla::console
