@@ -25,12 +25,4 @@ inline int32_t count_argument(Object x) {
     return small_integer(x, "a number of rows or columns");
 }
 
-// The rows x columns block that stands at arguments[at]: at the table's first entry, or after the row and column
-// shifts that follow it.
-inline IntegerBlock block_argument(const Arguments &arguments, size_t at, bool shifted, int32_t rows, int32_t columns) {
-    const int32_t row = shifted ? count_argument(arguments[at + 1]) : 0;
-    const int32_t column = shifted ? count_argument(arguments[at + 2]) : 0;
-    return integer_block(arguments[at], row, rows, column, columns);
-}
-
 }  // namespace modla::console

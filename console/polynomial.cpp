@@ -90,22 +90,6 @@ void check_arguments(Object expression, Object modulus) {
     }
 }
 
-uint32_t coefficient(Object x, uint32_t word) {
-    const bool plain = immediate_value(polynomial_modulus(x)) <= largest_plain_modulus;
-    return plain ? words(x)[word] : static_cast<uint32_t>(immediate_value(words(x)[word]));
-}
-
-// "3*x^2*y"
-std::string term_text(uint32_t c, const std::vector<std::pair<std::string, uint32_t>> &powers) {
-    std::string result;
-    for (const auto &[name, exponent] : powers) {
-        if (exponent == 0) continue;
-        result += (result.empty() ? "" : "*") + name + (exponent > 1 ? "^" + std::to_string(exponent) : "");
-    }
-    if (result.empty()) return std::to_string(c);
-    return c == 1 ? result : std::to_string(c) + "*" + result;
-}
-
 }  // namespace
 
 Object modp1_object(Object expression, Object modulus, Object variable) {
@@ -169,23 +153,16 @@ Object polynomial_modulus(Object x) {
     return words(x)[2];
 }
 
-std::string polynomial_text(Object x) {
-    std::string result;
-    const auto put = [&](uint32_t c, const std::vector<std::pair<std::string, uint32_t>> &powers) {
-        if (c > 0) result += (result.empty() ? "" : " + ") + term_text(c, powers);
-    };
-    const Object variable = polynomial_variable(x);
-    if (!is_bivariate(x)) {
-        const std::string name = to_line(variable);
-        for (uint32_t word = length_of(x) - 1; word >= 3; word--) put(coefficient(x, word), {{name, word - 3}});
-    } else {
-        const std::string first = to_line(element(variable, 0)), second = to_line(element(variable, 1));
-        const uint32_t width = static_cast<uint32_t>(immediate_value(words(x)[3]));
-        for (uint32_t word = length_of(x) - 1; word >= 4; word--) {
-            put(coefficient(x, word), {{first, (word - 4) / width}, {second, (word - 4) % width}});
-        }
-    }
-    return result.empty() ? "0" : result;
+uint32_t polynomial_size(Object x) {
+    return length_of(x) - (is_bivariate(x) ? 4 : 3);
+}
+
+PolynomialTerm polynomial_term(Object x, uint32_t k) {
+    const int32_t at = static_cast<int32_t>(k), width = is_bivariate(x) ? immediate_value(words(x)[3]) : 1;
+    const Object stored_one = words(x)[length_of(x) - polynomial_size(x) + k];
+    const bool plain = immediate_value(polynomial_modulus(x)) <= largest_plain_modulus;
+    return {{immediate(at / width), immediate(at % width)},
+            plain ? immediate(static_cast<int32_t>(stored_one)) : stored_one};
 }
 
 }  // namespace modla::console

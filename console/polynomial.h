@@ -6,8 +6,6 @@
 // 4 + i*n + j.
 #pragma once
 
-#include <string>
-
 #include "console/heap.h"
 
 namespace modla::console {
@@ -20,6 +18,12 @@ Object modp2_object(Object expression, Object modulus, Object variables);
 bool is_bivariate(Object x);
 Object polynomial_variable(Object x);  // word 1
 Object polynomial_modulus(Object x);
-std::string polynomial_text(Object x);  // as a sum
+
+// Coefficient k, from the lowest, with the exponents of both variables: immediate integers.
+struct PolynomialTerm {
+    Object exponents[2], coefficient;
+};
+uint32_t polynomial_size(Object x);
+PolynomialTerm polynomial_term(Object x, uint32_t k);
 
 }  // namespace modla::console

@@ -123,8 +123,9 @@ class Writer {
             write_term(x, immediate(1), depth, true);
         } else if (type == type_polynomial) {
             const bool two = is_bivariate(x);
-            text += (two ? "modp2(" : "modp1(") + polynomial_text(x) + ", " + number_text(polynomial_modulus(x)) + ", ";
-            text += two ? "[" : "";
+            text += two ? "modp2(" : "modp1(";
+            write_coefficients(x, depth);
+            text += ", " + number_text(polynomial_modulus(x)) + (two ? ", [" : ", ");
             write(polynomial_variable(x), depth + 1);
             text += two ? "])" : ")";
         } else {
@@ -165,6 +166,27 @@ class Writer {
             split_product(x, &number, &factors);
             number = multiply(number, coefficient);
         }
+        write_factors(number, factors, depth, first);
+    }
+
+    void write_coefficients(Object x, int depth) {
+        const Object variables = polynomial_variable(x);
+        bool first = true;
+        for (uint32_t k = polynomial_size(x); k-- > 0;) {
+            const PolynomialTerm term = polynomial_term(x, k);
+            if (term.coefficient == immediate(0)) continue;
+            Pairs factors;
+            for (uint32_t i = 0; i < 2; i++) {
+                if (term.exponents[i] == immediate(0)) continue;
+                factors.push_back(is_bivariate(x) ? element(variables, i) : variables);
+                factors.push_back(term.exponents[i]);
+            }
+            write_factors(term.coefficient, factors, depth, std::exchange(first, false));
+        }
+        if (first) text += "0";
+    }
+
+    void write_factors(Object number, const Pairs &factors, int depth, bool first) {
         if (is_complex(number) && length_of(number) == 3 && factors.empty()) {
             text += first ? "" : " + ";
             write(number, depth + 1, level_product);

@@ -8,6 +8,20 @@ namespace modla::console {
 
 namespace {
 
+// The blocks of a call from arguments[at] on, `count` in all: each is followed by its shifts when the call has them.
+struct Blocks {
+    const Arguments &arguments;
+    size_t at, count;
+    bool shifted = arguments.size() > at + count;
+
+    IntegerBlock next(int32_t rows, int32_t columns) {
+        const Object table = arguments[at++];
+        const int32_t row = shifted ? count_argument(arguments[at++]) : 0;
+        const int32_t column = shifted ? count_argument(arguments[at++]) : 0;
+        return integer_block(table, row, rows, column, columns);
+    }
+};
+
 // ---- cbMatMult(p, m, k, n, A, B, C), cbMatMultShift: each of A, B, C followed by its shifts
 
 // A matrix of FLINT's, whose product is taken over the integers: residues keep it short.
@@ -48,19 +62,14 @@ void write_product(const mpz_class &p, FlintMatrix &product, const IntegerBlock 
     }
 }
 
-template <bool shifted>
 Object run_product(const Arguments &arguments) {
-    constexpr size_t step = shifted ? 3 : 1;
     const int32_t m = count_argument(arguments[1]), k = count_argument(arguments[2]), n = count_argument(arguments[3]);
-    const IntegerBlock A = block_argument(arguments, 4, shifted, m, k);
-    const IntegerBlock B = block_argument(arguments, 4 + step, shifted, k, n);
-    const IntegerBlock C = block_argument(arguments, 4 + 2 * step, shifted, m, n);
+    Blocks blocks = {arguments, 4, 3};
+    const IntegerBlock A = blocks.next(m, k), B = blocks.next(k, n), C = blocks.next(m, n);
     const mpz_class p = modulus_argument(arguments[0]);
     // Three matrices, each as integers and modulo the primes by which FLINT multiplies.
-    const auto entries = [](int32_t rows, int32_t columns) {
-        return static_cast<uint64_t>(rows) * static_cast<uint64_t>(columns);
-    };
-    check_memory((entries(m, k) + entries(k, n) + entries(m, n)) * 2 * entry_bytes(BigResidue{p}));
+    const int64_t entries = int64_t{m} * k + int64_t{k} * n + int64_t{m} * n;
+    check_memory(static_cast<uint64_t>(entries) * 2 * entry_bytes(BigResidue{p}));
     FlintMatrix a(m, k), b(k, n), c(m, n);
     with_residue(arguments[0], [&](const auto &residue) {
         read_factor(residue, A, a);
@@ -73,11 +82,10 @@ Object run_product(const Arguments &arguments) {
 
 // ---- cbScalMult(p, m, n, s, B, C), cbScalMultShift: C = s*B
 
-template <bool shifted>
 Object run_scaling(const Arguments &arguments) {
     const int32_t m = count_argument(arguments[1]), n = count_argument(arguments[2]);
-    const IntegerBlock B = block_argument(arguments, 4, shifted, m, n);
-    const IntegerBlock C = block_argument(arguments, shifted ? 7 : 5, shifted, m, n);
+    Blocks blocks = {arguments, 4, 2};
+    const IntegerBlock B = blocks.next(m, n), C = blocks.next(m, n);
     return with_residue(arguments[0], [&](const auto &residue) {
         const auto s = residue_of(residue, arguments[3]);
         auto entries = read_block(residue, B);
@@ -89,13 +97,10 @@ Object run_scaling(const Arguments &arguments) {
 
 // ---- cbAddMult(p, rows, columns, c, A, B, C), cbAddMultShift: C = A + c*B
 
-template <bool shifted>
 Object run_sum(const Arguments &arguments) {
-    constexpr size_t step = shifted ? 3 : 1;
     const int32_t rows = count_argument(arguments[1]), columns = count_argument(arguments[2]);
-    const IntegerBlock A = block_argument(arguments, 4, shifted, rows, columns);
-    const IntegerBlock B = block_argument(arguments, 4 + step, shifted, rows, columns);
-    const IntegerBlock C = block_argument(arguments, 4 + 2 * step, shifted, rows, columns);
+    Blocks blocks = {arguments, 4, 3};
+    const IntegerBlock A = blocks.next(rows, columns), B = blocks.next(rows, columns), C = blocks.next(rows, columns);
     return with_residue(arguments[0], [&](const auto &residue) {
         const auto c = residue_of(residue, arguments[3]);
         auto sums = read_block(residue, A);
@@ -109,9 +114,8 @@ Object run_sum(const Arguments &arguments) {
 }  // namespace
 
 std::vector<CallbackDefinition> product_callbacks() {
-    return {{"cbMatMult", 7, run_product<false>},  {"cbMatMultShift", 13, run_product<true>},
-            {"cbScalMult", 6, run_scaling<false>}, {"cbScalMultShift", 10, run_scaling<true>},
-            {"cbAddMult", 7, run_sum<false>},      {"cbAddMultShift", 13, run_sum<true>}};
+    return {{"cbMatMult", 7, run_product},        {"cbMatMultShift", 13, run_product}, {"cbScalMult", 6, run_scaling},
+            {"cbScalMultShift", 10, run_scaling}, {"cbAddMult", 7, run_sum},           {"cbAddMultShift", 13, run_sum}};
 }
 
 }  // namespace modla::console
