@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "blocks/transpose.h"
+#include "engine/move.h"
 #include "engine/rows.h"
 
 using namespace modla;
@@ -112,9 +112,9 @@ Reach eliminate_panel(const BlockElimination<Ring> &E, int32_t r, int32_t c, int
     panel.A = {E.panel, {1, static_cast<ptrdiff_t>(E.panel_step)}};
     panel.rows = E.rows - r;
     panel.sources += r, panel.columns += r, panel.inverses += r;
-    copy_entries<typename Ring::Entry>(shape, block.data, block.steps, panel.A.data, panel.A.steps);
+    copy_entries<typename Ring::Entry>(shape, block, panel.A);
     const Reach reach = eliminate_block(panel, 0, 0, end - c);
-    copy_entries<typename Ring::Entry>(shape, panel.A.data, panel.A.steps, block.data, block.steps);
+    copy_entries<typename Ring::Entry>(shape, panel.A, block);
     for (int32_t t = 0; t < reach.rank; t++) panel.sources[t] += r, panel.columns[t] += c;
     return {r + reach.rank, c + reach.column};
 }
@@ -156,8 +156,8 @@ Reach eliminate_block(const BlockElimination<Ring> &E, int32_t r, int32_t c, int
 template <class Ring>
 void clear_multipliers(const BlockElimination<Ring> &E, int32_t r, int32_t c, int32_t rank) {
     const int32_t q = rank - r;
-    fill_entries({q, q, Triangle::lower_without_diagonal}, &E.A.at(r, c), E.A.steps, typename Ring::Value(0));
-    if (rank < E.rows) fill_entries({E.rows - rank, q}, &E.A.at(rank, c), E.A.steps, typename Ring::Value(0));
+    fill_entries({q, q, Triangle::lower_without_diagonal}, E.A.from(r, c), typename Ring::Value(0));
+    if (rank < E.rows) fill_entries({E.rows - rank, q}, E.A.from(rank, c), typename Ring::Value(0));
 }
 
 // Divides the rows by their pivots.
@@ -216,13 +216,8 @@ void copy_columns(int32_t rows, const Operand<Entry> &A, const int32_t *columns,
                   bool back) {
     for (int32_t k = 0, run; k < count; k += run) {
         run = run_length(columns + k, count - k);
-        Entry *const a = &A.at(0, columns[k]);
-        Entry *const b = &B.at(0, k);
-        if (back) {
-            copy_entries<Entry>({rows, run}, b, B.steps, a, A.steps);
-        } else {
-            copy_entries<Entry>({rows, run}, a, A.steps, b, B.steps);
-        }
+        const Operand<Entry> a = A.from(0, columns[k]), b = B.from(0, k);
+        copy_entries<Entry>({rows, run}, back ? b : a, back ? a : b);
     }
 }
 
@@ -285,7 +280,7 @@ void modla::finish_reduced_form(const BlockElimination<Ring> &E, int32_t r, int3
     }
     for (int32_t i = r, run; i < rank; i += run) {
         run = run_length(E.columns + i, rank - i);
-        fill_entries({rank, run}, &E.A.at(0, E.columns[i]), E.A.steps, typename Ring::Value(0));
+        fill_entries({rank, run}, E.A.from(0, E.columns[i]), typename Ring::Value(0));
         for (int32_t k = i; k < i + run; k++) E.A.at(k, E.columns[k]) = 1;
     }
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "blocks/transpose.h"
+#include "engine/move.h"
 #include "engine/rows.h"
 
 using namespace modla;
@@ -83,7 +83,7 @@ template <class Ring, class Entry>
 void solve_by_inverse(const Ring &ring, const BlockSizes &sizes, Entry *work, const TriangularOperand<Entry> &L,
                       int32_t n, Operand<Entry> B, int32_t columns) {
     const Operand<Entry> inverse = {work, {n, 1}};
-    fill_entries({n, n}, inverse.data, inverse.steps, typename Ring::Value(0));
+    fill_entries({n, n}, inverse, typename Ring::Value(0));
     for (int32_t i = 0; i < n; i++) inverse.at(i, i) = 1;
     solve_plainly(ring, L, n, inverse, n);
     const int32_t width = std::min(columns, sizes.strip);
@@ -91,7 +91,7 @@ void solve_by_inverse(const Ring &ring, const BlockSizes &sizes, Entry *work, co
     for (int32_t j = 0; j < columns; j += sizes.strip) {
         const int32_t count = std::min(columns - j, sizes.strip);
         const Operand<Entry> strip = B.from(0, j);
-        copy_entries<Entry>({n, count}, strip.data, strip.steps, copy.data, copy.steps);
+        copy_entries<Entry>({n, count}, strip, copy);
         if (!multiply(ring, Update::store, n, n, count, source(inverse), source(copy), strip)) {
             solve_plainly(ring, L, n, strip, count);
         }

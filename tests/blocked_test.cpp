@@ -24,7 +24,7 @@ Ring make_ring(uint32_t p) {
     if constexpr (std::is_same_v<Ring, WordRing>) {
         return word_ring(p);
     } else {
-        return {static_cast<double>(p), pinv_of(p)};
+        return float_ring(p);
     }
 }
 
@@ -112,20 +112,20 @@ void check_row_reduction(Random &random, uint32_t p) {
         std::vector<int32_t> pivcols(static_cast<size_t>(rows), -5), counters(static_cast<size_t>(rows), 7);
         const uint32_t status = row_reduce(
             RowReduction<Ring, Matrix<typename Ring::Entry, c_order>>{
+                {rows,
+                 columns,
+                 nred,
+                 &rank,
+                 &pivsig,
+                 extra ? &count : nullptr,
+                 nullspace ? pivcols.data() : nullptr,
+                 mode,
+                 detonly,
+                 {delayed ? counters.data() : nullptr, delay_bound<Ring>(p)}},
                 ring,
                 C.matrix(),
-                rows,
-                columns,
-                nred,
                 det ? &products[0] : nullptr,
-                wide ? &products[1] : nullptr,
-                &rank,
-                &pivsig,
-                extra ? &count : nullptr,
-                nullspace ? pivcols.data() : nullptr,
-                mode,
-                detonly,
-                {delayed ? counters.data() : nullptr, delay_bound<Ring>(p)}},
+                wide ? &products[1] : nullptr},
             sizes);
         Outputs<Ring> outputs = {Value(status), products[0], products[1], Value(rank), Value(pivsig), Value(count)};
         outputs.insert(outputs.end(), pivcols.begin(), pivcols.end());
