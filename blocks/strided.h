@@ -22,32 +22,16 @@ inline bool is_lower(Triangle t) {
 
 // The same entries with rows and columns exchanged.
 inline Triangle transposed(Triangle t) {
-    switch (t) {
-        case Triangle::upper:
-            return Triangle::lower;
-        case Triangle::upper_without_diagonal:
-            return Triangle::lower_without_diagonal;
-        case Triangle::lower:
-            return Triangle::upper;
-        case Triangle::lower_without_diagonal:
-            return Triangle::upper_without_diagonal;
-        default:
-            return t;
-    }
+    using enum Triangle;
+    constexpr Triangle exchanged[] = {whole, lower, lower_without_diagonal, upper, upper_without_diagonal};
+    return exchanged[static_cast<int>(t)];
 }
 
 // The entries that a triangle leaves out.
 inline Triangle complement(Triangle t) {
-    switch (t) {
-        case Triangle::upper:
-            return Triangle::lower_without_diagonal;
-        case Triangle::upper_without_diagonal:
-            return Triangle::lower;
-        case Triangle::lower:
-            return Triangle::upper_without_diagonal;
-        default:
-            return Triangle::upper;
-    }
+    using enum Triangle;
+    constexpr Triangle rest[] = {upper, lower_without_diagonal, lower, upper_without_diagonal, upper};
+    return rest[static_cast<int>(t)];
 }
 
 struct Shape {

@@ -1,25 +1,5 @@
 #include "elimination/triangular_system.h"
-#include "host/object.h"
-#include "host/raise.h"
-
-using namespace modla;
 
 HostObject modLA_BackSub(const HostApi *api, const HostObject *args) {
-    if (api->NumArgs(args) != 3) {
-        fail(api, "incorrect number of arguments");
-        return api->NullValue();
-    }
-    TriangularSystem system;
-    if (!read_triangular_system(api, args, "upper triangular matrix", false, &system)) return api->NullValue();
-    if (!protect_triangle(api, &system)) return api->NullValue();
-    uint32_t status;
-    if (system.triangle.datatype == MODLA_INTEGER) {
-        const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.rhs.columns);
-        status = static_cast<uint32_t>(integer_value(
-            api->CallProcedure(modLA_getfcn(api, "cbBackSub"), 5, system.triangle.object, n, args[3], nrhs, args[1])));
-    } else {
-        status = solve_natively(api, system, false);
-    }
-    report_solution(api, status, "cannot backward substitute: modulus is composite");
-    return api->NullValue();
+    return modla::solve_triangular_system(api, args, false);
 }

@@ -19,7 +19,7 @@ auto matrix(W *data, int32_t ld) {
 }
 
 template <bool c_order, class W>
-uint32_t reduce(MODLA_REDUCE_ARGUMENTS(W), int32_t *pending, int32_t maxpending) {
+uint32_t echelon(MODLA_REDUCE_ARGUMENTS(W), int32_t *pending, int32_t maxpending) {
     const RowReductionTask task = {nrows, ncols,   nred, rank,         pivsig,
                                    extra, pivcols, mode, detonly != 0, {pending, maxpending}};
     return with_standard_mode([&] {
@@ -29,7 +29,7 @@ uint32_t reduce(MODLA_REDUCE_ARGUMENTS(W), int32_t *pending, int32_t maxpending)
 }
 
 template <bool c_order, class W>
-uint32_t factor(MODLA_LU_ARGUMENTS(W)) {
+uint32_t lu(MODLA_LU_ARGUMENTS(W)) {
     const DelayedReductions delayed = {pending, maxpending};
     return with_standard_mode([&] {
         return lu_factor(LUFactorization{kernel_ring(p, pinv), matrix<c_order>(A, ld), n, perm, entries(det), delayed});
@@ -67,91 +67,61 @@ int32_t zigzag(W *data, int32_t n, W p, double pinv) {
 
 }  // namespace
 
-#define REDUCE A, nrows, ncols, nred, ld, p, pinv, det, pivprod, rank, pivsig, extra, pivcols, mode, detonly
-#define LU A, perm, n, ld, p, pinv, det, pending, maxpending
-#define SOLVE T, n, ldT, B, nrhs, ldB, p, pinv, maxpending
-#define GCD data, k, cols, stride, p, pinv, c
+// One definition for each name: twins differ in the order and in the words.
+#define REDUCE(name, c_order, W)                                                                                      \
+    uint32_t name(MODLA_REDUCE_ARGUMENTS(W)) {                                                                        \
+        return echelon<c_order>(A, nrows, ncols, nred, ld, p, pinv, det, pivprod, rank, pivsig, extra, pivcols, mode, \
+                                detonly, nullptr, 1);                                                                 \
+    }
+#define REDUCE_DELAYED(name, c_order, W)                                                                              \
+    uint32_t name(MODLA_REDUCE_ARGUMENTS(W), int32_t *pending, int32_t maxpending) {                                  \
+        return echelon<c_order>(A, nrows, ncols, nred, ld, p, pinv, det, pivprod, rank, pivsig, extra, pivcols, mode, \
+                                detonly, pending, maxpending);                                                        \
+    }
+#define LU(name, c_order, W)                                                   \
+    uint32_t name(MODLA_LU_ARGUMENTS(W)) {                                     \
+        return lu<c_order>(A, perm, n, ld, p, pinv, det, pending, maxpending); \
+    }
+#define FOR_SUB(name, c_order, W)                                                                 \
+    uint32_t name(MODLA_FORSUB_ARGUMENTS(W)) {                                                    \
+        return solve<c_order>(T, n, ldT, B, nrhs, ldB, p, pinv, maxpending, true, unitdiag != 0); \
+    }
+#define BACK_SUB(name, c_order, W)                                                         \
+    uint32_t name(MODLA_BACKSUB_ARGUMENTS(W)) {                                            \
+        return solve<c_order>(T, n, ldT, B, nrhs, ldB, p, pinv, maxpending, false, false); \
+    }
+#define ROW_GCD(name, c_order, W)                               \
+    int32_t name(MODLA_ROW_GCD_ARGUMENTS(W)) {                  \
+        return gcd<c_order>(data, k, cols, stride, p, pinv, c); \
+    }
+#define ZIGZAG(name, c_order, W)                                  \
+    int32_t name(W *data, int32_t n, W p, double pinv, int32_t) { \
+        return zigzag<c_order>(data, n, p, pinv);                 \
+    }
 
-uint32_t modLA_reduce_C_iw(MODLA_REDUCE_ARGUMENTS(uint32_t)) {
-    return reduce<true>(REDUCE, nullptr, 1);
-}
-uint32_t modLA_reduce_F_iw(MODLA_REDUCE_ARGUMENTS(uint32_t)) {
-    return reduce<false>(REDUCE, nullptr, 1);
-}
-uint32_t modLA_reduce_C_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending) {
-    return reduce<true>(REDUCE, pending, maxpending);
-}
-uint32_t modLA_reduce_F_iw_nop(MODLA_REDUCE_ARGUMENTS(uint32_t), int32_t *pending, int32_t maxpending) {
-    return reduce<false>(REDUCE, pending, maxpending);
-}
-uint32_t modLA_reduce_C_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending) {
-    return reduce<true>(REDUCE, pending, maxpending);
-}
-uint32_t modLA_reduce_F_f_nop(MODLA_REDUCE_ARGUMENTS(double), int32_t *pending, int32_t maxpending) {
-    return reduce<false>(REDUCE, pending, maxpending);
-}
-
-uint32_t modLA_LU_C_iw_nop(MODLA_LU_ARGUMENTS(uint32_t)) {
-    return factor<true>(LU);
-}
-uint32_t modLA_LU_F_iw_nop(MODLA_LU_ARGUMENTS(uint32_t)) {
-    return factor<false>(LU);
-}
-uint32_t modLA_LU_C_f_nop(MODLA_LU_ARGUMENTS(double)) {
-    return factor<true>(LU);
-}
-uint32_t modLA_LU_F_f_nop(MODLA_LU_ARGUMENTS(double)) {
-    return factor<false>(LU);
-}
-
-uint32_t modLA_ForSub_C_iw_nop(MODLA_FORSUB_ARGUMENTS(uint32_t)) {
-    return solve<true>(SOLVE, true, unitdiag != 0);
-}
-uint32_t modLA_ForSub_F_iw_nop(MODLA_FORSUB_ARGUMENTS(uint32_t)) {
-    return solve<false>(SOLVE, true, unitdiag != 0);
-}
-uint32_t modLA_ForSub_C_f_nop(MODLA_FORSUB_ARGUMENTS(double)) {
-    return solve<true>(SOLVE, true, unitdiag != 0);
-}
-uint32_t modLA_ForSub_F_f_nop(MODLA_FORSUB_ARGUMENTS(double)) {
-    return solve<false>(SOLVE, true, unitdiag != 0);
-}
-
-uint32_t modLA_BackSub_C_iw_nop(MODLA_BACKSUB_ARGUMENTS(uint32_t)) {
-    return solve<true>(SOLVE, false, false);
-}
-uint32_t modLA_BackSub_F_iw_nop(MODLA_BACKSUB_ARGUMENTS(uint32_t)) {
-    return solve<false>(SOLVE, false, false);
-}
-uint32_t modLA_BackSub_C_f_nop(MODLA_BACKSUB_ARGUMENTS(double)) {
-    return solve<true>(SOLVE, false, false);
-}
-uint32_t modLA_BackSub_F_f_nop(MODLA_BACKSUB_ARGUMENTS(double)) {
-    return solve<false>(SOLVE, false, false);
-}
-
-int32_t modLA_RowGcd_C_iw(MODLA_ROW_GCD_ARGUMENTS(uint32_t)) {
-    return gcd<true>(GCD);
-}
-int32_t modLA_RowGcd_F_iw(MODLA_ROW_GCD_ARGUMENTS(uint32_t)) {
-    return gcd<false>(GCD);
-}
-int32_t modLA_RowGcd_C_f(MODLA_ROW_GCD_ARGUMENTS(double)) {
-    return gcd<true>(GCD);
-}
-int32_t modLA_RowGcd_F_f(MODLA_ROW_GCD_ARGUMENTS(double)) {
-    return gcd<false>(GCD);
-}
-
-int32_t modLA_ZigZag_C_iw(uint32_t *data, int32_t n, uint32_t p, double pinv, int32_t) {
-    return zigzag<true>(data, n, p, pinv);
-}
-int32_t modLA_ZigZag_F_iw(uint32_t *data, int32_t n, uint32_t p, double pinv, int32_t) {
-    return zigzag<false>(data, n, p, pinv);
-}
-int32_t modLA_ZigZag_C_f(double *data, int32_t n, double p, double pinv, int32_t) {
-    return zigzag<true>(data, n, p, pinv);
-}
-int32_t modLA_ZigZag_F_f(double *data, int32_t n, double p, double pinv, int32_t) {
-    return zigzag<false>(data, n, p, pinv);
-}
+REDUCE(modLA_reduce_C_iw, true, uint32_t)
+REDUCE(modLA_reduce_F_iw, false, uint32_t)
+REDUCE_DELAYED(modLA_reduce_C_iw_nop, true, uint32_t)
+REDUCE_DELAYED(modLA_reduce_F_iw_nop, false, uint32_t)
+REDUCE_DELAYED(modLA_reduce_C_f_nop, true, double)
+REDUCE_DELAYED(modLA_reduce_F_f_nop, false, double)
+LU(modLA_LU_C_iw_nop, true, uint32_t)
+LU(modLA_LU_F_iw_nop, false, uint32_t)
+LU(modLA_LU_C_f_nop, true, double)
+LU(modLA_LU_F_f_nop, false, double)
+FOR_SUB(modLA_ForSub_C_iw_nop, true, uint32_t)
+FOR_SUB(modLA_ForSub_F_iw_nop, false, uint32_t)
+FOR_SUB(modLA_ForSub_C_f_nop, true, double)
+FOR_SUB(modLA_ForSub_F_f_nop, false, double)
+BACK_SUB(modLA_BackSub_C_iw_nop, true, uint32_t)
+BACK_SUB(modLA_BackSub_F_iw_nop, false, uint32_t)
+BACK_SUB(modLA_BackSub_C_f_nop, true, double)
+BACK_SUB(modLA_BackSub_F_f_nop, false, double)
+ROW_GCD(modLA_RowGcd_C_iw, true, uint32_t)
+ROW_GCD(modLA_RowGcd_F_iw, false, uint32_t)
+ROW_GCD(modLA_RowGcd_C_f, true, double)
+ROW_GCD(modLA_RowGcd_F_f, false, double)
+ZIGZAG(modLA_ZigZag_C_iw, true, uint32_t)
+ZIGZAG(modLA_ZigZag_F_iw, false, uint32_t)
+ZIGZAG(modLA_ZigZag_C_f, true, double)
+ZIGZAG(modLA_ZigZag_F_f, false, double)

@@ -12,6 +12,15 @@ using namespace modla;
 
 namespace {
 
+// A triangular Matrix and the right-hand sides that the solution overwrites.
+struct TriangularSystem {
+    bool forward;
+    Block triangle, rhs;
+    bool unit_diagonal;
+    Scalar modulus;
+    void *held;  // the memory of a copied triangle, or null
+};
+
 bool read_right_hand_side(const HostApi *api, const HostObject *args, TriangularSystem *system) {
     const Block &triangle = system->triangle;
     RtableSettings settings;
@@ -33,10 +42,10 @@ bool read_right_hand_side(const HostApi *api, const HostObject *args, Triangular
     return true;
 }
 
-}  // namespace
-
-bool modla::read_triangular_system(const HostApi *api, const HostObject *args, const char *role, bool takes_diagonal,
-                                   TriangularSystem *system) {
+// Arguments 1 to 3; forward, argument 4 comes in its place among the checks.
+bool read_triangular_system(const HostApi *api, const HostObject *args, TriangularSystem *system) {
+    if (api->NumArgs(args) != (system->forward ? 4 : 3)) return fail(api, "incorrect number of arguments");
+    const char *const role = system->forward ? "lower triangular matrix" : "upper triangular matrix";
     RtableSettings settings;
     if (!check_modulus_argument(api, args) || !check_rtable(api, args, 2, role) ||
         !check_rtable(api, args, 3, "right hand side") || !read_settings(api, args, 2, &settings)) {
@@ -46,13 +55,15 @@ bool modla::read_triangular_system(const HostApi *api, const HostObject *args, c
     system->triangle = matrix_block(api, args[2], settings);
     if (system->triangle.rows != system->triangle.columns) return fail_argument(api, 2, "must be a square Matrix");
     int32_t unit_diagonal = 0;
-    if (takes_diagonal && !read_boolean(api, args, 4, &unit_diagonal)) return false;
+    if (system->forward && !read_boolean(api, args, 4, &unit_diagonal)) return false;
     system->unit_diagonal = unit_diagonal != 0;
     return read_right_hand_side(api, args, system) &&
            check_modulus(api, args[1], &system->modulus, system->triangle.datatype);
 }
 
-bool modla::protect_triangle(const HostApi *api, TriangularSystem *system) {
+// Puts a copy in the triangle's place where writing the solution would destroy entries still to be read: a new object
+// of host integers, or memory from the host.  False when the host had none.
+bool protect_triangle(const HostApi *api, TriangularSystem *system) {
     Block &triangle = system->triangle;
     system->held = nullptr;
     if (!overlap(triangle, system->rhs)) return true;
@@ -69,21 +80,36 @@ bool modla::protect_triangle(const HostApi *api, TriangularSystem *system) {
     return true;
 }
 
-uint32_t modla::solve_natively(const HostApi *api, const TriangularSystem &system, bool forward) {
+uint32_t solve_natively(const TriangularSystem &system) {
     const Block &rhs = system.rhs;
     if (rhs.empty) return solve_done;
-    const SolveStatus status =
-        with_native_matrix(system.triangle, system.modulus, [&](const auto &ring, const auto &T) {
-            using M = std::decay_t<decltype(T)>;
-            const M B = {static_cast<typename M::Entry *>(rhs.data), M::c_order ? rhs.row_step : rhs.column_step};
-            return triangular_solve(TriangularSolve{ring, T, system.triangle.rows, B, column_count(rhs), forward,
-                                                    system.unit_diagonal, delay_bound(ring)});
-        });
-    if (system.held) api->Free(system.held);
-    return status;
+    return with_native_matrix(system.triangle, system.modulus, [&](const auto &ring, const auto &T) {
+        using M = std::decay_t<decltype(T)>;
+        const M B = {static_cast<typename M::Entry *>(rhs.data), M::c_order ? rhs.row_step : rhs.column_step};
+        return triangular_solve(TriangularSolve{ring, T, system.triangle.rows, B, column_count(rhs), system.forward,
+                                                system.unit_diagonal, delay_bound(ring)});
+    });
 }
 
-void modla::report_solution(const HostApi *api, uint32_t status, const char *composite) {
-    report_status(api, static_cast<int32_t>(status),
-                  {{1, composite}, {2, "matrix is singular"}, {10, "not implemented yet"}});
+// Only the forward callback has a diagonal flag, the sixth value.
+int32_t call_solve(const HostApi *api, const HostObject *args, const TriangularSystem &system) {
+    const bool forward = system.forward;
+    const HostObject n = api->ToInteger(system.triangle.rows), nrhs = api->ToInteger(system.rhs.columns);
+    return integer_value(api->CallProcedure(modLA_getfcn(api, forward ? "cbForSub" : "cbBackSub"), forward ? 6 : 5,
+                                            system.triangle.object, n, args[3], nrhs, args[1], forward ? args[4] : 0));
+}
+
+}  // namespace
+
+HostObject modla::solve_triangular_system(const HostApi *api, const HostObject *args, bool forward) {
+    TriangularSystem system = {};
+    system.forward = forward;
+    if (!read_triangular_system(api, args, &system) || !protect_triangle(api, &system)) return api->NullValue();
+    const bool native = system.triangle.datatype != MODLA_INTEGER;
+    const int32_t status = native ? static_cast<int32_t>(solve_natively(system)) : call_solve(api, args, system);
+    if (system.held) api->Free(system.held);
+    const char *const composite = forward ? "cannot forward substitute: modulus is composite"
+                                          : "cannot backward substitute: modulus is composite";
+    report_status(api, status, {{1, composite}, {2, "matrix is singular"}, {10, "not implemented yet"}});
+    return api->NullValue();
 }

@@ -61,6 +61,7 @@ void subtract_columns(const Z &z, int32_t h, int32_t first) {
     const auto &A = z.A;
     if constexpr (decltype(z.A)::c_order) {
         constexpr int32_t most = 128;  // factors at a time, side by side; that many residues can be summed
+        static_assert(uint64_t{most} << 25 < FloatRing::limit && uint64_t{most} << 16 < WordRing::limit);
         alignas(16) Entry factors[most];
         for (int32_t r = h + 1; r < z.n; r += most) {
             const int32_t count = std::min(z.n - r, most);

@@ -154,6 +154,8 @@ bool open_output(const HostApi *api, ModRequest *request) {
     return true;
 }
 
+// ---- Input ----
+
 int32_t line_count(const Selection &selection) {
     return std::max(selection.count, 1);
 }

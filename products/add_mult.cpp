@@ -3,7 +3,7 @@
 #include "host/rtable.h"
 #include "host/subspec.h"
 #include "modla.h"
-#include "products/product.h"
+#include "products/copy_operand.h"
 
 using namespace modla;
 

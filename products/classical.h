@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "engine/move.h"
 #include "products/product.h"
 #include "residue/ring.h"
 
@@ -19,7 +20,7 @@ constexpr int32_t product_rows = 4, product_columns = 64, product_depth = 128;
 //
 // Words: 64 bits hold 2^32 products, whatever the modulus.  With 32 bits, which are faster, a residue and `chunk`
 // products of residues stay below 2^32 because chunk <= floor((2^32 - p)/(p-1)^2).
-struct WideWord {
+struct WideSum {
     using Entry = uint32_t;
     using Value = uint32_t;
     using Sum = uint64_t;
@@ -33,21 +34,14 @@ struct WideWord {
     }
 };
 
-struct NarrowWord {
-    using Entry = uint32_t;
-    using Value = uint32_t;
-    using Sum = uint32_t;
-    WordRing ring;
-    uint32_t reduce(uint32_t t) const { return ring.reduce(t); }
-};
-
-// Floats: a residue and `chunk` products stay below 2^53 because chunk <= floor((2^53 - p)/(p-1)^2).
-struct FloatSum {
-    using Entry = StoredDouble;
-    using Value = double;
-    using Sum = double;
-    FloatRing ring;
-    double reduce(double t) const { return ring.reduce(t); }
+// Floats, too: a residue and `chunk` products stay below 2^53 because chunk <= floor((2^53 - p)/(p-1)^2).
+template <class Ring>
+struct NarrowSum {
+    using Entry = typename Ring::Entry;
+    using Value = typename Ring::Value;
+    using Sum = Value;
+    Ring ring;
+    Value reduce(Value t) const { return ring.reduce(t); }
 };
 
 // One row times a matrix, by dot products along B's columns.
@@ -141,15 +135,15 @@ void multiply_summing(const Accumulator &sums, Product<Entry> product, int32_t c
 inline void multiply_classically(const WordRing &ring, const Product<uint32_t> &product) {
     const int32_t bound = delay_bound(ring);
     if (bound >= std::min(product.k, 16)) {
-        multiply_summing(NarrowWord{ring}, product, bound);
+        multiply_summing(NarrowSum{ring}, product, bound);
     } else {
         const uint32_t wrap = static_cast<uint32_t>(WordRing::limit % ring.p);
-        multiply_summing(WideWord{ring, wrap}, product, product_depth);
+        multiply_summing(WideSum{ring, wrap}, product, product_depth);
     }
 }
 
 inline void multiply_classically(const FloatRing &ring, const Product<StoredDouble> &product) {
-    multiply_summing(FloatSum{ring}, product, delay_bound(ring));
+    multiply_summing(NarrowSum{ring}, product, delay_bound(ring));
 }
 
 }  // namespace modla

@@ -41,7 +41,6 @@ void combine(MODLA_BLOCK_SUM_ARGUMENTS(W), Operation operation) {
 }  // namespace
 
 #define OPERANDS p, pinv, m, k, n, A, ars, acs, B, brs, bcs, C, crs, ccs
-#define BLOCKS p, rows, cols, A, ars, acs, B, brs, bcs, C, crs, ccs
 
 HostObject modLA_MatMult_iw(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t sparse, uint32_t *workspace,
                             int32_t length, int32_t threshold) {
@@ -56,44 +55,22 @@ HostObject modLA_MatMult_f(const HostApi *api, MODLA_PRODUCT_ARGUMENTS(double), 
     return created ? created : api->NullValue();
 }
 
-void modLA_MatMatMult_iw(MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t, uint32_t, int32_t sparse) {
-    classical(OPERANDS, sparse != 0);
-}
-void modLA_MatMatMult_f(MODLA_PRODUCT_ARGUMENTS(double), int32_t, double, int32_t sparse) {
-    classical(OPERANDS, sparse != 0);
-}
-
-void modLA_MatMatMult_iw_SE(MODLA_PRODUCT_ARGUMENTS(uint32_t)) {
-    classical(OPERANDS, true);
-}
-void modLA_MatMatMult_iw_SN(MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t) {
-    classical(OPERANDS, true);
-}
-void modLA_MatMatMult_iw_S1(MODLA_PRODUCT_ARGUMENTS(uint32_t)) {
-    classical(OPERANDS, true);
-}
-void modLA_MatMatMult_iw_NE(MODLA_PRODUCT_ARGUMENTS(uint32_t)) {
-    classical(OPERANDS, false);
-}
-void modLA_MatMatMult_iw_NN(MODLA_PRODUCT_ARGUMENTS(uint32_t), int32_t) {
-    classical(OPERANDS, false);
-}
-void modLA_MatMatMult_iw_N1(MODLA_PRODUCT_ARGUMENTS(uint32_t)) {
-    classical(OPERANDS, false);
-}
-
-void modLA_MatMatMult_f_SN(MODLA_PRODUCT_ARGUMENTS(double), int32_t, double) {
-    classical(OPERANDS, true);
-}
-void modLA_MatMatMult_f_S1(MODLA_PRODUCT_ARGUMENTS(double)) {
-    classical(OPERANDS, true);
-}
-void modLA_MatMatMult_f_NN(MODLA_PRODUCT_ARGUMENTS(double), int32_t, double) {
-    classical(OPERANDS, false);
-}
-void modLA_MatMatMult_f_N1(MODLA_PRODUCT_ARGUMENTS(double)) {
-    classical(OPERANDS, false);
-}
+#define CLASSICAL(name, W, sparse, ...)                                \
+    void name(MODLA_PRODUCT_ARGUMENTS(W) __VA_OPT__(, ) __VA_ARGS__) { \
+        classical(OPERANDS, sparse);                                   \
+    }
+CLASSICAL(modLA_MatMatMult_iw, uint32_t, sparse != 0, int32_t, uint32_t, int32_t sparse)
+CLASSICAL(modLA_MatMatMult_f, double, sparse != 0, int32_t, double, int32_t sparse)
+CLASSICAL(modLA_MatMatMult_iw_SE, uint32_t, true)
+CLASSICAL(modLA_MatMatMult_iw_SN, uint32_t, true, int32_t)
+CLASSICAL(modLA_MatMatMult_iw_S1, uint32_t, true)
+CLASSICAL(modLA_MatMatMult_iw_NE, uint32_t, false)
+CLASSICAL(modLA_MatMatMult_iw_NN, uint32_t, false, int32_t)
+CLASSICAL(modLA_MatMatMult_iw_N1, uint32_t, false)
+CLASSICAL(modLA_MatMatMult_f_SN, double, true, int32_t, double)
+CLASSICAL(modLA_MatMatMult_f_S1, double, true)
+CLASSICAL(modLA_MatMatMult_f_NN, double, false, int32_t, double)
+CLASSICAL(modLA_MatMatMult_f_N1, double, false)
 
 void modLA_MatMatBLAS(MODLA_PRODUCT_ARGUMENTS(double), int32_t, double, int32_t sparse) {
     with_standard_mode([&] { multiply_with_blas({p, pinv}, product(OPERANDS, sparse != 0)); });
@@ -110,6 +87,7 @@ void modLA_StrMatMult_f(MODLA_PRODUCT_ARGUMENTS(double), double *workspace, int3
     });
 }
 
+#define BLOCKS p, rows, cols, A, ars, acs, B, brs, bcs, C, crs, ccs
 void modLA_MatMatAdd_iw(MODLA_BLOCK_SUM_ARGUMENTS(uint32_t)) {
     combine(BLOCKS, residue_sum<uint32_t>);
 }

@@ -3,6 +3,7 @@
 #include "host/rtable.h"
 #include "host/subspec.h"
 #include "modla.h"
+#include "products/copy_operand.h"
 #include "products/general_product.h"
 
 using namespace modla;

@@ -1,9 +1,7 @@
-// A product of matrices, and copies of its operands.
+// A product of matrices.
 #pragma once
 
 #include "blocks/operand.h"
-#include "engine/move.h"
-#include "host/work_memory.h"
 
 namespace modla {
 
@@ -15,13 +13,5 @@ struct Product {
     Operand<Entry> C;
     bool sparse;  // zeros of A are worth a test
 };
-
-// A copy of a block in memory from Alloc; without data when there was none.
-template <class Entry>
-Operand<Entry> copy_operand(const HostApi *api, const Block &block) {
-    const Operand<Entry> copy = allocate_like<Entry>(api, block);
-    if (copy.data) copy_entries(shape_of(block), operand_of<const Entry>(block), copy);
-    return copy;
-}
 
 }  // namespace modla

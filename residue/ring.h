@@ -188,17 +188,10 @@ inline WordRing kernel_ring(uint32_t p, double) {
 inline FloatRing kernel_ring(double p, double pinv) {
     return {p, pinv};
 }
-inline uint32_t *entries(uint32_t *data) {
-    return data;
-}
-inline const uint32_t *entries(const uint32_t *data) {
-    return data;
-}
-inline StoredDouble *entries(double *data) {
-    return reinterpret_cast<StoredDouble *>(data);
-}
-inline const StoredDouble *entries(const double *data) {
-    return reinterpret_cast<const StoredDouble *>(data);
+template <class W>
+auto entries(W *data) {
+    using Double = std::conditional_t<std::is_const_v<W>, const StoredDouble, StoredDouble>;
+    return reinterpret_cast<std::conditional_t<std::is_floating_point_v<W>, Double, W> *>(data);
 }
 
 }  // namespace modla
