@@ -47,11 +47,18 @@ OTHER_GOALS = {
     'gcd': {(65521, 200): 1.5, (65521, 2000): 4, (65521, 20000): 1},
 }
 TITLES = {
-    'multiply': 'Multiply, n x n', 'matvec': 'Multiply, n x n times a vector', 'rref': 'RowReduce, reduced form, full rank',
-    'rref_half_rank': 'RowReduce, reduced form, rank n/2', 'determinant': 'Determinant', 'lu': 'LUDecomp',
-    'forward_substitution': 'ForSub, n right-hand sides', 'backward_substitution': 'BackSub, n right-hand sides',
-    'nullspace': 'MatBasis with nullspace, rank n/2', 'charpoly': 'ZigZag; peers: characteristic polynomial by elimination',
-    'charpoly_krylov': 'ZigZag; peers: by Krylov methods', 'gcd': 'MatGcd, two polynomials of degree n',
+    'multiply': 'Multiply, n x n',
+    'matvec': 'Multiply, n x n times a vector',
+    'rref': 'RowReduce, reduced form, full rank',
+    'rref_half_rank': 'RowReduce, reduced form, rank n/2',
+    'determinant': 'Determinant',
+    'lu': 'LUDecomp',
+    'forward_substitution': 'ForSub, n right-hand sides',
+    'backward_substitution': 'BackSub, n right-hand sides',
+    'nullspace': 'MatBasis with nullspace, rank n/2',
+    'charpoly': 'ZigZag; peers: characteristic polynomial by elimination',
+    'charpoly_krylov': 'ZigZag; peers: by Krylov methods',
+    'gcd': 'MatGcd, two polynomials of degree n',
 }
 # Operations by n^3 (n^2 for matvec).
 OPERATIONS = {'multiply': 2, 'matvec': 2, 'rref': 2 / 3, 'rref_half_rank': 17 / 24, 'determinant': 2 / 3, 'lu': 2 / 3,
@@ -143,11 +150,13 @@ def peer_builds():
     head, path = blas('x86_64-linux-gnu')
     wide = ['-O2', '-march=native', '-std=c++17']
     # OpenBLAS knows processors by their model, and takes its slowest kernels on one that is newer than itself.
-    core = 'SkylakeX' if {'avx512f', 'avx512bw', 'avx512vl', 'avx512dq'} <= FLAGS else 'Haswell' if 'avx2' in FLAGS else None
+    core = 'Haswell' if 'avx2' in FLAGS else None
+    if {'avx512f', 'avx512bw', 'avx512vl', 'avx512dq'} <= FLAGS:
+        core = 'SkylakeX'
     builds = {
         'flint64': (64, 'flint.cpp', wide + ['-lflint', '-lgmp'], {}),
-        'fflas64': (64, 'fflas.cpp', wide + [head, f'-L{path}', f'-Wl,-rpath,{path}', '-lopenblas', '-lgivaro', '-lgmpxx', '-lgmp'],
-                    {'OPENBLAS_CORETYPE': core} if core else {}),
+        'fflas64': (64, 'fflas.cpp', wide + [head, f'-L{path}', f'-Wl,-rpath,{path}', '-lopenblas', '-lgivaro',
+                                             '-lgmpxx', '-lgmp'], {'OPENBLAS_CORETYPE': core} if core else {}),
         'ntl64': (64, 'ntl.cpp', wide + ['-lntl', '-lgmp'], {}),
         'm4ri64': (64, 'm4ri.cpp', wide + ['-lm4ri'], {}),
     }
@@ -173,7 +182,8 @@ def peer_builds():
 def build(name, source, arguments):
     target, source = BUILT / name, SOURCES / source
     command, stamp = ['g++', str(source), '-o', str(target)] + arguments, BUILT / f'{name}.stamp'
-    made_of = hashlib.sha256(str(command).encode() + source.read_bytes() + (SOURCES / 'driver.h').read_bytes()).hexdigest()
+    contents = str(command).encode() + source.read_bytes() + (SOURCES / 'driver.h').read_bytes()
+    made_of = hashlib.sha256(contents).hexdigest()
     if target.exists() and stamp.exists() and stamp.read_text() == made_of:
         return True
     print(f'Building {name}', flush=True)
@@ -334,11 +344,11 @@ def markdown(report):
     lines = ['# modLA beside its peers', '', report['description'], '',
              f'Peaks of 32-bit code on registers, Gop/s: {peaks}.', '',
              'Versions: ' + ', '.join(f'{name} {version}' for name, version in report['versions'].items()) + '.', '',
-             'modLA is the 32-bit library, called through a host\'s table, conversions included; the peers are called with '
-             'entries in their own form. *Ratio* is the best peer\'s time divided by modLA\'s: above 1 modLA is faster. '
-             '*Of peak* compares with the fastest instruction that multiplies such residues exactly. All results agreed '
-             'with those of all peers' + (
-                 '.' if all(s['agree'] for s in summaries) else ', **except where marked with !**.')]
+             "modLA is the 32-bit library, called through a host's table, conversions included; the peers are called "
+             "with entries in their own form. *Ratio* is the best peer's time divided by modLA's: above 1 modLA wins. "
+             '*Of peak* compares with the fastest instruction that multiplies such residues exactly. All results '
+             'agreed with those of all peers' +
+             ('.' if all(s['agree'] for s in summaries) else ', **except where marked with !**.')]
     work = None
     for s in summaries:
         row = s['row']
@@ -398,8 +408,9 @@ def ratio_picture(report):
         x = log_position(s['ratio64'], low, high, left, right)
         colour = '#2a7' if s['ratio64'] >= (s['goal'] or 1) else '#38c' if s['ratio64'] >= 1 else '#c73'
         name = TITLES[row.work].split(';')[0] if row.work != 'charpoly_krylov' else 'ZigZag (Krylov)'
-        parts += [text(left - 6, y + 11, f'{name}, p = {row.p}, n = {row.n}' + (', floats' if row.p == 65521 and
-                                                                               row.datatype == FLOATS else ''), 'end'),
+        if row.p < 65536 and row.datatype == FLOATS:
+            name += ', floats'
+        parts += [text(left - 6, y + 11, f'{name}, p = {row.p}, n = {row.n}', 'end'),
                   f'<rect x="{left}" y="{y + 2}" width="{max(x - left, 1):.1f}" height="11" fill="{colour}"/>',
                   text(right + 8, y + 11, ratio_text(s['ratio64']))]
         if s['goal']:
@@ -410,11 +421,12 @@ def ratio_picture(report):
 
 def product_picture(report):
     """Gop/s of products over n: modLA solid, the best 64-bit peer dashed."""
+    colours = {251: '#2a7', 4093: '#38c', 65521: '#c73', 33554393: '#84b'}
     curves = collections.defaultdict(list)
     for result in report['results']:
         s = summary_of(result, report)
         row = s['row']
-        if row.work == 'multiply' and row.p in (251, 4093, 65521, 33554393) and not (row.p == 65521 and row.datatype == FLOATS):
+        if row.work == 'multiply' and row.p in colours and (row.datatype == WORDS or row.p > 65536):
             curves[row.p, 'modLA'].append((row.n, s['rate']))
             if 64 in s:
                 curves[row.p, 'peer'].append((row.n, operations_of(row) / s[64][0] / 1e9))
@@ -428,12 +440,11 @@ def product_picture(report):
     for rate in (1, 2, 5, 10, 20, 50, 100, 200, 500, 1000):
         y = log_position(rate, low, high, bottom, top)
         parts += [line(left, y, right, y, '#eee'), text(left - 6, y + 4, rate, 'end')]
-    colours = {251: '#2a7', 4093: '#38c', 65521: '#c73', 33554393: '#84b'}
     for (p, who), points in sorted(curves.items()):
-        places = ' '.join(f'{log_position(n, 64, 2048, left, right):.1f},{log_position(rate, low, high, bottom, top):.1f}'
-                          for n, rate in sorted(points))
-        parts.append(f'<polyline points="{places}" fill="none" stroke="{colours[p]}" stroke-width="2"' +
-                     (' stroke-dasharray="6 4"' if who == 'peer' else '') + '/>')
+        places = ' '.join(f'{log_position(n, 64, 2048, left, right):.1f},'
+                          f'{log_position(rate, low, high, bottom, top):.1f}' for n, rate in sorted(points))
+        dashes = ' stroke-dasharray="6 4"' if who == 'peer' else ''
+        parts.append(f'<polyline points="{places}" fill="none" stroke="{colours[p]}" stroke-width="2"{dashes}/>')
     for i, (p, colour) in enumerate(colours.items()):
         parts += [line(right + 20, top + 20 * i, right + 50, top + 20 * i, colour, 'stroke-width="3"'),
                   text(right + 56, top + 4 + 20 * i, f'p = {p}')]
@@ -455,11 +466,38 @@ def write_reports(report, directory, name):
 
 # ---- the run ----
 
+def line_of(s):
+    """A row while the run goes on."""
+    words = f"{' '.join(map(str, s['row'])):<46}{time_text(s['ours']):>9}"
+    words += f"{s['rate']:9.1f} Gop/s" if 'rate' in s else ' ' * 15
+    if 64 in s:
+        words += f"{ratio_text(s['ratio64']):>7} (goal {s['goal'] or '-'}) {s[64][1]} {time_text(s[64][0])}"
+    if 'other' in s:
+        words += f"{s['other']:7.2f} x the other library"
+    return words
+
+
+def describe(report, clocks, minutes, options):
+    """Says where and how the run took place, and whether the machine was quiet."""
+    sets = ('sse2', 'avx2', 'fma', 'avx_vnni', 'avx512f', 'avx512_vnni', 'avx512ifma', 'gfni')
+    share = min(result['share'] for result in report['results'])
+    report['quiet'] = share > 0.97
+    report['description'] = (
+        f"{CPU['model name']} (family {CPU['cpu family']}, model {CPU['model']}), "
+        f"{' '.join(name for name in sets if name in FLAGS)}; {report['ports']} port(s) for products of 512 bits; "
+        f"clock {min(clocks):.2f} to {max(clocks):.2f} GHz by a chain of multiplications before every row. "
+        f"{platform.system()} {platform.release()}, {time.strftime('%Y-%m-%d')}, {minutes:.0f} minutes on core "
+        f"{options.core}; medians of at least five; in every row modLA and its peers had at least {100 * share:.0f} % of "
+        "the core's time"
+        + ('' if report['quiet'] else ': **the machine was not quiet**') + '.'
+        + (' The peers were measured in earlier runs.' if options.no_peers else ''))
+
+
 def parse_arguments():
     parser = argparse.ArgumentParser(prog='bench/run', description='Measures modLA beside its peers on one core.')
-    parser.add_argument('--quick', action='store_true', help='a third of the rows, 64-bit peers only: less than 3 minutes')
-    parser.add_argument('--rows', metavar='REGEX', help='rows "WORK P N DATATYPE" that hold this, as in "multiply 251 1024"')
-    parser.add_argument('--no-peers', action='store_true', help="compare with the times of the peers' latest run on this machine")
+    parser.add_argument('--quick', action='store_true', help='a third of the rows, 64-bit peers only: 3 minutes')
+    parser.add_argument('--rows', metavar='REGEX', help='rows "WORK P N DATATYPE" that match, as "multiply 251"')
+    parser.add_argument('--no-peers', action='store_true', help="compare with the peers' latest times on this machine")
     parser.add_argument('--library', metavar='PATH', help='another libmodla.so to measure beside this one')
     parser.add_argument('--core', type=int, default=0, help='the core to run on (0)')
     parser.add_argument('--output', type=pathlib.Path, metavar='DIRECTORY',
@@ -482,8 +520,10 @@ def recorded_peers():
 def main():
     options = parse_arguments()
     options.span = 0.015 if options.quick else 0.03
-    rows = [row for row in all_rows() if (not options.quick or is_quick(row)) and
-            (not options.rows or re.search(options.rows, ' '.join(map(str, row))))]
+    rows = [row for row in all_rows() if (re.search(options.rows, ' '.join(map(str, row))) if options.rows else
+                                          is_quick(row) or not options.quick)]
+    if not rows:
+        sys.exit('no row matches; --list shows them all')
     if options.list:
         print('\n'.join(' '.join(map(str, row)) for row in rows))
         return 0
@@ -528,28 +568,13 @@ def main():
         report['results'].append(result)
         s = summary_of(result, report)
         wrong += not s['agree']
-        print(f"{' '.join(map(str, row)):<46}{time_text(s['ours']):>9}" +
-              (f"{s['rate']:9.1f} Gop/s" if 'rate' in s else ' ' * 15) +
-              (f"{ratio_text(s['ratio64']):>7} (goal {s['goal'] or '-'}) {s[64][1]} {time_text(s[64][0])}" if 64 in s else '') +
-              (f"{s['other']:7.2f} x the other library" if 'other' in s else '') +
-              ('' if s['agree'] else f'  RESULTS DIFFER: {result}'), flush=True)
+        print(line_of(s) + ('' if s['agree'] else f'  RESULTS DIFFER: {result}'), flush=True)
     if not report['results']:
         return 1
     for name, rate in peaks().items():
         report['peaks'][name] = max(rate, before[name])
-    least = min(result['share'] for result in report['results'])
-    instruction_sets = [flag for flag in ('sse2', 'avx2', 'fma', 'avx_vnni', 'avx512f', 'avx512_vnni', 'avx512ifma', 'gfni')
-                        if flag in FLAGS]
     report['versions'] = versions()
-    report['quiet'] = least > 0.97
-    report['description'] = (
-        f"{CPU['model name']} (family {CPU['cpu family']}, model {CPU['model']}), {' '.join(instruction_sets)}; "
-        f"{report['ports']} port(s) for products of 512 bits; clock {min(clocks):.2f} to {max(clocks):.2f} GHz by a chain "
-        f"of multiplications before every row. {platform.system()} {platform.release()}, "
-        f"{time.strftime('%Y-%m-%d')}, {(time.monotonic() - start) / 60:.0f} minutes on core {options.core}; medians of at "
-        f"least five; in every row modLA and its peers had at least {100 * least:.0f} % of the core's time"
-        + ('' if report['quiet'] else ': **the machine was not quiet**') + '.'
-        + (' The peers were measured in earlier runs.' if options.no_peers else ''))
+    describe(report, clocks, (time.monotonic() - start) / 60, options)
     full = len(report['results']) == len(all_rows()) and not options.no_peers
     directory = options.output or (ROOT / 'bench/results' if full else ROOT / 'build/bench')
     if not options.no_peers:
