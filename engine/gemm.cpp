@@ -8,6 +8,7 @@
 namespace modla {
 
 bool route_takes(Route route, uint32_t p, bool doubles) {
+    if (p < 2) return false;  // which a kernel may be called with
     const Processor &has = processor();
     switch (route) {
         case Route::bits:
@@ -21,7 +22,7 @@ bool route_takes(Route route, uint32_t p, bool doubles) {
         case Route::limbs:
             return has.avx512_vnni && doubles && p > 65535 && p <= 1u << 20;
         case Route::wide:
-            return has.avx512_ifma && doubles && p > 65535;
+            return has.avx512_ifma && doubles && p > 65535 && p < 1u << 25;
     }
     return false;
 }
@@ -43,45 +44,70 @@ bool gemm_with(Route route, GemmTask task) {
 
 namespace {
 
-// Routes in the order of their speed.
-constexpr Route routes[] = {Route::bits, Route::bytes, Route::pairs, Route::triple, Route::limbs, Route::wide};
+// Is the product large enough for its packing to pay?  Measured against the plain products of n x n and thin operands:
+// those of words are slower than CBLAS, which doubles leave when its sums would be too short.
+bool pays(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
+    const int64_t products = int64_t{m} * k * n;
+    if (!doubles) return m > 1 && n > 1 && products >= 64;
+    if (products < 700 || m < 3) return false;
+    if (p > 1u << 22) return n > 1;
+    return n > 4 && int64_t{m} * n >= 64 && (p <= 65535 || m > 7);
+}
+
+// The fastest route, where there is one that pays.
+bool choose(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles, Route *route) {
+    if (!pays(p, m, k, n, doubles)) return false;
+    // Limbs take three packed forms of each operand, which thin ones do not repay.
+    const bool thin = m < 32 || k < 32 || n < 32;
+    const Route by_speed[] = {
+        Route::bits,  Route::bytes, Route::pairs, Route::triple, thin ? Route::wide : Route::limbs,
+        Route::limbs, Route::wide};
+    for (const Route candidate : by_speed) {
+        *route = candidate;
+        if (route_takes(candidate, p, doubles)) return true;
+    }
+    return false;
+}
 
 template <class Entry>
-bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Strided<const Entry> A,
-              Strided<const Entry> B, Strided<Entry> C, bool doubles) {
-    // Thin and small products lose more by packing than they gain.
-    if (m < 8 || n < 8 || k < 8) return false;
+bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
+              Operand<const Entry> B, Operand<Entry> C) {
+    constexpr bool doubles = sizeof(Entry) == sizeof(double);
+    Route route;
+    if (!choose(p, m, k, n, doubles, &route)) return false;
     const GemmTask task = {p,
                            static_cast<int>(update),
                            m,
                            k,
                            n,
-                           doubles,
+                           sizeof(Entry) == sizeof(double),
                            A.data,
-                           A.row_step,
-                           A.column_step,
+                           A.steps.row,
+                           A.steps.column,
                            B.data,
-                           B.row_step,
-                           B.column_step,
+                           B.steps.row,
+                           B.steps.column,
                            C.data,
-                           C.row_step,
-                           C.column_step};
-    for (const Route route : routes) {
-        if (route_takes(route, p, doubles)) return gemm_with(route, task);
-    }
-    return false;
+                           C.steps.row,
+                           C.steps.column};
+    return gemm_with(route, task);
 }
 
 }  // namespace
 
-bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Strided<const uint32_t> A,
-          Strided<const uint32_t> B, Strided<uint32_t> C) {
-    return multiply(p, update, m, k, n, A, B, C, false);
+bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
+    Route route;
+    return choose(p, m, k, n, doubles, &route);
 }
 
-bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Strided<const StoredDouble> A,
-          Strided<const StoredDouble> B, Strided<StoredDouble> C) {
-    return multiply(p, update, m, k, n, A, B, C, true);
+bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,
+          Operand<const uint32_t> B, Operand<uint32_t> C) {
+    return multiply(p, update, m, k, n, A, B, C);
+}
+
+bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
+          Operand<const StoredDouble> B, Operand<StoredDouble> C) {
+    return multiply(p, update, m, k, n, A, B, C);
 }
 
 }  // namespace modla

@@ -7,25 +7,21 @@
 // plain product, which the caller then makes.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
+#include "blocks/operand.h"
 #include "residue/ring.h"
 
 namespace modla {
 
 enum class Update { store, add, subtract };
 
-// The matrix whose entry (i, j) is data[i * row_step + j * column_step].
-template <class Entry>
-struct Strided {
-    Entry *data;
-    ptrdiff_t row_step, column_step;
-};
+// Would a product of this size be served, if there is memory?
+bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles);
 
-bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Strided<const uint32_t> A,
-          Strided<const uint32_t> B, Strided<uint32_t> C);
-bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Strided<const StoredDouble> A,
-          Strided<const StoredDouble> B, Strided<StoredDouble> C);
+bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,
+          Operand<const uint32_t> B, Operand<uint32_t> C);
+bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
+          Operand<const StoredDouble> B, Operand<StoredDouble> C);
 
 }  // namespace modla

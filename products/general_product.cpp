@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/gemm.h"
 #include "host/rtable.h"
 #include "products/blas_product.h"
 #include "products/classical.h"
@@ -27,6 +28,15 @@ bool provide(const HostApi *api, const Workspace<Entry> &given, int64_t needed, 
     return true;
 }
 
+// The engine's product, where it is faster than the routes below.  It takes no memory of the host.
+template <class Entry>
+bool multiply_packed(uint32_t p, const Product<Entry> &product) {
+    const auto &[m, k, n, A, B, C, sparse] = product;
+    if (!gemm_serves(p, m, k, n, std::is_same_v<Entry, StoredDouble>)) return false;
+    return with_standard_mode(
+        [&] { return gemm(p, Update::store, product.m, product.k, product.n, product.A, product.B, product.C); });
+}
+
 }  // namespace
 
 bool modla::multiply(const HostApi *api, const WordRing &ring, const Product<uint32_t> &product,
@@ -34,11 +44,12 @@ bool modla::multiply(const HostApi *api, const WordRing &ring, const Product<uin
     *created = 0;
     const auto &[m, k, n, A, B, C, sparse] = product;
     if (std::min({m, k, n}) <= std::max(given.threshold, 1)) {
-        multiply_classically(ring, product);
+        if (!multiply_packed(ring.p, product)) multiply_classically(ring, product);
         return true;
     }
     uint32_t *workspace;
     if (!provide(api, given, strassen_workspace(m, k, n), MODLA_INTEGER4, &workspace, created)) return false;
+    if (multiply_packed(ring.p, product)) return true;
     multiply_by_strassen(ring, product, workspace, std::max(given.threshold, strassen_words_break_even));
     return true;
 }
@@ -47,20 +58,24 @@ bool modla::multiply(const HostApi *api, const FloatRing &ring, const Product<St
                      const Workspace<StoredDouble> &given, HostObject *created) {
     *created = 0;
     const auto &[m, k, n, A, B, C, sparse] = product;
+    const uint32_t modulus = modulus_of(ring.p);
     const int32_t L = delay_bound(ring);
     if (k > 1 && k <= L) {
+        if (multiply_packed(modulus, product)) return true;
         with_standard_mode([&] { multiply_with_blas(ring, product); });
         return true;
     }
     const BlasRecursion recursion = blas_recursion(m, k, n, L);
     const bool blas_base = int64_t{recursion.m} * recursion.n > blas_recursion_least;
     if (k == 1 || (!blas_base && !with_standard_mode([&] { return strassen_pays(m, k, n); }))) {
+        if (multiply_packed(modulus, product)) return true;
         with_standard_mode([&] { multiply_classically(ring, product); });
         return true;
     }
     StoredDouble *workspace;
     const int64_t needed = blas_base ? recursion.workspace : strassen_workspace(m, k, n);
     if (!provide(api, given, needed, MODLA_FLOAT8, &workspace, created)) return false;
+    if (multiply_packed(modulus, product)) return true;
     with_standard_mode([&] { multiply_by_strassen(ring, product, workspace, L, blas_base); });
     return true;
 }

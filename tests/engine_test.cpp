@@ -197,9 +197,9 @@ TYPED_TEST(Engine, TheDoor) {
             const Matrix<TypeParam> A(n, n, 2, any), B(n, n, 6, any), C(n, n, 0, any);
             Matrix<TypeParam> expected = C, result = C;
             const bool served =
-                gemm(p, Update::subtract, n, n, n, Strided<const TypeParam>{A.data(), A.row_step, A.column_step},
-                     Strided<const TypeParam>{B.data(), B.row_step, B.column_step},
-                     Strided<TypeParam>{result.data(), C.row_step, C.column_step});
+                gemm(p, Update::subtract, n, n, n, Operand<const TypeParam>{A.data(), {A.row_step, A.column_step}},
+                     Operand<const TypeParam>{B.data(), {B.row_step, B.column_step}},
+                     Operand<TypeParam>{result.data(), {C.row_step, C.column_step}});
             if (served) multiply_model(p, Update::subtract, A, B, expected);
             EXPECT_TRUE(result.storage == expected.storage) << p << " " << n;
         }
