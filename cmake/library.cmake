@@ -1,5 +1,7 @@
 # The product engine, which tests drive route by route.
 add_library(modla_engine OBJECT
+  ${PROJECT_SOURCE_DIR}/engine/avx2.cpp
+  ${PROJECT_SOURCE_DIR}/engine/avx2_kernels.S
   ${PROJECT_SOURCE_DIR}/engine/avx512.cpp
   ${PROJECT_SOURCE_DIR}/engine/avx512_kernels.S
   ${PROJECT_SOURCE_DIR}/engine/gemm.cpp
@@ -12,6 +14,8 @@ add_library(modla_engine OBJECT
 # own headers for uninitialised ones.)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp PROPERTIES COMPILE_OPTIONS
   "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mavx512ifma;-mavx512vbmi;-mgfni;-mbmi2;-Wno-uninitialized;$<$<CONFIG:Release>:-O2>;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx2.cpp PROPERTIES COMPILE_OPTIONS
+  "-mavx2;-mfma;$<$<CONFIG:Release>:-O2>")
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/rows_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2;-mfma")
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/rows_avx512.cpp PROPERTIES COMPILE_OPTIONS
   "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mfma;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")

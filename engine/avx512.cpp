@@ -141,7 +141,7 @@ int32_t smaller(int32_t a, int32_t b) {
     return a < b ? a : b;
 }
 
-constexpr int tile_rows = 7, plane_bytes = tile_rows * 64;
+constexpr int vector_bytes = 64, tile_rows = 7, plane_bytes = tile_rows * vector_bytes;
 
 // Rows of B, 0 where there are none.
 template <class Storage>
@@ -166,7 +166,7 @@ struct Bytes {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
     static constexpr int products[1] = {4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 448, block_columns = 256;
-    static constexpr bool across_first = false;
+    static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 1024;
     Modulus modulus;
@@ -201,7 +201,7 @@ struct Pairs {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
     static constexpr int products[1] = {2};
     static constexpr int32_t group_products = 8, group_rows = 2, block_rows = 224, block_columns = 256;
-    static constexpr bool across_first = false;
+    static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = true;
     int32_t depth;
     Modulus modulus;
@@ -244,7 +244,7 @@ struct Triple {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 2, stride = 1088;
     static constexpr int products[2] = {2, 4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 224, block_columns = 256;
-    static constexpr bool across_first = false;
+    static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = true;
     static constexpr int32_t depth = 448;
     Modulus modulus;
@@ -325,7 +325,7 @@ struct Limbs {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 3, stride = 1088;
     static constexpr int products[3] = {2, 2, 4};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 112, block_columns = 256;
-    static constexpr bool across_first = false;
+    static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = true;
     static constexpr int32_t depth = 448;
     Modulus modulus;
@@ -403,7 +403,7 @@ struct Wide {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 8, planes = 1, stride = 2112;
     static constexpr int products[1] = {1};
     static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 56, block_columns = 256;
-    static constexpr bool across_first = false;
+    static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 256;
     struct {
@@ -455,7 +455,7 @@ struct Bits {
     static constexpr int rows = 32, vectors = 4, line_rows = 8, columns = 64, planes = 1, stride = 1088;
     static constexpr int products[1] = {8};
     static constexpr int32_t group_products = 32, group_rows = 8, block_rows = 512, block_columns = 512;
-    static constexpr bool across_first = true;
+    static constexpr bool across_first = true, doubles = false;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 1024;
     __m512i turn;  // the transposition of 8 x 8 bytes
@@ -568,8 +568,9 @@ bool multiply_with_avx512(Route route, const GemmTask &task) {
             return packed_product<Limbs, Doubles<false>>(task);
         case Route::wide:
             return packed_product<Wide, Doubles<false>>(task);
+        default:
+            return false;
     }
-    return false;
 }
 
 }  // namespace modla

@@ -23,6 +23,10 @@ bool route_takes(Route route, uint32_t p, bool doubles) {
             return has.avx512_vnni && doubles && p > 65535 && p <= 1u << 20;
         case Route::wide:
             return has.avx512_ifma && doubles && p > 65535 && p < 1u << 25;
+        case Route::pairs2:
+            return has.avx2 && p <= 8191;
+        case Route::balanced2:
+            return has.avx2 && p < 1u << 25 && (doubles || p <= 65535);
     }
     return false;
 }
@@ -39,7 +43,8 @@ bool gemm_with(Route route, GemmTask task) {
         std::swap(task.a_column, task.b_row);
         std::swap(task.c_row, task.c_column);
     }
-    return multiply_with_avx512(route, task);
+    const bool avx2 = route == Route::pairs2 || route == Route::balanced2;
+    return avx2 ? multiply_with_avx2(route, task) : multiply_with_avx512(route, task);
 }
 
 namespace {
@@ -60,8 +65,8 @@ bool choose(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles, Route *ro
     // Limbs take three packed forms of each operand, which thin ones do not repay.
     const bool thin = m < 32 || k < 32 || n < 32;
     const Route by_speed[] = {
-        Route::bits,  Route::bytes, Route::pairs, Route::triple, thin ? Route::wide : Route::limbs,
-        Route::limbs, Route::wide};
+        Route::bits,  Route::bytes, Route::pairs,  Route::triple,   thin ? Route::wide : Route::limbs,
+        Route::limbs, Route::wide,  Route::pairs2, Route::balanced2};
     for (const Route candidate : by_speed) {
         *route = candidate;
         if (route_takes(candidate, p, doubles)) return true;

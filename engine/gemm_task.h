@@ -15,8 +15,11 @@ enum class Route {
     triple,  // p <= 65535: the sums modulo 2^32 by pairs and modulo 255 by bytes
     limbs,   // 2^16 < p <= 2^20, doubles: limbs of 8 and 12 bits, three products
     wide,    // 2^16 < p < 2^25, doubles: 52-bit products in 64-bit sums
+    // With AVX2:
+    pairs2,    // p <= 8191: as pairs
+    balanced2  // p < 2^25: balanced residues in doubles
 };
-constexpr int route_count = 6;
+constexpr int route_count = 8;
 
 struct GemmTask {
     uint32_t p;
@@ -40,6 +43,7 @@ bool gemm_with(Route route, GemmTask task);
 // Each multiplies with one set of instructions, which the caller has found to be usable, by a route that takes p and the
 // entries.  False: there is no memory; nothing was written.
 bool multiply_with_avx512(Route route, const GemmTask &task);
+bool multiply_with_avx2(Route route, const GemmTask &task);
 
 // Memory for packed operands, to be given to free(); null when there is none.  Up to kept_packing_memory bytes are likely
 // to come without fresh pages.

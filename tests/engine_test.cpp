@@ -13,7 +13,7 @@ using namespace modla;
 
 namespace {
 
-constexpr const char *route_names[] = {"bits", "bytes", "pairs", "triple", "limbs", "wide"};
+constexpr const char *route_names[] = {"bits", "bytes", "pairs", "triple", "limbs", "wide", "pairs2", "balanced2"};
 static_assert(std::size(route_names) == route_count);
 
 // A matrix at some steps within guarded storage that may be aligned to 4 bytes only.
