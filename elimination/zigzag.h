@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "elimination/row_update.h"
 #include "engine/rows.h"
 
 namespace modla {
@@ -53,29 +52,33 @@ void scale(const Z &z, int32_t i, int32_t column, Value f, int32_t row, Value in
     scale_line(z.ring, z.A.column(i, row), z.n - row, inverse);
 }
 
-// Subtracts from column h, from row `first` on, the columns r = h+1..n-1, each times entry r of column h-1.
-template <class Z>
-void subtract_columns(const Z &z, int32_t h, int32_t first) {
+constexpr int32_t factors_at_once = 512;  // copied side by side
+
+// Adds to column h, from row `first` on, the columns r = from..n-1, each times factor(r).
+template <class Z, class Factor>
+void add_columns(const Z &z, int32_t h, int32_t first, int32_t from, const Factor &factor) {
     using Entry = typename decltype(z.A)::Entry;
     const auto &ring = z.ring;
     const auto &A = z.A;
     if constexpr (decltype(z.A)::c_order) {
-        constexpr int32_t most = 128;  // factors at a time, side by side; that many residues can be summed
-        static_assert(uint64_t{most} << 25 < FloatRing::limit && uint64_t{most} << 16 < WordRing::limit);
-        alignas(16) Entry factors[most];
-        for (int32_t r = h + 1; r < z.n; r += most) {
-            const int32_t count = std::min(z.n - r, most);
-            for (int32_t k = 0; k < count; k++) factors[k] = ring.negate(A.at(r + k, h - 1));
-            for (int32_t i = first; i < z.n; i++) {
+        alignas(16) Entry factors[factors_at_once];
+        for (int32_t r = from; r < z.n; r += factors_at_once) {
+            const int32_t count = std::min(z.n - r, factors_at_once);
+            bool any = false;
+            for (int32_t k = 0; k < count; k++) {
+                factors[k] = factor(r + k);
+                any |= factors[k] != 0;
+            }
+            for (int32_t i = first; any && i < z.n; i++) {
                 const auto sum = dot_residues(ring, A.row(i, r), Line<Entry, UnitStep>{factors, {}}, count, z.limit);
-                A.at(i, h) = ring.reduce(A.at(i, h) + sum);
+                A.at(i, h) = ring.add(A.at(i, h), sum);
             }
         }
     } else {
         const auto target = A.column(h, first);
         int32_t delayed = 0;  // unreduced multiples in the target
-        for (int32_t r = h + 1; r < z.n; r++) {
-            const auto f = ring.negate(A.at(r, h - 1));
+        for (int32_t r = from; r < z.n; r++) {
+            const auto f = factor(r);
             if (f == 0) continue;
             if (++delayed < z.limit) {
                 add_multiple(ring, target, A.column(r, first), z.n - first, f);
@@ -88,25 +91,70 @@ void subtract_columns(const Z &z, int32_t h, int32_t first) {
     }
 }
 
-// Column j of the block gets its single 1, which stands in row h = j+1: the m_r = A[r][j] of all other rows are cleared
-// by row r -= m_r * row h, and column h += m_r * column r is the inverse.  The pairs for different r commute, so that
-// all row operations may come first.
-template <class Z>
-void clear_column(const Z &z, int32_t start, int32_t j) {
-    const auto &ring = z.ring;
-    const auto &A = z.A;
-    const int32_t h = j + 1;
-    const auto entries = A.column(j, start);  // the negated m_r meanwhile
-    for (int32_t k = 0; k < z.n - start; k++) entries[k] = ring.negate(entries[k]);
+// Column j of the block gets its single 1, in row h = j+1 in place of the pivot: row h is divided by it, and column h
+// multiplied.  Then the m_r = A[r][j] of all other rows are cleared by row r -= m_r * row h, and column h += m_r * column r
+// is the inverse.  The pairs for different r commute, so that all row operations may come first.
+//
+// The columns r = start..j are a single 1 in row r+1; the others are added while their rows are at hand.  Every step is
+// made in one pass over the matrix: lines across the order of storage are slow to reach.
+template <class Ring, class M>
+void clear_column(const ZigZag<Ring, M> &z, int32_t start, int32_t j, typename Ring::Value pivot,
+                  typename Ring::Value inverse) {
+    using Entry = typename M::Entry;
+    using Value = typename Ring::Value;
+    const Ring &ring = z.ring;
+    const M &A = z.A;
+    const int32_t h = j + 1, rows = z.n - start;
     A.at(h, j) = 0;
-    const DelayedReductions at_once = {nullptr, 0};
-    update_rows(ring, A, at_once, h, j, start, z.n, z.n);
-    subtract_columns(z, h, start);
-    // The columns r = start..j are a single 1 in row r+1.
-    for (int32_t r = start; r <= j; r++) {
-        A.at(r + 1, h) = ring.reduce(A.at(r + 1, h) + ring.negate(A.at(r, j)));
+    if constexpr (M::c_order) {
+        scale_line(ring, A.row(h, h), z.n - h, inverse);
+        A.at(h, h) = ring.multiply(A.at(h, h), pivot);
+        Entry factors[factors_at_once];
+        int32_t r = h + 1;
+        do {
+            const int32_t count = std::min(z.n - r, factors_at_once);
+            const bool first = r == h + 1, last = r + count == z.n;
+            for (int32_t k = 0; k < count; k++) factors[k] = A.at(r + k, j);
+            const auto combine = [&](int32_t i, const Value &above) {
+                const Value m = A.at(i, j), f = ring.negate(m);
+                Value sum = add_multiple_and_dot(ring, A.row(i, r), A.row(h, r), Line<Entry, UnitStep>{factors, {}},
+                                                 count, f, z.limit);
+                if (start < i && i <= h && first) sum = ring.add(sum, above);
+                const Value x = first && i != h ? ring.multiply_add(f, A.at(h, h), ring.multiply(A.at(i, h), pivot))
+                                                : Value(A.at(i, h));
+                A.at(i, h) = ring.add(x, sum);
+                if (last) A.at(i, j) = 0;
+                return m;
+            };
+            Value above = 0, above_h = 0;
+            for (int32_t i = start; i < z.n; i++) {
+                if (i == h) {
+                    above_h = above;
+                } else {
+                    above = combine(i, above);
+                }
+            }
+            combine(h, above_h);  // last: the others need this row as it was
+            r += count;
+        } while (r < z.n);
+    } else {
+        const auto entries = A.column(j, start), sums = A.column(h, start);
+        scale_line(ring, sums, rows, pivot);
+        A.at(h, h) = ring.multiply(A.at(h, h), inverse);
+        add_multiple_reduced(ring, sums, entries, rows, ring.negate(A.at(h, h)));
+        int32_t delayed = 0;
+        for (int32_t r = h + 1; r < z.n; r++) {
+            const Value x = ring.multiply(A.at(h, r), inverse), m = A.at(r, j);
+            A.at(h, r) = x;
+            if (x == 0 && m == 0) continue;
+            const bool reduced = ++delayed >= z.limit;
+            add_multiple_and_gather(ring, A.column(r, start), entries, sums, rows, ring.negate(x), m, reduced);
+            if (reduced) delayed = 0;
+        }
+        if (delayed != 0) reduce_line(ring, sums, rows);
+        for (int32_t r = start; r <= j; r++) A.at(r + 1, h) = ring.add(A.at(r + 1, h), A.at(r, j));
+        for (int32_t k = 0; k < rows; k++) entries[k] = 0;
     }
-    for (int32_t k = 0; k < z.n - start; k++) entries[k] = 0;
     A.at(h, j) = 1;
 }
 
@@ -123,8 +171,7 @@ ZigZagStatus make_chain(const Z &z, int32_t start, int32_t *end) {
         auto inverse = pivot;
         if (!z.ring.invert(pivot, &inverse)) return zigzag_no_inverse;
         exchange(z, i, j + 1, j, start);
-        scale(z, j + 1, j, inverse, start, pivot);
-        clear_column(z, start, j);
+        clear_column(z, start, j, pivot, inverse);
     }
 }
 
@@ -132,12 +179,26 @@ ZigZagStatus make_chain(const Z &z, int32_t start, int32_t *end) {
 template <class Z>
 void clear_rows(const Z &z, int32_t start, int32_t end) {
     const int32_t right = end + 1;
+    const auto &A = z.A;
     for (int32_t r = end; r > start; r--) {
-        for (int32_t c = right; c < z.n; c++) {
-            const auto t = z.ring.reduce(z.A.at(r, c));
-            if (t == 0) continue;
-            z.A.at(r, c) = 0;
-            add_multiple_reduced(z.ring, z.A.row(r - 1, right), z.A.row(c, right), z.n - right, t);
+        add_columns(transposed(z), r - 1, right, right, [&](int32_t c) { return A.at(r, c); });
+        for (int32_t c = right; c < z.n; c++) A.at(r, c) = 0;
+    }
+}
+
+// Row i -= A[i][h] * the entries of row s, right of column h, for the rows from `first` on.
+template <class Z>
+void subtract_rows(const Z &z, int32_t s, int32_t h, int32_t first) {
+    const auto &A = z.A;
+    if constexpr (decltype(z.A)::c_order) {
+        for (int32_t i = first; i < z.n; i++) {
+            const auto f = z.ring.negate(A.at(i, h));
+            if (f != 0) add_multiple_reduced(z.ring, A.row(i, h + 1), A.row(s, h + 1), z.n - h - 1, f);
+        }
+    } else {
+        for (int32_t k = h + 1; k < z.n; k++) {
+            const auto f = z.ring.negate(A.at(s, k));
+            if (f != 0) add_multiple_reduced(z.ring, A.column(k, first), A.column(h, first), z.n - first, f);
         }
     }
 }
@@ -157,13 +218,10 @@ ZigZagStatus couple(const Z &z, int32_t start, int32_t end) {
     if (!ring.invert(v, &inverse)) return zigzag_no_inverse;
     exchange(z, c, h, h, h);
     scale(z, h, h, v, h, inverse);
-    for (int32_t k = h + 1; k < z.n; k++) {
-        const auto t = ring.reduce(A.at(start, k));
-        if (t == 0) continue;
-        A.at(start, k) = 0;
-        add_multiple_reduced(ring, A.row(h, h), A.row(k, h), z.n - h, t);
-        add_multiple_reduced(ring, A.column(k, h), A.column(h, h), z.n - h, ring.negate(t));
-    }
+    // Row h += t * row k and column k -= t * column h clear t = A[start][k]; all row operations may come first.
+    add_columns(transposed(z), h, h, h + 1, [&](int32_t k) { return A.at(start, k); });
+    subtract_rows(z, start, h, h);
+    for (int32_t k = h + 1; k < z.n; k++) A.at(start, k) = 0;
     return zigzag_done;
 }
 
