@@ -24,8 +24,8 @@ constexpr bool has_unit_step = std::is_same_v<decltype(AnyLine::step), UnitStep>
 
 // May there be row operations of the processor for these lines?
 template <class Ring, class... AnyLine>
-constexpr bool is_vectorised = (std::is_same_v<Ring, WordRing> ||
-                                std::is_same_v<Ring, FloatRing>)&&(has_unit_step<AnyLine> &&...);
+constexpr bool is_vectorised = (std::is_same_v<Ring, WordRing> || std::is_same_v<Ring, FloatRing>)&&((
+    has_unit_step<AnyLine> && std::is_same_v<std::remove_const_t<typename AnyLine::Entry>, typename Ring::Entry>)&&...);
 
 // The processor's operations, or none.
 inline const auto *row_operations(const WordRing &) {
@@ -199,6 +199,36 @@ void add_multiple_and_gather(const Ring &ring, const Target &target, const Sourc
     } else {
         add_multiple(ring, sum, target, count, g);
     }
+}
+
+// A word's residue in 16 bits, as signed integers want it.  It may stand where the word stood.
+struct [[gnu::may_alias]] PackedWord {
+    uint16_t biased;
+    operator uint32_t() const { return biased ^ 0x8000u; }
+    PackedWord &operator=(uint32_t x) {
+        biased = static_cast<uint16_t>(x ^ 0x8000u);
+        return *this;
+    }
+};
+
+// Does the processor add two multiples of such a line at once?
+template <class Ring, class AnyLine>
+constexpr bool has_two_multiples = (std::is_same_v<Ring, WordRing> &&
+                                    std::is_same_v<AnyLine, Line<PackedWord, UnitStep>>) ||
+                                   (std::is_same_v<Ring, FloatRing> &&
+                                    std::is_same_v<AnyLine, Line<StoredDouble, UnitStep>>);
+
+// target[k] = (target[k] + f * source[k] + g * source[k-1]) mod p, for residues.
+inline void add_two_multiples(const RowInstructions &rows, const WordRing &ring,
+                              const Line<PackedWord, UnitStep> &target, const Line<PackedWord, UnitStep> &source,
+                              int32_t count, uint32_t f, uint32_t g) {
+    rows.add_two_packed_multiples(&target.data->biased, &source.data->biased, count, f, g, ring.p);
+}
+
+inline void add_two_multiples(const RowInstructions &rows, const FloatRing &ring,
+                              const Line<StoredDouble, UnitStep> &target, const Line<StoredDouble, UnitStep> &source,
+                              int32_t count, double f, double g) {
+    rows.add_two_multiples(raw(target), raw(source), count, f, g, row_modulus(ring));
 }
 
 template <class AnyLine>

@@ -15,8 +15,9 @@ using Doubles = __m512d;
 using Floats = __m512;
 constexpr int32_t word_lanes = 16, double_lanes = 8;
 
+// For 1 to 32 lanes.
 uint32_t first(int32_t count) {
-    return (uint32_t{1} << count) - 1;
+    return UINT32_MAX >> (32 - count);
 }
 
 Words load(const uint32_t *row) {

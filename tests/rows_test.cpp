@@ -17,15 +17,14 @@ using Integers = std::vector<uint64_t>;
 std::mt19937 random_bits(11);
 
 // A row between guards.
-template <class Ring>
+template <class Ring, class Entry = typename Ring::Entry>
 struct Row {
-    using Entry = typename Ring::Entry;
     static constexpr size_t guard = 40;
     size_t shift;  // in words
     std::vector<uint32_t> storage;
 
     Row(const Integers &values, size_t offset)
-        : shift(offset), storage((values.size() + 2 * guard) * sizeof(Entry) / 4 + 1, 0x5a5a5a5a) {
+        : shift(offset), storage((values.size() + 2 * guard) * sizeof(Entry) / 4 + 2, 0x5a5a5a5a) {
         int32_t k = 0;
         for (const uint64_t x : values) line()[k++] = static_cast<typename Ring::Value>(x);
     }
@@ -39,6 +38,22 @@ Integers residues(uint32_t p, size_t count, bool largest) {
     Integers values(count, p - 1);
     for (uint64_t &x : values) x = largest ? p - 1 : random_bits() % 8 ? random_bits() % p : 0;
     return values;
+}
+
+// y[k] += f*x[k] + h*x[k-1] but in the first entry, in doubles or 16 bits.
+template <class Ring>
+void check_two_multiples(const Ring &ring, const Integers &x, const Integers &y, uint64_t f, uint64_t h,
+                         size_t offset) {
+    using Wide = std::conditional_t<std::is_same_v<Ring, WordRing>, PackedWord, StoredDouble>;
+    if (!best_rows || x.empty()) return;
+    const uint32_t p = static_cast<uint32_t>(ring.p);
+    Integers expected = y;
+    for (size_t k = 1; k < x.size(); k++) expected[k] = (y[k] + f * x[k] + h * x[k - 1]) % p;
+    Row<Ring, Wide> row(y, offset), source(x, 1 - offset);
+    add_two_multiples(*best_rows, ring, Line<Wide, UnitStep>{&row.line()[1], {}},
+                      Line<Wide, UnitStep>{&source.line()[1], {}}, static_cast<int32_t>(x.size() - 1),
+                      static_cast<typename Ring::Value>(f), static_cast<typename Ring::Value>(h));
+    EXPECT_EQ(row.storage, (Row<Ring, Wide>(expected, offset).storage)) << "two, p " << p << ", " << x.size();
 }
 
 template <class Ring>
@@ -98,6 +113,7 @@ void check_operations(const Ring &ring, uint32_t p, size_t count, size_t offset,
     check(
         "swap", x, [&](auto row) { swap_lines(row, other.line(), n); }, [&](size_t k) { return y[k]; });
     EXPECT_EQ(other.storage, source.storage);
+    check_two_multiples(ring, x, y, f, h, offset);
     EXPECT_TRUE(is_canonical_line(ring, source.line(), n));
     if (count == 0) return;
     const int32_t bad = static_cast<int32_t>(random_bits() % count);
