@@ -52,7 +52,8 @@ void scale(const Z &z, int32_t i, int32_t column, Value f, int32_t row, Value in
     scale_line(z.ring, z.A.column(i, row), z.n - row, inverse);
 }
 
-constexpr int32_t factors_at_once = 512;  // copied side by side
+// Entries of a column that are copied side by side.
+constexpr int32_t factors_at_once = 512, rows_at_once = 32;
 
 // Adds to column h, from row `first` on, the columns r = from..n-1, each times factor(r).
 template <class Z, class Factor>
@@ -108,34 +109,44 @@ void clear_column(const ZigZag<Ring, M> &z, int32_t start, int32_t j, typename R
     A.at(h, j) = 0;
     if constexpr (M::c_order) {
         scale_line(ring, A.row(h, h), z.n - h, inverse);
-        A.at(h, h) = ring.multiply(A.at(h, h), pivot);
-        Entry factors[factors_at_once];
+        const Value x = ring.multiply(A.at(h, h), pivot);
+        Entry factors[factors_at_once], above[rows_at_once + 1], negated[rows_at_once], target[rows_at_once],
+            sums[rows_at_once];
+        const auto line = [](Entry *entries) { return Line<Entry, UnitStep>{entries, {}}; };
         int32_t r = h + 1;
         do {
-            const int32_t count = std::min(z.n - r, factors_at_once);
-            const bool first = r == h + 1, last = r + count == z.n;
-            for (int32_t k = 0; k < count; k++) factors[k] = A.at(r + k, j);
-            const auto combine = [&](int32_t i, const Value &above) {
-                const Value m = A.at(i, j), f = ring.negate(m);
-                Value sum = add_multiple_and_dot(ring, A.row(i, r), A.row(h, r), Line<Entry, UnitStep>{factors, {}},
-                                                 count, f, z.limit);
-                if (start < i && i <= h && first) sum = ring.add(sum, above);
-                const Value x = first && i != h ? ring.multiply_add(f, A.at(h, h), ring.multiply(A.at(i, h), pivot))
-                                                : Value(A.at(i, h));
-                A.at(i, h) = ring.add(x, sum);
-                if (last) A.at(i, j) = 0;
-                return m;
-            };
-            Value above = 0, above_h = 0;
-            for (int32_t i = start; i < z.n; i++) {
-                if (i == h) {
-                    above_h = above;
-                } else {
-                    above = combine(i, above);
-                }
+            const int32_t width = std::min(z.n - r, factors_at_once);
+            const bool first = r == h + 1, last = r + width == z.n;
+            bool any = false;
+            for (int32_t k = 0; k < width; k++) {
+                factors[k] = A.at(r + k, j);
+                any |= factors[k] != 0;
             }
-            combine(h, above_h);  // last: the others need this row as it was
-            r += count;
+            above[0] = 0;
+            for (int32_t i = start; i < z.n; i += rows_at_once) {
+                const int32_t count = std::min(z.n - i, rows_at_once);
+                for (int32_t k = 0; k < count; k++) {
+                    above[k + 1] = A.at(i + k, j);
+                    negated[k] = ring.negate(A.at(i + k, j));
+                    target[k] = A.at(i + k, h);
+                    sums[k] = 0;
+                    if (!any && negated[k] == 0) continue;
+                    sums[k] = add_multiple_and_dot(ring, A.row(i + k, r), A.row(h, r), line(factors), width, negated[k],
+                                                   z.limit);
+                }
+                if (first) {
+                    scale_line(ring, line(target), count, pivot);
+                    add_multiple_reduced(ring, line(target), line(negated), count, x);
+                    add_multiple_reduced(ring, line(target), line(above), std::clamp(h + 1 - i, 0, count), Value(1));
+                }
+                add_multiple_reduced(ring, line(target), line(sums), count, Value(1));
+                for (int32_t k = 0; k < count; k++) {
+                    A.at(i + k, h) = target[k];
+                    if (last) A.at(i + k, j) = 0;
+                }
+                above[0] = above[count];
+            }
+            r += width;
         } while (r < z.n);
     } else {
         const auto entries = A.column(j, start), sums = A.column(h, start);

@@ -119,7 +119,11 @@ typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB 
     }
     if (count <= limit) return ring.reduce(sum_products(ring, a, b, count));
     typename Ring::Value sum = 0;
-    for (int32_t k = 0; k < count; k++) sum = ring.multiply_add(a[k], b[k], sum);
+    for (int32_t k = 0; k < count;) {
+        // Residues that can be summed unreduced, so that the products need not wait for each other.
+        for (const int32_t end = count - k > 128 ? k + 128 : count; k < end; k++) sum += ring.multiply(a[k], b[k]);
+        sum = ring.reduce(sum);
+    }
     return sum;
 }
 
