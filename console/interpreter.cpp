@@ -222,7 +222,7 @@ void assign(Run &run, const Node &target, Object value) {
     collect_values(run, target, 1, indices.values);
     if (has_type(object, type_table)) {
         const auto [i, j] = table_position(table_of(object), indices.values);
-        set_entry(table_of(object), i, j, value);
+        enter(table_of(object), i, j, value);
     } else if (has_type(object, type_list)) {
         // Lists are values: the name gets a changed copy.
         const uint32_t k = element_position(object, indices.values);

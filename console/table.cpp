@@ -1,5 +1,6 @@
 #include "console/table.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "console/algebra.h"
@@ -64,6 +65,18 @@ void set_entry(const Table &table, int32_t i, int32_t j, Object value) {
             if (!is_operand(value) || has_type(value, type_float)) refuse();
             static_cast<Object *>(table.data)[k] = value;
     }
+}
+
+void enter(const Table &table, int32_t i, int32_t j, Object value, const char *way_out) {
+    const int32_t datatype = table.settings.datatype;
+    const bool native = datatype == MODLA_INTEGER4 || datatype == MODLA_FLOAT8;
+    const double number = native && is_number(value) ? to_double(value) : 0;
+    const double largest = datatype == MODLA_INTEGER4 ? 65534 : 33554430;  // below the largest modulus
+    if (!(number >= 0 && number <= largest && number == std::floor(number))) {
+        throw HostError(to_line(value) + " is no residue, as the entries of a " + describe_table(table) +
+                        " must be: " + way_out + ", or give no datatype and let Mod reduce the Matrix");
+    }
+    set_entry(table, i, j, value);
 }
 
 Object get_entry_integer(const Table &table, int32_t i, int32_t j) {

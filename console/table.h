@@ -16,6 +16,10 @@ int32_t table_columns(const Table &table);
 Object get_entry(const Table &table, int32_t i, int32_t j);
 void set_entry(const Table &table, int32_t i, int32_t j, Object value);
 
+// The same for an entry that a program makes: in integer[4] and float[8] the library takes every entry for a residue, so
+// nothing else may come there.
+void enter(const Table &table, int32_t i, int32_t j, Object value, const char *way_out = "write it mod p");
+
 // An entry that is an integer in any datatype; a float entry must be integral.
 Object get_entry_integer(const Table &table, int32_t i, int32_t j);
 

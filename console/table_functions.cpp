@@ -50,7 +50,7 @@ Object new_vector(int32_t subtype, const Arguments &arguments) {
     const Object vector = new_table(settings, bounds, nullptr);
     for (int32_t i = 1; i <= bounds[0]; i++) {
         const bool row = subtype == MODLA_ROW_VECTOR;
-        set_entry(table_of(vector), row ? 1 : i, row ? i : 1, element(list, static_cast<uint32_t>(i - 1)));
+        enter(table_of(vector), row ? 1 : i, row ? i : 1, element(list, static_cast<uint32_t>(i - 1)));
     }
     return vector;
 }
@@ -72,7 +72,7 @@ Object make_matrix(const Arguments &arguments) {
         const Object row = list_argument(element(rows, i), "a row as a list");
         if (size_of(row) != n) throw HostError("the rows of a Matrix must have the same number of entries");
         for (uint32_t j = 0; j < n; j++) {
-            set_entry(table_of(matrix), static_cast<int32_t>(i + 1), static_cast<int32_t>(j + 1), element(row, j));
+            enter(table_of(matrix), static_cast<int32_t>(i + 1), static_cast<int32_t>(j + 1), element(row, j));
         }
     }
     return matrix;
@@ -126,10 +126,7 @@ Object read_unreduced(const Arguments &arguments) {
     const Object matrix = new_matrix(file.rows, file.columns, datatype, order);
     for (const MatrixEntry &entry : file.entries) {
         const Object value = integer_object(entry.value);
-        if (datatype == MODLA_FLOAT8 && mpz_class(to_double(value)) != entry.value) {
-            throw HostError(to_line(value) + " is no float");
-        }
-        set_entry(table_of(matrix), entry.row, entry.column, value);
+        enter(table_of(matrix), entry.row, entry.column, value, "give a modulus as argument 1");
     }
     return matrix;
 }
@@ -149,7 +146,7 @@ Object read_matrix(const Arguments &arguments) {
     for (const MatrixEntry &entry : file.entries) {
         mpz_class residue;
         mpz_mod(residue.get_mpz_t(), entry.value.get_mpz_t(), p.get_mpz_t());
-        set_entry(table, entry.row, entry.column, integer_object(residue));
+        enter(table, entry.row, entry.column, integer_object(residue));
     }
     return held.values[0];
 }

@@ -602,8 +602,8 @@ const char *const tables =
     "x := 'x'; y := 'y'; z := 'z'\n"
     "W := Create(7, 3, 3, 2, integer[4]); F := Create(7, 3, 3, 2, float[8]); N := Create(7, 3, 3, integer)\n"
     "V := Create(7, 3, 0, 1, integer[4]); R := Create(7, 0, 3, 1, float[8]); L := [x, 10, 3]\n"
-    "Inf := Create(7, 3, 0, float[8]); Inf[1] := -2^53; Inf[2] := 1.0e308*10; Inf[3] := 1.0e308*10*0.0\n"
-    "NaN := Create(7, 3, 3, float[8]); NaN[2, 3] := 1.0e308*10*0.0; NaN[3, 1] := -2.0^60\n";
+    "Inf := raw(Create(7, 3, 0, float[8]), [-2^53, infinity, nan])\n"
+    "NaN := raw(Create(7, 3, 3, float[8]), [0, 0, 0, 0, 0, nan, -2.0^60, 0, 0])\n";
 
 void define_tables() {
     run(tables);

@@ -23,6 +23,17 @@ namespace modla_test {
 
 using modla::console::Object;
 
+// raw(A, list): puts entries into a table, row by row, that programs cannot put there.
+inline Object put_raw_entries(const std::vector<Object> &arguments) {
+    const modla::console::Table &table = modla::console::table_of(arguments[0]);
+    const int32_t columns = modla::console::table_columns(table);
+    for (int32_t k = 0; k < columns * modla::console::table_rows(table); k++) {
+        set_entry(table, k / columns + 1, k % columns + 1,
+                  modla::console::element(arguments[1], static_cast<uint32_t>(k)));
+    }
+    return arguments[0];
+}
+
 // Before the first value is made.  Values live in names, in Roots or in frames of the tests; those in other
 // memory are collected.
 inline void start_session() {
@@ -31,6 +42,7 @@ inline void start_session() {
         modla::console::parse_text = modla::console::evaluate_text;
         modla::console::load_library(MODLA_LIBRARY);
         modla::console::define_functions();
+        modla::console::define_protected("raw", modla::console::make_native("raw", put_raw_entries));
         return true;
     }();
 }

@@ -1,0 +1,71 @@
+// Sessions on record: what is typed behind "> ", and what is shown.
+//
+// A transcript is a text file of blocks; in Markdown its lines are indented by four spaces and a block begins with a
+// prompt.  "... " continues a statement.  Every file is a session of its own, and so is every block of Markdown.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "session.h"
+
+using namespace modla::console;
+using modla_test::run;
+
+namespace {
+
+struct Exchange {
+    int line;
+    std::string input, output;
+};
+using Transcript = std::vector<Exchange>;
+
+std::vector<Transcript> transcripts_of(const std::string &path, bool markdown) {
+    const std::string indent = markdown ? "    " : "", prompt = indent + "> ", more = indent + "... ";
+    std::vector<Transcript> result(1);
+    std::ifstream file(path);
+    EXPECT_TRUE(file) << path;
+    int number = 0;
+    bool inside = false;
+    for (std::string line; std::getline(file, line);) {
+        number++;
+        if (line.starts_with(prompt)) {
+            if (!inside && markdown) result.emplace_back();
+            result.back().push_back({number, line.substr(prompt.size()) + "\n", ""});
+            inside = true;
+        } else if (inside && line.starts_with(more)) {
+            result.back().back().input += line.substr(more.size()) + "\n";
+        } else if (inside && line.starts_with(indent) && line != indent) {
+            result.back().back().output += line.substr(indent.size()) + "\n";
+        } else {
+            inside = false;
+        }
+    }
+    return result;
+}
+
+// Returns how many statements there were.
+size_t replay(const std::string &path, bool markdown) {
+    const Checkpoint before = make_checkpoint();
+    size_t count = 0;
+    for (const Transcript &transcript : transcripts_of(path, markdown)) {
+        run("seed(1)");  // as in a new session
+        for (const auto &[line, input, output] : transcript) {
+            EXPECT_EQ(run(input), output) << path << ":" << line;
+            count++;
+        }
+        go_back(before);
+    }
+    return count;
+}
+
+TEST(Transcripts, AreReproduced) {
+    for (const char *name : {"residues"}) {
+        EXPECT_GT(replay(std::string(MODLA_TRANSCRIPTS "/") + name + ".txt", false), 3u) << name;
+    }
+}
+
+TEST(Transcripts, OfTheReadmeAreReproduced) {
+    EXPECT_GT(replay(MODLA_README, true), 15u);
+}
+
+}  // namespace
