@@ -27,7 +27,7 @@ std::vector<Function> expression_functions();
 // Defines them as protected names, and the callbacks as names that programs may give other procedures.
 void define_functions();
 
-// The source of random host integers; native entries come from rand().
+// The source of random host integers; native entries come from rand() (random.cpp).
 gmp_randclass &random_source();
 
 // Files that are not found in the working directory are looked for here: the directory of the running script.

@@ -59,7 +59,7 @@ size_t replay(const std::string &path, bool markdown) {
 }
 
 TEST(Transcripts, AreReproduced) {
-    for (const char *name : {"residues"}) {
+    for (const char *name : {"residues", "random"}) {
         EXPECT_GT(replay(std::string(MODLA_TRANSCRIPTS "/") + name + ".txt", false), 3u) << name;
     }
 }
