@@ -1,6 +1,7 @@
 #include "console/interpreter.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "console/algebra.h"
 #include "console/compare.h"
@@ -156,7 +157,20 @@ Object index_value(Run &run, const Node &node) {
     throw HostError(to_line(object) + " cannot be indexed");
 }
 
+// time(a): the seconds that a takes.
+bool is_timing(const Node &node) {
+    return node.parts.size() == 2 && node.parts[0]->kind == NodeKind::name && node.parts[0]->slot < 0 &&
+           node.parts[0]->text == "time";
+}
+
+Object timing_value(Run &run, const Node &node) {
+    const auto start = std::chrono::steady_clock::now();
+    value_of(run, *node.parts[1]);
+    return new_float(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+}
+
 Object call_value(Run &run, const Node &node) {
+    if (is_timing(node)) return timing_value(run, node);
     Roots held;
     held.values.push_back(value_of(run, *node.parts[0]));
     if (!has_type(held.values[0], type_procedure)) {

@@ -3,6 +3,8 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -22,9 +24,10 @@ using namespace modla::console;
 namespace {
 
 constexpr const char *usage =
-    "usage: modla [options] [FILE]\n"
-    "  FILE             run a script; without one: standard input, or a prompt on a terminal\n"
-    "  -e TEXT          run a text; several are run in order\n"
+    "usage: modla [options] [FILE [ARGUMENTS]]\n"
+    "  FILE             run a script, to which the name arguments gives its arguments as a list of texts;\n"
+    "                   without FILE, or for -: standard input, or a prompt on a terminal\n"
+    "  -e TEXT          run a text; several are run in order, then FILE\n"
     "  --library FILE   the libmodla.so to load (default: the one beside this program)\n"
     "  --help           this text and the list of functions\n"
     "  --version        the version\n";
@@ -34,7 +37,7 @@ void print_value(Object value) {
 }
 
 // Runs a text; an error is reported with the place where it arose.
-bool run_text(const std::string &text, const std::string &place) {
+bool run_text(const std::string &text, const std::string &place, int lines_before = 0) {
     int line = 0;
     std::string message;
     try {
@@ -50,7 +53,8 @@ bool run_text(const std::string &text, const std::string &place) {
         message = error.what();
     }
     std::cout << std::flush;
-    std::cerr << (place.empty() ? "" : place + ":" + std::to_string(line) + ": ") << "Error: " << message << std::endl;
+    std::cerr << (place.empty() ? "" : place + ":" + std::to_string(lines_before + line) + ": ") << "Error: " << message
+              << std::endl;
     return false;
 }
 
@@ -81,6 +85,21 @@ void run_prompt() {
     std::cout << std::endl;
 }
 
+// Runs statements as soon as they are there: another program may wait for their output.
+bool run_lines(std::istream &input, const std::string &place) {
+    std::string text;
+    int lines = 0, done = 0;
+    for (std::string line; std::getline(input, line);) {
+        lines++;
+        text += line + "\n";
+        if (!is_complete(text)) continue;
+        if (!run_text(text, place, done)) return false;
+        text.clear();
+        done = lines;
+    }
+    return run_text(text, place, done);
+}
+
 std::string directory_of(const std::string &path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash);
@@ -108,7 +127,7 @@ int complain(const std::string &message) {
 
 struct Options {
     std::string library, file;
-    std::vector<std::string> texts;
+    std::vector<std::string> texts, arguments;
 };
 
 // 0: go on; else the exit status plus 1.
@@ -132,13 +151,39 @@ int read_options(int count, char **arguments, Options *options) {
             }
         } else if (argument.size() > 1 && argument[0] == '-') {
             return complain("unknown option " + argument + "\n" + usage) + 1;
-        } else if (options->file.empty()) {
-            options->file = argument;
         } else {
-            return complain("only one script can be run") + 1;
+            options->file = argument;
+            options->arguments.assign(arguments + i + 1, arguments + count);
+            return 0;
         }
     }
     return 0;
+}
+
+bool is_matrix_file(const std::string &name, const std::string &text) {
+    const std::string_view market = "%%matrixmarket";
+    return name.ends_with(".mtx") || name.ends_with(".sms") || name.ends_with(".gz") ||
+           std::equal(market.begin(), market.end(), text.begin(), text.begin() + std::min(text.size(), market.size()),
+                      [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); });
+}
+
+int run_script(const std::string &name) {
+    std::ifstream file(name, std::ios::binary);
+    std::string text;
+    if (!file || !read_all(file, &text)) return complain("cannot read " + name);
+    if (is_matrix_file(name, text)) {
+        return complain(
+            name + " is no script. If it is a Matrix, a script or the prompt reads it by\n  A := ReadMatrix(p, \"" +
+            name + "\", integer[4])");
+    }
+    set_file_directory(directory_of(name));
+    return run_text(text, name) ? 0 : 1;
+}
+
+void define_arguments(const std::vector<std::string> &arguments) {
+    Roots texts;
+    for (const std::string &argument : arguments) texts.values.push_back(new_string(argument));
+    define_protected("arguments", new_collection(type_list, new_sequence(texts.values)));
 }
 
 int run(const Options &options) {
@@ -148,24 +193,19 @@ int run(const Options &options) {
         return complain(error.what());
     }
     define_functions();
+    define_arguments(options.arguments);
     for (const std::string &text : options.texts) {
         if (!run_text(text, "")) return 1;
     }
-    if (!options.texts.empty()) return 0;
-    if (!options.file.empty() && options.file != "-") {
-        std::ifstream file(options.file, std::ios::binary);
-        std::string text;
-        if (!file || !read_all(file, &text)) return complain("cannot read " + options.file);
-        set_file_directory(directory_of(options.file));
-        return run_text(text, options.file) ? 0 : 1;
-    }
+    if (!options.file.empty() && options.file != "-") return run_script(options.file);
+    if (options.file.empty() && !options.texts.empty()) return 0;
     if (isatty(STDIN_FILENO)) {
         run_prompt();
         return 0;
     }
-    std::string text;
-    if (!read_all(std::cin, &text)) return complain("cannot read standard input");
-    return run_text(text, "stdin") ? 0 : 1;
+    const bool done = run_lines(std::cin, "stdin");
+    if (std::cin.bad()) return complain("cannot read standard input");
+    return done ? 0 : 1;
 }
 
 }  // namespace

@@ -1065,6 +1065,8 @@ std::string contents_of(const std::string &path) {
 
 class Program : public Files {
   protected:
+    Program() { write("stdin.mtx", "%%MatrixMarket matrix array integer general\n1 1\n1\n"); }
+
     // Runs the console with a text as its standard input.
     Result console(const std::vector<std::string> &arguments, const std::string &input = "") {
         write("stdin", input);
@@ -1127,7 +1129,41 @@ TEST_F(Program, RunsATextAndStandardInput) {
     expect(console({"-e", "v := 2", "-e", "v + 1", "-e", "1/0", "-e", "5"}), 1, "3\n", "Error: division by zero\n");
     expect(console({}, "v := 6\nv * 7"), 0, "42\n", "");
     expect(console({"-"}, "1\n\n2/0\n"), 1, "1\n", "stdin:3: Error: division by zero\n");
+    expect(console({}, "f := proc(x)\n1/x\nend; f(0)\n"), 1, "", "stdin:2: Error: division by zero\n");
     expect(console({}, ""), 0, "", "");
+}
+
+TEST_F(Program, RunsTextsBeforeAScriptWithArguments) {
+    write("script.modla", "x; arguments; arguments := 1\n");
+    expect(console({"-e", "x := 5", "script.modla", "-e", "two words"}), 1, "5\n[\"-e\", \"two words\"]\n",
+           "script.modla:1: Error: the name arguments is protected\n");
+    expect(console({"-e", "size(arguments)"}), 0, "0\n", "");
+}
+
+// Another program that sends a statement and waits for its output.
+TEST_F(Program, RunsStatementsOfAPipeAsTheyCome) {
+    int to[2], from[2];
+    ASSERT_EQ(pipe(to) + pipe(from), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        limit_time();
+        dup2(to[0], 0), dup2(from[1], 1);
+        close(to[1]), close(from[0]);
+        execute({});
+    }
+    close(to[0]), close(from[1]);
+    const auto ask = [&](const std::string &text) {
+        EXPECT_EQ(::write(to[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        pollfd readable = {from[0], POLLIN, 0};
+        char buffer[100];
+        const ssize_t count = poll(&readable, 1, 20000) > 0 ? read(from[0], buffer, sizeof buffer) : 0;
+        return std::string(buffer, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    };
+    EXPECT_EQ(ask("1 + 1\n"), "2\n");
+    EXPECT_EQ(ask("f := proc(x)\n\n2*x end\nf(21)\n"), "42\n");
+    close(to[1]);
+    EXPECT_EQ(status_of(child), 0);
+    close(from[0]);
 }
 
 TEST_F(Program, ComplainsAboutItsArguments) {
@@ -1137,7 +1173,7 @@ TEST_F(Program, ComplainsAboutItsArguments) {
              {{"--unknown"}, "modla: unknown option --unknown"},
              {{"-x", "file"}, "modla: unknown option -x"},
              {{"-e"}, "modla: -e needs a value"},
-             {{"a", "b"}, "modla: only one script can be run"},
+             {{"stdin.mtx"}, "modla: stdin.mtx is no script. If it is a Matrix"},
              {{"--library", "nowhere.so", "-e", "1"}, "modla: nowhere.so"},
              {{"--library", "stdin", "-e", "1"}, "modla: stdin"}}) {
         const Result result = console(arguments);
