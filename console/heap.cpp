@@ -378,6 +378,13 @@ void set_value(Object name, Object value) {
     words(name)[1] = value;
     heap().revaluation |= is_in_expressions(name) && value != 0 && value != name;
 }
+std::string name_with_value(Object x) {
+    for (const auto &[text, name] : heap().names) {
+        if (words(name)[1] == x) return text;
+    }
+    return "a table without a name";
+}
+
 bool is_in_expressions(Object name) {
     return immediate_value(words(name)[3]) & name_in_expressions;
 }

@@ -66,6 +66,7 @@ Object local_name(const std::string &text);
 void protect(Object name);  // from assignment
 bool is_protected(Object name);
 void set_value(Object name, Object value);  // 0: none
+std::string name_with_value(Object x);      // a global name that has this very value
 bool is_in_expressions(Object name);        // does it stand in an expression?
 bool expressions_change();                  // has a name that stands in an expression a value?
 std::string text_of(Object string_or_name);

@@ -1,11 +1,16 @@
 #include "console/host.h"
 
+#include <setjmp.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <csetjmp>
+#include <cfenv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "console/algebra.h"
@@ -20,28 +25,85 @@ Object (*parse_text)(const std::string &text) = nullptr;
 namespace {
 
 Unwinding unwinding = Unwinding::exception;
-std::jmp_buf *landing = nullptr;  // of the innermost call of the library, when errors jump
-std::string *landing_message() {
+std::string *error_message() {
     static std::string *const message = new std::string;
     return message;
 }
 
+// A call of the library: where errors and interrupts land.
+struct LibraryCall {
+    const char *name;
+    LibraryCall *outer;
+    bool jumps;                            // errors land by longjmp
+    volatile sig_atomic_t operations = 0;  // of the host that are running for it
+    sigjmp_buf landing = {};
+};
+LibraryCall *volatile innermost = nullptr;
+
+volatile sig_atomic_t interrupts = 0;  // since the last statement of the prompt began
+constexpr int abandoning = 2;          // as many abandon a call
+
 // Leaves the library's frames with the stored message.  No frame between here and the landing is the console's, other
 // than operations that hold nothing.
 [[noreturn]] void leave() {
-    if (landing) std::longjmp(*landing, 1);
-    throw HostError(*landing_message());
+    if (innermost && innermost->jumps) siglongjmp(innermost->landing, 1);
+    throw HostError(*error_message());
 }
 
-// Runs the body of an operation; its errors leave the library in the chosen way.
+// Runs the body of an operation; its errors leave the library in the chosen way, and so does an interrupt that came
+// too early to leave from where it was.
 template <class Body>
 auto operation(Body body) -> decltype(body()) {
+    struct Running {
+        LibraryCall *call = innermost;
+        Running() {
+            if (call) call->operations = call->operations + 1;
+        }
+        ~Running() {
+            if (call) call->operations = call->operations - 1;
+        }
+    };
     try {
+        const Running running;
+        if (innermost && interrupts >= abandoning) throw HostError("interrupted");
         return body();
     } catch (const std::exception &error) {
-        *landing_message() = error.what();
+        *error_message() = error.what();
     }
     leave();
+}
+
+void put(const char *text) {
+    if (write(STDOUT_FILENO, text, std::strlen(text)) < 0) return;
+}
+
+// The library holds nothing but what the host lent it: its frames may be left anywhere.  Operations of the host may not.
+void on_interrupt(int) {
+    interrupts = interrupts + 1;
+    LibraryCall *const call = innermost;
+    if (!call) return;
+    if (interrupts < abandoning) {
+        put("\n");
+        put(call->name);
+        put(" is running: the interrupt takes effect when it returns, and one more abandons it\n");
+    } else if (call->operations == 0) {
+        siglongjmp(call->landing, 1);
+    }
+}
+
+// Which tables a call may have left half done: those behind the ones that it only reads.
+std::string abandoned_message(const char *name, const std::vector<Object> &arguments) {
+    const std::string_view entry = name;
+    const bool scalar = arguments.size() > 1 && !has_type(arguments[1], type_table);
+    int inputs = entry == "AddMult" || entry == "Multiply" ? (scalar ? 1 : 2) : 0;
+    for (const char *one : {"Copy", "Permute", "Mod", "ForSub", "BackSub"}) inputs += entry == one;
+    std::string unreliable;
+    for (const Object x : arguments) {
+        if (has_type(x, type_table) && inputs-- <= 0)
+            unreliable += (unreliable.empty() ? "" : " and ") + name_with_value(x);
+    }
+    return "interrupted: " + std::string(name) + " was abandoned" +
+           (unreliable.empty() ? "" : ", and the entries of " + unreliable + " are unreliable now");
 }
 
 // The values behind a format's placeholders; the highest number tells how many there are.
@@ -91,7 +153,7 @@ int32_t upper_bound(Object x, uint32_t dimension) {
 void raise_error(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    operation([&] { *landing_message() = fill_placeholders(format, placeholder_values(format, arguments)); });
+    operation([&] { *error_message() = fill_placeholders(format, placeholder_values(format, arguments)); });
     va_end(arguments);
     leave();
 }
@@ -183,17 +245,11 @@ HostApi make_api() {
     return api;
 }
 
-// A call whose errors come back by longjmp: true when the library returned.
-bool call_with_landing(EntryPoint entry_point, const Object *arguments, Object *result) {
-    std::jmp_buf here;
-    std::jmp_buf *const outer = landing;
-    if (setjmp(here) != 0) {
-        landing = outer;
-        return false;
-    }
-    landing = &here;
+// Did the library return?  Otherwise it was left by a jump.
+bool enter_library(LibraryCall &call, EntryPoint entry_point, const Object *arguments, Object *result) {
+    if (sigsetjmp(call.landing, 0) != 0) return false;
+    innermost = &call;
     *result = entry_point(&host_api(), arguments);
-    landing = outer;
     return true;
 }
 
@@ -208,27 +264,46 @@ void set_unwinding(Unwinding chosen) {
     unwinding = chosen;
 }
 
-Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &arguments) {
-    Roots call;
-    call.values.push_back(new_sequence(arguments));  // an argument array is a sequence: element 0 is its header
-    const Object *const array = words(call.values[0]);
+Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &arguments, const char *name) {
+    Roots held;
+    held.values.push_back(new_sequence(arguments));  // an argument array is a sequence: element 0 is its header
     const size_t lent = lent_count();
-    if (unwinding == Unwinding::long_jump) {
-        Object result = 0;
-        if (call_with_landing(entry_point, array, &result)) return result;
-        reclaim_memory(lent);
-        throw HostError(*landing_message());
-    }
-    std::jmp_buf *const outer = std::exchange(landing, nullptr);
+    std::fenv_t modes;
+    std::fegetenv(&modes);
+    LibraryCall call = {name, innermost, unwinding == Unwinding::long_jump};
+    Object result = 0;
     try {
-        const Object result = entry_point(&host_api(), array);
-        landing = outer;
-        return result;
+        const bool returned = enter_library(call, entry_point, words(held.values[0]), &result);
+        innermost = call.outer;
+        if (returned) return result;
     } catch (...) {
-        landing = outer;
+        innermost = call.outer;
         reclaim_memory(lent);
-        throw;
+        if (interrupts == 0) throw;
     }
+    reclaim_memory(lent);
+    if (interrupts == 0) throw HostError(*error_message());
+    std::fesetenv(&modes);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);  // for a jump from its handler
+    throw HostError(abandoned_message(name, arguments));
+}
+
+void catch_interrupts() {
+    struct sigaction action = {};
+    action.sa_handler = on_interrupt;
+    sigaction(SIGINT, &action, nullptr);
+    set_guard([] {
+        if (interrupts > 0) throw HostError("interrupted");
+    });
+}
+
+bool take_interrupt() {
+    const bool interrupted = interrupts > 0;
+    interrupts = 0;
+    return interrupted;
 }
 
 Object call_procedure(Object procedure, const std::vector<Object> &arguments) {

@@ -26,7 +26,13 @@ void set_unwinding(Unwinding unwinding);
 
 // Calls an entry point.  An error reaches the caller as HostError, after the work memory that the library still held
 // was taken back.
-Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &arguments);
+Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &arguments, const char *name = "the call");
+
+// From now on an interrupt (SIGINT) does not end the program.  It ends what the interpreter runs with the error
+// "interrupted"; a call of the library goes on until it returns, unless a second one abandons it: that leaves the
+// library as an error of the host would.
+void catch_interrupts();
+bool take_interrupt();  // was there one since this was last asked?
 
 Object call_procedure(Object procedure, const std::vector<Object> &arguments);
 

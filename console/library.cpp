@@ -44,7 +44,9 @@ void load_library(const std::string &path) {
     for (const char *name : entry_points) {
         const auto entry = reinterpret_cast<EntryPoint>(library_symbol((std::string("modLA_") + name).c_str()));
         if (!entry) continue;
-        const auto call = [entry](const std::vector<Object> &arguments) { return call_entry_point(entry, arguments); };
+        const auto call = [entry, name](const std::vector<Object> &arguments) {
+            return call_entry_point(entry, arguments, name);
+        };
         define_protected(name, make_native(name, call));
     }
     const auto enroll = reinterpret_cast<EntryPoint>(library_symbol("modLA_Register"));

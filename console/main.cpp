@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "console/functions.h"
@@ -69,17 +70,36 @@ bool is_complete(const std::string &text) {
     return true;
 }
 
+bool line_given_up = false;
+
+// While a line is typed: clears it, and what was typed before it.
+int on_signal() {
+    if (!take_interrupt()) return 0;
+    line_given_up = true;
+    rl_crlf();
+    rl_set_prompt("> ");
+    rl_replace_line("", 0);
+    rl_on_new_line();
+    rl_redisplay();
+    return 0;
+}
+
 // Reads and runs statement by statement; errors do not end the session.
 void run_prompt() {
     std::cout << "modLA console. help() lists the functions; end with Ctrl-D." << std::endl;
+    catch_interrupts();
+    rl_signal_event_hook = on_signal;  // when it interrupts the reading of a key
+    rl_event_hook = on_signal;         // when it came just before
     std::string text;
     while (char *line = readline(text.empty() ? "> " : "... ")) {
         const bool empty = *line == '\0';
         if (!empty) add_history(line);
+        if (std::exchange(line_given_up, false)) text.clear();
         text += std::string(line) + "\n";
         std::free(line);
         if (!empty && !is_complete(text)) continue;  // an empty line gives an unfinished statement up
         run_text(text, "");
+        take_interrupt();
         text.clear();
     }
     std::cout << std::endl;

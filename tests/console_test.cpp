@@ -1376,4 +1376,49 @@ TEST_F(Prompt, ReadsStatementsOfSeveralLines) {
     EXPECT_EQ(finish(), 0);
 }
 
+TEST_F(Prompt, IsInterrupted) {
+    read_until("\n> ");
+    enter("v := [1,", "\n... ");
+    send("half a li");
+    read_until("half a li");
+    send("\x03");
+    read_until("> ");
+    EXPECT_EQ(enter("v"), "v\n") << "both lines were given up";
+    for (const char *program :
+         {"while true do end", "for i do L := sort([i, 3, 2]) end", "f := proc() while true do f end end; f()"}) {
+        send("w := 7; print(\"runs\"); " + std::string(program) + "\n");
+        read_until("\nruns");
+        send("\x03");
+        EXPECT_NE(read_until("\n> ").find("Error: interrupted\n"), std::string::npos) << program;
+        EXPECT_EQ(enter("w; w := 0"), "7\n");
+    }
+    EXPECT_EQ(finish(), 0);
+}
+
+// One interrupt waits for the library, two leave it: at once, or when the host's callback has returned.
+TEST_F(Prompt, InterruptsCallsOfTheLibrary) {
+    const auto start = [&](const std::string &matrix, const std::string &p) {
+        enter("A := Create(" + p + ", " + matrix + ")");
+        send("print(\"runs\"); ZigZag(" + p + ", A); x := 5; print(\"not reached\")\n");
+        read_until("\nruns");
+        usleep(20000);
+        send("\x03");
+        EXPECT_NE(read_until("abandons it\n").find("ZigZag is running: the interrupt takes effect when it returns"),
+                  std::string::npos);
+    };
+    read_until("\n> ");
+    start("1200, 1200, random, integer[4]", "65521");
+    EXPECT_NE(read_until("\n> ").find("Error: interrupted\n"), std::string::npos);
+    EXPECT_EQ(enter("x; rows(A)"), "x\n1200\n");
+    for (const auto &[matrix, p] :
+         {std::pair("2500, 2500, random, float[8]", "65521"), {"200, 200, random, integer", "10^30"}}) {
+        start(matrix, p);
+        send("\x03");
+        EXPECT_NE(read_until("\n> ").find("ZigZag was abandoned, and the entries of A are unreliable now\n"),
+                  std::string::npos);
+        EXPECT_EQ(enter("rows(A) > 5; Mod(7, [1/3], float[8])"), "true\n[5.0]\n");
+    }
+    EXPECT_EQ(finish(), 0);
+}
+
 }  // namespace
