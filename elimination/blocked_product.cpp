@@ -9,15 +9,10 @@ using namespace modla;
 
 namespace {
 
-template <class Entry>
-Strided<Entry> strided(const Operand<Entry> &A) {
-    return {A.data, A.steps.row, A.steps.column};
-}
-
 template <class Ring, class Entry = typename Ring::Entry>
 bool multiply(const Ring &ring, Update update, int32_t rows, int32_t depth, int32_t columns, Operand<const Entry> A,
               Operand<const Entry> B, Operand<Entry> C) {
-    return gemm(modulus_of(ring), update, rows, depth, columns, strided(A), strided(B), strided(C));
+    return gemm(modulus_of(ring), update, rows, depth, columns, A, B, C);
 }
 
 // Calls body with UnitStep where that is the step.
