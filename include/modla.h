@@ -369,9 +369,9 @@ MODLA_API HostObject modLA_Multiply(const HostApi *api, const HostObject *args);
  *   "argument 2 has invalid datatype"
  *   "argument 2 has invalid storage"
  *   "argument 2 must be a Matrix"
- *   "row range is out of bounds"; "row range must be an integer or integer range"
- *   "column range is out of bounds"; "column range, must be an integer or integer range", for an end that is none;
- *     "column range must be an integer or integer range"
+ *   "row range must be an integer or integer range"; "row range is out of bounds"
+ *   "column range must be an integer or integer range", with a comma after "range" for an end that is no integer
+ *   "column range is out of bounds"
  *   "number of reducible columns must be a nonnegative integer value"
  *   "number of reducible columns exceeds the number of columns in the specified matrix"
  *   those of validate_modulus

@@ -9,7 +9,7 @@ namespace modla {
 template <class Entry, class Operation>
 void combine_blocks(Shape shape, Operand<const Entry> A, Operand<const Entry> B, Operand<Entry> C,
                     Operation operation) {
-    walk<3>(shape, {A.steps, B.steps, C.steps}, false,
+    walk<3>({shape.rows, shape.columns}, {A.steps, B.steps, C.steps}, false,  // small blocks: no look at triangles
             [=](const auto &offsets, const auto &inner, int32_t count, auto unit) {
                 const Entry *const a = A.data + offsets[0];
                 const Entry *const b = B.data + offsets[1];
