@@ -51,25 +51,39 @@ namespace {
 
 // Is the product large enough for its packing to pay?  Measured against the plain products of n x n and thin operands:
 // those of words are slower than CBLAS, which doubles leave when its sums would be too short.
-bool pays(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
+bool pays(Route route, uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
     const int64_t products = int64_t{m} * k * n;
-    if (!doubles) return m > 1 && n > 1 && products >= 64;
-    if (products < 700 || m < 3) return false;
-    if (p > 1u << 22) return n > 1;
-    return n > 4 && int64_t{m} * n >= 64 && (p <= 65535 || m > 7);
+    const bool with_blas = doubles && p <= 1u << 22;
+    int32_t rows = doubles ? 3 : 2, columns = with_blas ? 5 : 2, least = doubles ? 700 : 64;
+    switch (route) {
+        case Route::pairs2:
+            if (doubles) least = 4000;
+            break;
+        case Route::balanced2:
+            rows = with_blas ? 16 : 6;
+            if (doubles) least = with_blas ? 14000 : 1000;
+            break;
+        case Route::limbs:
+        case Route::wide:
+            if (with_blas) rows = 8;
+            break;
+        default:
+            break;
+    }
+    return m >= rows && n >= columns && products >= least && (!with_blas || int64_t{m} * n >= 64);
 }
 
 // The fastest route, where there is one that pays.
 bool choose(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles, Route *route) {
-    if (!pays(p, m, k, n, doubles)) return false;
     // Limbs take three packed forms of each operand, which thin ones do not repay.
     const bool thin = m < 32 || k < 32 || n < 32;
     const Route by_speed[] = {
         Route::bits,  Route::bytes, Route::pairs,  Route::triple,   thin ? Route::wide : Route::limbs,
         Route::limbs, Route::wide,  Route::pairs2, Route::balanced2};
     for (const Route candidate : by_speed) {
+        if (!route_takes(candidate, p, doubles)) continue;
         *route = candidate;
-        if (route_takes(candidate, p, doubles)) return true;
+        return pays(candidate, p, m, k, n, doubles);
     }
     return false;
 }
@@ -85,7 +99,7 @@ bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operan
                            m,
                            k,
                            n,
-                           sizeof(Entry) == sizeof(double),
+                           doubles,
                            A.data,
                            A.steps.row,
                            A.steps.column,
