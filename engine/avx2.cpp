@@ -125,7 +125,7 @@ void finish_tile(const Form &form, const char *tile, typename Storage::Entry *c,
 // Pairs, as with AVX-512.
 struct Pairs {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 8, planes = 1, stride = 1088;
-    static constexpr int products[1] = {2};
+    static constexpr int products[1] = {2}, entry[1] = {2};
     static constexpr int32_t group_products = 8, group_rows = 2, block_rows = 192, block_columns = 256;
     static constexpr bool across_first = false, doubles = false, folds = true;
     int32_t depth;
@@ -178,7 +178,7 @@ struct Pairs {
 // most depth p/4 + 1 < 2^32 and wrong by less than 2^-19 before it is rounded.
 struct Balanced {
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 4, planes = 1, stride = 2112;
-    static constexpr int products[1] = {1};
+    static constexpr int products[1] = {1}, entry[1] = {8};
     static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 96, block_columns = 256;
     static constexpr bool across_first = false, doubles = true, folds = true;
     int32_t depth;

@@ -164,7 +164,7 @@ __m512i joined(__m512i a, __m512i b, __m512i c, __m512i d) {
 struct Bytes {
     using Mask = __mmask16;
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
-    static constexpr int products[1] = {4};
+    static constexpr int products[1] = {4}, entry[1] = {1};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 448, block_columns = 256;
     static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = false;
@@ -199,7 +199,7 @@ struct Bytes {
 struct Pairs {
     using Mask = __mmask16;
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 1, stride = 1088;
-    static constexpr int products[1] = {2};
+    static constexpr int products[1] = {2}, entry[1] = {2};
     static constexpr int32_t group_products = 8, group_rows = 2, block_rows = 224, block_columns = 256;
     static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = true;
@@ -242,7 +242,7 @@ struct Pairs {
 struct Triple {
     using Mask = __mmask16;
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 2, stride = 1088;
-    static constexpr int products[2] = {2, 4};
+    static constexpr int products[2] = {2, 4}, entry[2] = {2, 1};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 224, block_columns = 256;
     static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = true;
@@ -323,7 +323,7 @@ struct Triple {
 struct Limbs {
     using Mask = __mmask16;
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 16, planes = 3, stride = 1088;
-    static constexpr int products[3] = {2, 2, 4};
+    static constexpr int products[3] = {2, 2, 4}, entry[3] = {2, 2, 1};
     static constexpr int32_t group_products = 16, group_rows = 4, block_rows = 112, block_columns = 256;
     static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = true;
@@ -401,7 +401,7 @@ struct Limbs {
 struct Wide {
     using Mask = __mmask8;
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 8, planes = 1, stride = 2112;
-    static constexpr int products[1] = {1};
+    static constexpr int products[1] = {1}, entry[1] = {8};
     static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 56, block_columns = 256;
     static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = false;
@@ -453,7 +453,7 @@ struct Wide {
 // affine maps of GF(2)^8 another column.
 struct Bits {
     static constexpr int rows = 32, vectors = 4, line_rows = 8, columns = 64, planes = 1, stride = 1088;
-    static constexpr int products[1] = {8};
+    static constexpr int products[1] = {8}, entry[1] = {1};
     static constexpr int32_t group_products = 32, group_rows = 8, block_rows = 512, block_columns = 512;
     static constexpr bool across_first = true, doubles = false;
     static constexpr bool folds = false;
