@@ -175,14 +175,13 @@ Object eval_value(const Arguments &arguments) {
 
 std::vector<Function> expression_functions() {
     return {
-        {"size", 1, 1, size_value, "size(L)", "how many elements a list or set has, or operands an expression"},
-        {"op", 1, 1, operands, "op(L)", "the elements of a list or set, the operands of an expression, as a sequence"},
-        {"eval", 1, 2, eval_value, "eval(a [, x = b | list])",
-         "a with the values that names have, or with those given"},
-        {"expand", 1, 1, expand_value, "expand(a)", "products and powers of sums multiplied out"},
-        {"coefficient", 3, 3, coefficient_value, "coefficient(a, x, n)", "the coefficient of x^n"},
-        {"modp1", 2, 3, make_modp1, "modp1(a, p [, x])", "a polynomial modulo p in one variable"},
-        {"modp2", 2, 3, make_modp2, "modp2(a, p [, [x, y]])", "a polynomial modulo p in two variables"},
+        {"size", 1, 1, size_value},
+        {"op", 1, 1, operands},
+        {"eval", 1, 2, eval_value},
+        {"expand", 1, 1, expand_value},
+        {"coefficient", 3, 3, coefficient_value},
+        {"modp1", 2, 3, make_modp1},
+        {"modp2", 2, 3, make_modp2},
     };
 }
 

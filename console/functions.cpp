@@ -11,6 +11,7 @@
 #include "console/interpreter.h"
 #include "console/number.h"
 #include "console/print.h"
+#include "console/reference.h"
 
 namespace modla::console {
 
@@ -140,8 +141,19 @@ Object raise_error(const Arguments &arguments) {
     throw HostError(to_line(arguments[0]));
 }
 
-Object show_help(const Arguments &) {
-    std::cout << describe_functions() << std::flush;
+Object show_help(const Arguments &arguments) {
+    if (arguments.empty()) {
+        std::cout << describe_functions() << std::flush;
+        return null_value();
+    }
+    const Object x = arguments[0];
+    const std::string name = has_type(x, type_procedure)                          ? procedure_of(x)->name
+                             : has_type(x, type_name) || has_type(x, type_string) ? text_of(x)
+                                                                                  : to_line(x);
+    const ReferenceEntry *const entry = find_reference(name);
+    if (!entry)
+        throw HostError("there is no help on " + name + nearest_function(name) + "; help() lists all functions");
+    std::cout << entry->text << std::endl;
     return null_value();
 }
 
@@ -160,23 +172,12 @@ const std::vector<Function> &all_functions() {
 
 std::vector<Function> value_functions() {
     return {
-        {"print", 0, 1000, print_values, "print(a, b, ...)", "prints the values on a line"},
-        {"pad", 2, 2, pad_text, "pad(a, width)", "text padded with blanks: right-aligned, left-aligned if width < 0"},
-        {"join", 0, 1000, join_text, "join(a, b, ...)", "one text of all the values"},
-        {"fixed", 2, 2, fixed_text, "fixed(x, n)", "a number as text with n digits after the point"},
-        {"sort", 1, 1, sort_values, "sort(L)", "the elements in order, numbers and lists of them by value"},
-        {"unique", 1, 1, unique_values, "unique(L)", "sorted, each element once"},
-        {"position", 2, 2, find_position, "position(x, L)", "where x stands in L; 0 if nowhere"},
-        {"bisect", 2, 2, find_sorted, "bisect(x, L)", "the same for a sorted list, faster"},
-        {"without", 2, 2, without, "without(L, i)", "the list without its element i"},
-        {"concat", 0, 1000, concatenate, "concat(L, M, ...)", "one list of the elements of all"},
-        {"equal", 2, 2, equal_values, "equal(a, b)", "true when the values, or the entries of tables, are equal"},
-        {"time", 0, 0, time_value, "time([a])",
-         "the seconds that a takes; without it seconds on a clock that only goes forward"},
-        {"seed", 1, 1, seed_random, "seed(n)", "starts the sequence of random entries anew"},
-        {"assign", 2, 2, assign_value, "assign('x', a)", "gives a name a value; the name may be a parameter's value"},
-        {"error", 1, 1, raise_error, "error(\"text\")", "ends the statement, and a script, with this error"},
-        {"help", 0, 0, show_help, "help()", "this list"},
+        {"print", 0, 1000, print_values},  {"pad", 2, 2, pad_text},        {"join", 0, 1000, join_text},
+        {"fixed", 2, 2, fixed_text},       {"sort", 1, 1, sort_values},    {"unique", 1, 1, unique_values},
+        {"position", 2, 2, find_position}, {"bisect", 2, 2, find_sorted},  {"without", 2, 2, without},
+        {"concat", 0, 1000, concatenate},  {"equal", 2, 2, equal_values},  {"time", 0, 0, time_value},
+        {"seed", 1, 1, seed_random},       {"assign", 2, 2, assign_value}, {"error", 1, 1, raise_error},
+        {"help", 0, 1, show_help},
     };
 }
 
@@ -185,20 +186,11 @@ gmp_randclass &random_source() {
     return *source;
 }
 
-std::string describe_functions() {
-    std::string result;
-    for (const Function &function : all_functions()) {
-        const std::string call = function.call;
-        result += call + std::string(call.size() < 44 ? 44 - call.size() : 1, ' ') + function.purpose + "\n";
-    }
-    return result;
-}
-
 void define_functions() {
     for (const Function &function : all_functions()) {
         define_protected(function.name, make_native(function.name, [&function](const Arguments &arguments) {
                              if (arguments.size() < function.least || arguments.size() > function.most) {
-                                 throw HostError(std::string("usage: ") + function.call);
+                                 throw HostError("usage: " + find_reference(function.name)->call);
                              }
                              return function.run(arguments);
                          }));

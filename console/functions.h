@@ -16,7 +16,6 @@ struct Function {
     const char *name;
     size_t least, most;  // arguments
     Object (*run)(const Arguments &arguments);
-    const char *call, *purpose;
 };
 
 // The functions by what they do, each list with its own file.
@@ -32,9 +31,6 @@ gmp_randclass &random_source();
 
 // Files that are not found in the working directory are looked for here: the directory of the running script.
 void set_file_directory(const std::string &directory);
-
-// One line per function: its call and what it does.
-std::string describe_functions();
 
 std::string string_argument(Object x, const char *what);
 

@@ -374,6 +374,14 @@ bool is_protected(Object name) {
     return immediate_value(words(name)[3]) & name_protected;
 }
 
+std::vector<std::string> protected_names() {
+    std::vector<std::string> result;
+    for (const auto &[text, name] : heap().names) {
+        if (is_protected(name)) result.push_back(text);
+    }
+    return result;
+}
+
 void set_value(Object name, Object value) {
     words(name)[1] = value;
     heap().revaluation |= is_in_expressions(name) && value != 0 && value != name;

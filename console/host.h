@@ -16,6 +16,7 @@ using EntryPoint = Object (*)(const HostApi *, const Object *);
 struct Procedure {
     std::string name;
     std::function<Object(const std::vector<Object> &arguments)> run;
+    bool is_entry_point = false;  // of the library
 };
 
 const HostApi &host_api();

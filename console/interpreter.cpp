@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 
 #include "console/algebra.h"
 #include "console/compare.h"
 #include "console/host.h"
 #include "console/number.h"
 #include "console/print.h"
+#include "console/reference.h"
 #include "console/table.h"
 
 namespace modla::console {
@@ -15,6 +17,7 @@ namespace modla::console {
 namespace {
 
 constexpr int deepest_calls = 400;  // of procedures of the language
+constexpr int most_callers = 10;    // that an error tells
 
 // The local variables of a running procedure.
 struct Frame {
@@ -169,16 +172,45 @@ Object timing_value(Run &run, const Node &node) {
     return new_float(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
 }
 
+// After an error of a function of the library: how it is called, and what stood where the message points to.
+void explain_call(HostError &error, const Procedure &procedure, const Node &node, const std::vector<Object> &values) {
+    const ReferenceEntry *const entry = procedure.is_entry_point ? find_reference(procedure.name) : nullptr;
+    const std::string message = error.what();
+    if (!entry || !error.details.empty() || message.starts_with("interrupted")) return;
+    error.details = "  usage: " + entry->call + "\n";
+    size_t position = 0;
+    if (std::sscanf(message.c_str(), "argument %zu", &position) != 1 || position - 1 >= values.size()) return;
+    const std::string value = to_line(values[position - 1]);
+    error.details += "  argument " + std::to_string(position) + " is " + value + "\n";
+    const bool named = node.parts.size() == values.size() + 1 && node.parts[position]->kind == NodeKind::name;
+    if (message.find("must be a name") == std::string::npos || !named) return;
+    const std::string &name = node.parts[position]->text;
+    error.details += "  " + name + " has the value " + value + "; the name itself is written '" + name + "'\n";
+}
+
 Object call_value(Run &run, const Node &node) {
     if (is_timing(node)) return timing_value(run, node);
     Roots held;
     held.values.push_back(value_of(run, *node.parts[0]));
     if (!has_type(held.values[0], type_procedure)) {
-        throw HostError("there is no function " + to_line(held.values[0]));
+        const std::string name = to_line(held.values[0]);
+        throw HostError("there is no function " + name + nearest_function(name));
     }
     Roots arguments;
     collect_values(run, node, 1, arguments.values);
-    return call_procedure(held.values[0], arguments.values);
+    try {
+        return call_procedure(held.values[0], arguments.values);
+    } catch (ProgramError &error) {
+        const Procedure &procedure = *procedure_of(held.values[0]);
+        if (++error.calls <= most_callers) {
+            error.details += "  in line " + std::to_string(error.outer_line) + " of " + procedure.name + "\n";
+        }
+        error.outer_line = node.line;
+        throw;
+    } catch (HostError &error) {
+        explain_call(error, *procedure_of(held.values[0]), node, arguments.values);
+        throw;
+    }
 }
 
 Object value_of(Run &run, const Node &node) {
@@ -346,6 +378,10 @@ void execute(Run &run, const Node &node) {
         throw;
     } catch (const std::bad_alloc &) {
         throw ProgramError(node.line, "out of memory");
+    } catch (const HostError &error) {
+        ProgramError at_line(node.line, error.what());
+        at_line.details = error.details;
+        throw at_line;
     } catch (const std::exception &error) {
         throw ProgramError(node.line, error.what());
     }
@@ -377,7 +413,7 @@ Object run_procedure(const ProcedureBody &body, const std::vector<Object> &argum
 
 Object make_procedure(std::shared_ptr<ProcedureBody> body) {
     auto procedure = std::make_shared<Procedure>();
-    procedure->name = "procedure";
+    procedure->name = body->name;
     procedure->run = [body = std::move(body)](const std::vector<Object> &arguments) {
         return run_procedure(*body, arguments);
     };
@@ -392,6 +428,19 @@ void run_program(const std::string &text, const Printer &print) {
         execute(run, *statement);
         if (run.flow != Flow::normal) throw ProgramError(statement->line, "only loops and procedures can be left");
     }
+}
+
+ErrorReport report_error(const std::exception &error, int lines_before) {
+    ErrorReport report = {0, "Error: " + std::string(error.what()) + "\n"};
+    if (const auto *host_error = dynamic_cast<const HostError *>(&error)) report.text += host_error->details;
+    if (const auto *syntax_error = dynamic_cast<const SyntaxError *>(&error)) report.line = syntax_error->line;
+    if (const auto *program_error = dynamic_cast<const ProgramError *>(&error)) {
+        report.line = program_error->line;
+        const int line = lines_before + program_error->outer_line;
+        if (program_error->calls > 0) report.text += "  called in line " + std::to_string(line) + "\n";
+    }
+    report.line += lines_before;
+    return report;
 }
 
 Object evaluate_text(const std::string &text) {

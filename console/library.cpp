@@ -47,7 +47,9 @@ void load_library(const std::string &path) {
         const auto call = [entry, name](const std::vector<Object> &arguments) {
             return call_entry_point(entry, arguments, name);
         };
-        define_protected(name, make_native(name, call));
+        const Object procedure = make_native(name, call);
+        procedure_of(procedure)->is_entry_point = true;
+        define_protected(name, procedure);
     }
     const auto enroll = reinterpret_cast<EntryPoint>(library_symbol("modLA_Register"));
     if (!enroll) throw HostError(path + " is no modLA library");

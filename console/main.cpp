@@ -19,6 +19,7 @@
 #include "console/interpreter.h"
 #include "console/library.h"
 #include "console/print.h"
+#include "console/reference.h"
 
 using namespace modla::console;
 
@@ -39,24 +40,16 @@ void print_value(Object value) {
 
 // Runs a text; an error is reported with the place where it arose.
 bool run_text(const std::string &text, const std::string &place, int lines_before = 0) {
-    int line = 0;
-    std::string message;
     try {
         run_program(text, print_value);
         return true;
-    } catch (const ProgramError &error) {
-        line = error.line;
-        message = error.what();
-    } catch (const SyntaxError &error) {
-        line = error.line;
-        message = error.what();
     } catch (const std::exception &error) {
-        message = error.what();
+        const ErrorReport report = report_error(error, lines_before);
+        std::cout << std::flush;
+        std::cerr << (place.empty() ? "" : place + ":" + std::to_string(report.line) + ": ") << report.text
+                  << std::flush;
+        return false;
     }
-    std::cout << std::flush;
-    std::cerr << (place.empty() ? "" : place + ":" + std::to_string(lines_before + line) + ": ") << "Error: " << message
-              << std::endl;
-    return false;
 }
 
 bool is_complete(const std::string &text) {
@@ -97,6 +90,7 @@ void run_prompt() {
         if (std::exchange(line_given_up, false)) text.clear();
         text += std::string(line) + "\n";
         std::free(line);
+        if (text[0] == '?') text = "help(\"" + text.substr(1, text.find_last_not_of(" \n")) + "\")";
         if (!empty && !is_complete(text)) continue;  // an empty line gives an unfinished statement up
         run_text(text, "");
         take_interrupt();
@@ -155,7 +149,7 @@ int read_options(int count, char **arguments, Options *options) {
     for (int i = 1; i < count; i++) {
         const std::string argument = arguments[i];
         if (argument == "--help" || argument == "-h") {
-            std::cout << usage << "\nFunctions besides the library's entry points:\n" << describe_functions();
+            std::cout << usage << "\nThe functions, those of the library first:\n" << describe_functions();
             return 1;
         }
         if (argument == "--version") {

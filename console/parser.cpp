@@ -163,6 +163,8 @@ struct Parser {
         skip_separators();
         node->parts.push_back(std::move(target));
         node->parts.push_back(expression());
+        const bool named = node->parts[1]->kind == NodeKind::procedure && node->parts[0]->kind == NodeKind::name;
+        if (named) node->parts[1]->body->name = node->parts[0]->text;
         return node;
     }
 

@@ -69,7 +69,8 @@ using NodePointer = std::unique_ptr<Node>;
 
 // The body of a procedure of the language.
 struct ProcedureBody {
-    std::vector<std::string> locals;  // the parameters first
+    std::string name = "a procedure";  // that it was assigned to where it was written
+    std::vector<std::string> locals;   // the parameters first
     size_t parameters = 0;
     NodePointer block;
     std::shared_ptr<Roots> constants;  // of the text that the body was read from

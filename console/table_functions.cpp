@@ -201,16 +201,14 @@ void set_file_directory(const std::string &directory) {
 
 std::vector<Function> table_functions() {
     return {
-        {"rows", 1, 1, rows_value, "rows(A)", "the number of rows"},
-        {"columns", 1, 1, columns_value, "columns(A)", "the number of columns"},
-        {"row_vector", 1, 2, make_row_vector, "row_vector(list [, datatype])", "a Vector of these entries, unreduced"},
-        {"column_vector", 1, 2, make_column_vector, "column_vector(list [, datatype])", "likewise"},
-        {"matrix", 1, 3, make_matrix, "matrix(lists [, datatype [, order]])", "a Matrix of these rows, unreduced"},
-        {"ReadMatrix", 1, 4, read_matrix, "ReadMatrix([p,] \"file\", datatype [, order])",
-         "a Matrix Market or SMS file, reduced modulo p; without p unreduced, host integers unless a datatype is "
-         "given"},
-        {"WriteMatrix", 2, 2, write_matrix, "WriteMatrix(\"file\", A)", "Matrix Market, or SMS for a name in .sms"},
-        {"ReadLists", 1, 1, read_lists, "ReadLists(\"file\")", "a list of the integers on every line"},
+        {"rows", 1, 1, rows_value},
+        {"columns", 1, 1, columns_value},
+        {"row_vector", 1, 2, make_row_vector},
+        {"column_vector", 1, 2, make_column_vector},
+        {"matrix", 1, 3, make_matrix},
+        {"ReadMatrix", 1, 4, read_matrix},
+        {"WriteMatrix", 2, 2, write_matrix},
+        {"ReadLists", 1, 1, read_lists},
     };
 }
 

@@ -1129,7 +1129,8 @@ TEST_F(Program, RunsATextAndStandardInput) {
     expect(console({"-e", "v := 2", "-e", "v + 1", "-e", "1/0", "-e", "5"}), 1, "3\n", "Error: division by zero\n");
     expect(console({}, "v := 6\nv * 7"), 0, "42\n", "");
     expect(console({"-"}, "1\n\n2/0\n"), 1, "1\n", "stdin:3: Error: division by zero\n");
-    expect(console({}, "f := proc(x)\n1/x\nend; f(0)\n"), 1, "", "stdin:2: Error: division by zero\n");
+    expect(console({}, "\nf := proc(x)\n1/x\nend; f(0)\n"), 1, "",
+           "stdin:3: Error: division by zero\n  in line 2 of f\n  called in line 4\n");
     expect(console({}, ""), 0, "", "");
 }
 
@@ -1356,8 +1357,8 @@ TEST_F(Prompt, GoesOnAfterErrors) {
     EXPECT_EQ(enter("v := 1/0"), "Error: division by zero\n");
     EXPECT_EQ(enter(")"), "Error: expected an expression, got ')'\n");
     EXPECT_EQ(enter("\"abc"), "Error: a string is not closed\n");
-    EXPECT_EQ(enter("Create(7, 2)"), "Error: too few arguments\n");
-    EXPECT_EQ(enter("f := proc() f() end; f()"), "Error: too many procedure calls within each other\n");
+    EXPECT_EQ(enter("ForSub(7)"), "Error: incorrect number of arguments\n  usage: ForSub(p, L, B, unit)\n");
+    EXPECT_EQ(enter("?rows").substr(0, 29), "rows(A)\n\nThe number of rows.\n");
     EXPECT_EQ(enter("w := 5; w"), "5\n");
     EXPECT_EQ(finish(), 0);
 }
@@ -1411,7 +1412,7 @@ TEST_F(Prompt, InterruptsCallsOfTheLibrary) {
     EXPECT_NE(read_until("\n> ").find("Error: interrupted\n"), std::string::npos);
     EXPECT_EQ(enter("x; rows(A)"), "x\n1200\n");
     for (const auto &[matrix, p] :
-         {std::pair("2500, 2500, random, float[8]", "65521"), {"200, 200, random, integer", "10^30"}}) {
+         {std::pair("2500, 2500, random, float[8]", "65521"), {"320, 320, random, integer", "10^30"}}) {
         start(matrix, p);
         send("\x03");
         EXPECT_NE(read_until("\n> ").find("ZigZag was abandoned, and the entries of A are unreliable now\n"),

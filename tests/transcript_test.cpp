@@ -5,11 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 
+#include "console/reference.h"
 #include "session.h"
 
 using namespace modla::console;
-using modla_test::run;
 
 namespace {
 
@@ -34,7 +35,7 @@ std::vector<Transcript> transcripts_of(const std::string &path, bool markdown) {
             inside = true;
         } else if (inside && line.starts_with(more)) {
             result.back().back().input += line.substr(more.size()) + "\n";
-        } else if (inside && line.starts_with(indent) && line != indent) {
+        } else if (inside && line.starts_with(indent) && (markdown || !line.empty())) {
             result.back().back().output += line.substr(indent.size()) + "\n";
         } else {
             inside = false;
@@ -43,14 +44,26 @@ std::vector<Transcript> transcripts_of(const std::string &path, bool markdown) {
     return result;
 }
 
+std::string shown(const std::string &input) {
+    std::ostringstream output;
+    std::streambuf *const terminal = std::cout.rdbuf(output.rdbuf());
+    try {
+        run_program(input, [&](Object value) { output << to_text(value) << "\n"; });
+    } catch (const std::exception &error) {
+        output << report_error(error).text;
+    }
+    std::cout.rdbuf(terminal);
+    return output.str();
+}
+
 // Returns how many statements there were.
 size_t replay(const std::string &path, bool markdown) {
     const Checkpoint before = make_checkpoint();
     size_t count = 0;
     for (const Transcript &transcript : transcripts_of(path, markdown)) {
-        run("seed(1)");  // as in a new session
+        shown("seed(1)");  // as in a new session
         for (const auto &[line, input, output] : transcript) {
-            EXPECT_EQ(run(input), output) << path << ":" << line;
+            EXPECT_EQ(shown(input), output) << path << ":" << line;
             count++;
         }
         go_back(before);
@@ -59,13 +72,27 @@ size_t replay(const std::string &path, bool markdown) {
 }
 
 TEST(Transcripts, AreReproduced) {
-    for (const char *name : {"residues", "random", "language"}) {
+    for (const char *name : {"residues", "random", "language", "errors"}) {
         EXPECT_GT(replay(std::string(MODLA_TRANSCRIPTS "/") + name + ".txt", false), 1u) << name;
     }
 }
 
 TEST(Transcripts, OfTheReadmeAreReproduced) {
     EXPECT_GT(replay(MODLA_README, true), 15u);
+}
+
+// Every function has an entry, and every example of one is true.
+TEST(Transcripts, OfTheReferenceAreReproduced) {
+    std::set<std::string> described, callable;
+    for (const ReferenceEntry &entry : reference()) {
+        described.insert(entry.name);
+        EXPECT_NE(entry.text.find("\n    > "), std::string::npos) << entry.name << " has no example";
+    }
+    for (const std::string &name : protected_names()) {
+        if (has_type(evaluate(global_name(name)), type_procedure) && name != "raw") callable.insert(name);
+    }
+    EXPECT_EQ(described, callable);
+    EXPECT_GT(replay(MODLA_REFERENCE, true), described.size());
 }
 
 }  // namespace
