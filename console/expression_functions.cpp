@@ -120,6 +120,25 @@ Object expand_value(const Arguments &arguments) {
     return expand(arguments[0]);
 }
 
+// The highest exponent of x, at least 0.
+Object degree_value(const Arguments &arguments) {
+    Roots expanded;
+    expanded.values.push_back(expand_value(arguments));
+    const HoldCollection hold;
+    Object number, result = immediate(0);
+    Pairs terms;
+    split_sum(expanded.values[0], &number, &terms);
+    for (size_t i = 0; i < terms.size(); i += 2) {
+        Pairs factors;
+        split_product(terms[i], &number, &factors);
+        for (size_t k = 0; k < factors.size(); k += 2) {
+            const bool higher = factors[k] == arguments[1] && compare_numbers(factors[k + 1], result) > 0;
+            if (higher) result = factors[k + 1];
+        }
+    }
+    return result;
+}
+
 // coefficient(e, x, n): what the terms of e with x^n have besides it.
 Object coefficient_value(const Arguments &arguments) {
     Roots expanded;
@@ -180,6 +199,7 @@ std::vector<Function> expression_functions() {
         {"eval", 1, 2, eval_value},
         {"expand", 1, 1, expand_value},
         {"coefficient", 3, 3, coefficient_value},
+        {"degree", 2, 2, degree_value},
         {"modp1", 2, 3, make_modp1},
         {"modp2", 2, 3, make_modp2},
     };

@@ -7,6 +7,7 @@
 
 #include "console/callbacks.h"
 #include "console/compare.h"
+#include "console/embedded.h"
 #include "console/host.h"
 #include "console/interpreter.h"
 #include "console/number.h"
@@ -124,6 +125,16 @@ Object time_value(const Arguments &) {
     return new_float(std::chrono::duration<double>(now).count());
 }
 
+Object previous_prime(const Arguments &arguments) {
+    if (!is_integer(arguments[0])) throw HostError("expected an integer, got " + to_line(arguments[0]));
+    mpz_class p = integer_of(arguments[0]);
+    constexpr int rounds = 25;
+    do p = p - 1;
+    while (p >= 2 && mpz_probab_prime_p(p.get_mpz_t(), rounds) == 0);
+    if (p < 2) throw HostError("there is no prime below " + to_line(arguments[0]));
+    return integer_object(p);
+}
+
 Object seed_random(const Arguments &arguments) {
     const unsigned seed = static_cast<unsigned>(small_integer(arguments[0], "a seed"));
     std::srand(seed);
@@ -172,11 +183,14 @@ const std::vector<Function> &all_functions() {
 
 std::vector<Function> value_functions() {
     return {
-        {"print", 0, 1000, print_values},  {"pad", 2, 2, pad_text},        {"join", 0, 1000, join_text},
-        {"fixed", 2, 2, fixed_text},       {"sort", 1, 1, sort_values},    {"unique", 1, 1, unique_values},
-        {"position", 2, 2, find_position}, {"bisect", 2, 2, find_sorted},  {"without", 2, 2, without},
-        {"concat", 0, 1000, concatenate},  {"equal", 2, 2, equal_values},  {"time", 0, 0, time_value},
-        {"seed", 1, 1, seed_random},       {"assign", 2, 2, assign_value}, {"error", 1, 1, raise_error},
+        {"print", 0, 1000, print_values},  {"pad", 2, 2, pad_text},
+        {"join", 0, 1000, join_text},      {"fixed", 2, 2, fixed_text},
+        {"sort", 1, 1, sort_values},       {"unique", 1, 1, unique_values},
+        {"position", 2, 2, find_position}, {"bisect", 2, 2, find_sorted},
+        {"without", 2, 2, without},        {"concat", 0, 1000, concatenate},
+        {"equal", 2, 2, equal_values},     {"time", 0, 0, time_value},
+        {"seed", 1, 1, seed_random},       {"assign", 2, 2, assign_value},
+        {"error", 1, 1, raise_error},      {"previous_prime", 1, 1, previous_prime},
         {"help", 0, 1, show_help},
     };
 }
@@ -184,6 +198,17 @@ std::vector<Function> value_functions() {
 gmp_randclass &random_source() {
     static auto *const source = new gmp_randclass(gmp_randinit_mt);
     return *source;
+}
+
+// Functions in the console's own language; their helpers have names with a leading _.
+void define_prelude() {
+    run_program(modla_prelude, [](Object) {});
+    for (const std::string &text : assigned_names()) {
+        const Object name = global_name(text);
+        if (is_protected(name) || !has_type(words(name)[1], type_procedure)) continue;
+        procedure_of(words(name)[1])->is_prelude = true;
+        protect(name);
+    }
 }
 
 void define_functions() {
@@ -195,6 +220,7 @@ void define_functions() {
                              return function.run(arguments);
                          }));
     }
+    define_prelude();
     define_callbacks();
 }
 

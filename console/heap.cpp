@@ -374,11 +374,12 @@ bool is_protected(Object name) {
     return immediate_value(words(name)[3]) & name_protected;
 }
 
-std::vector<std::string> protected_names() {
+std::vector<std::string> assigned_names() {
     std::vector<std::string> result;
     for (const auto &[text, name] : heap().names) {
-        if (is_protected(name)) result.push_back(text);
+        if (words(name)[1]) result.push_back(text);
     }
+    std::sort(result.begin(), result.end());
     return result;
 }
 

@@ -65,7 +65,7 @@ Object global_name(const std::string &text);
 Object local_name(const std::string &text);
 void protect(Object name);  // from assignment
 bool is_protected(Object name);
-std::vector<std::string> protected_names();
+std::vector<std::string> assigned_names();
 void set_value(Object name, Object value);  // 0: none
 std::string name_with_value(Object x);      // a global name that has this very value
 bool is_in_expressions(Object name);        // does it stand in an expression?

@@ -17,6 +17,7 @@ struct Procedure {
     std::string name;
     std::function<Object(const std::vector<Object> &arguments)> run;
     bool is_entry_point = false;  // of the library
+    bool is_prelude = false;      // one of the console's own functions in its own language
 };
 
 const HostApi &host_api();

@@ -174,7 +174,8 @@ Object timing_value(Run &run, const Node &node) {
 
 // After an error of a function of the library: how it is called, and what stood where the message points to.
 void explain_call(HostError &error, const Procedure &procedure, const Node &node, const std::vector<Object> &values) {
-    const ReferenceEntry *const entry = procedure.is_entry_point ? find_reference(procedure.name) : nullptr;
+    const ReferenceEntry *const entry =
+        procedure.is_entry_point || procedure.is_prelude ? find_reference(procedure.name) : nullptr;
     const std::string message = error.what();
     if (!entry || !error.details.empty() || message.starts_with("interrupted")) return;
     error.details = "  usage: " + entry->call + "\n";
@@ -202,6 +203,11 @@ Object call_value(Run &run, const Node &node) {
         return call_procedure(held.values[0], arguments.values);
     } catch (ProgramError &error) {
         const Procedure &procedure = *procedure_of(held.values[0]);
+        if (procedure.is_prelude) {
+            HostError inner(error.what());
+            explain_call(inner, procedure, node, arguments.values);
+            throw inner;
+        }
         if (++error.calls <= most_callers) {
             error.details += "  in line " + std::to_string(error.outer_line) + " of " + procedure.name + "\n";
         }

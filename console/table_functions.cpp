@@ -101,6 +101,10 @@ Object rows_value(const Arguments &arguments) {
     return integer_object(int64_t{table_rows(table_argument(arguments[0]))});
 }
 
+Object is_matrix_value(const Arguments &arguments) {
+    return global_name(table_argument(arguments[0]).settings.num_dimensions == 2 ? "true" : "false");
+}
+
 Object columns_value(const Arguments &arguments) {
     return integer_object(int64_t{table_columns(table_argument(arguments[0]))});
 }
@@ -201,6 +205,7 @@ void set_file_directory(const std::string &directory) {
 
 std::vector<Function> table_functions() {
     return {
+        {"is_matrix", 1, 1, is_matrix_value},
         {"rows", 1, 1, rows_value},
         {"columns", 1, 1, columns_value},
         {"row_vector", 1, 2, make_row_vector},

@@ -72,7 +72,7 @@ size_t replay(const std::string &path, bool markdown) {
 }
 
 TEST(Transcripts, AreReproduced) {
-    for (const char *name : {"residues", "random", "language", "errors"}) {
+    for (const char *name : {"residues", "random", "language", "errors", "prelude"}) {
         EXPECT_GT(replay(std::string(MODLA_TRANSCRIPTS "/") + name + ".txt", false), 1u) << name;
     }
 }
@@ -88,8 +88,9 @@ TEST(Transcripts, OfTheReferenceAreReproduced) {
         described.insert(entry.name);
         EXPECT_NE(entry.text.find("\n    > "), std::string::npos) << entry.name << " has no example";
     }
-    for (const std::string &name : protected_names()) {
-        if (has_type(evaluate(global_name(name)), type_procedure) && name != "raw") callable.insert(name);
+    for (const std::string &name : assigned_names()) {
+        const bool hidden = name == "raw" || name[0] == '_' || !is_protected(global_name(name));
+        if (!hidden && has_type(evaluate(global_name(name)), type_procedure)) callable.insert(name);
     }
     EXPECT_EQ(described, callable);
     EXPECT_GT(replay(MODLA_REFERENCE, true), described.size());
