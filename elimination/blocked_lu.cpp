@@ -100,6 +100,26 @@ void update_columns(const BlockElimination<Ring> &E, int32_t r, int32_t c, int32
                      E.A.from(rank, from));
 }
 
+// Line by line, to be done at once with most blocks.
+template <class Ring>
+bool is_zero_block(const BlockElimination<Ring> &E, int32_t r, int32_t c, int32_t end) {
+    const bool by_rows = E.A.steps.row != 1;
+    Operand<typename Ring::Entry> block = E.A.from(r, c);
+    if (!by_rows) block = block.transposed();
+    const int32_t rows = E.rows - r, lines = by_rows ? rows : end - c, count = by_rows ? end - c : rows;
+    for (int32_t i = 0; i < lines; i++) {
+        const auto *const line = &block.at(i, 0);
+        bool any = false;
+        if (block.steps.column == 1) {
+            for (int32_t k = 0; k < count; k++) any |= line[k] != 0;
+        } else {
+            for (int32_t k = 0; k < count; k++) any |= line[k * block.steps.column] != 0;
+        }
+        if (any) return false;
+    }
+    return true;
+}
+
 template <class Ring>
 Reach eliminate_block(const BlockElimination<Ring> &E, int32_t r, int32_t c, int32_t end);
 
@@ -134,6 +154,7 @@ template <class Ring>
 Reach eliminate_block(const BlockElimination<Ring> &E, int32_t r, int32_t c, int32_t end) {
     const int32_t width = end - c;
     if (r == E.rows) return {r, end};
+    if (is_zero_block(E, r, c, end)) return {r, E.stop_at_zeros ? c : end};
     if (E.A.steps.row != 1 && width <= E.sizes.panel) return eliminate_panel(E, r, c, end);
     if (width <= E.sizes.leaf) return eliminate_columns(E, r, c, end);
     const int32_t unit = width > E.sizes.panel ? E.sizes.panel : E.sizes.leaf;
@@ -286,10 +307,11 @@ void modla::finish_reduced_form(const BlockElimination<Ring> &E, int32_t r, int3
 }
 
 template <class Ring>
-void *modla::take_work(BlockElimination<Ring> *E, int32_t pivots) {
+void *modla::take_work(BlockElimination<Ring> *E, int32_t columns) {
     using Entry = typename Ring::Entry;
     constexpr uint64_t line = 64 / sizeof(Entry);
-    const uint64_t rows = static_cast<uint64_t>(E->rows), count = static_cast<uint64_t>(pivots);
+    const uint64_t rows = static_cast<uint64_t>(E->rows), count = static_cast<uint64_t>(std::min(E->rows, columns));
+    E->sizes.panel = std::min(E->sizes.panel, columns);
     // Columns of the panel start on different sets of the caches.
     const uint64_t step = rows / line * line + 2 * line + (rows / line % 64 == 0 ? line : 0);
     const uint64_t panel = E->A.steps.row == 1 ? 0 : step * static_cast<uint64_t>(E->sizes.panel);

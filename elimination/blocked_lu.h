@@ -33,9 +33,9 @@ struct Reach {
     int32_t rank, column;
 };
 
-// Takes work memory from the heap for at most `pivots` of them; null when there is none.  To be freed by std::free.
+// Takes work memory from the heap for so many columns; null when there is none.  To be freed by std::free.
 template <class Ring>
-void *take_work(BlockElimination<Ring> *E, int32_t pivots);
+void *take_work(BlockElimination<Ring> *E, int32_t columns);
 
 // Eliminates columns c..end-1 in rows r.. as far as the plain text would do so with pivots alone: to the end or to the
 // first column that has nonzero entries but no pivot, or none where zeros stop.  Then the columns before `width` are

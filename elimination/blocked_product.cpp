@@ -9,12 +9,6 @@ using namespace modla;
 
 namespace {
 
-template <class Ring, class Entry = typename Ring::Entry>
-bool multiply(const Ring &ring, Update update, int32_t rows, int32_t depth, int32_t columns, Operand<const Entry> A,
-              Operand<const Entry> B, Operand<Entry> C) {
-    return gemm(modulus_of(ring), update, rows, depth, columns, A, B, C);
-}
-
 // Calls body with UnitStep where that is the step.
 template <class Body>
 void with_step(ptrdiff_t step, Body body) {
@@ -29,7 +23,7 @@ void with_step(ptrdiff_t step, Body body) {
 template <class Ring, class Entry = typename Ring::Entry>
 void subtract_by_columns(const Ring &ring, int32_t rows, int32_t depth, int32_t columns, Operand<const Entry> A,
                          Operand<const Entry> B, Operand<Entry> C) {
-    const int32_t bound = delay_bound<Ring>(modulus_of(ring));
+    const int32_t bound = delay_bound(ring);
     with_step(C.steps.row, [&](auto c_step) {
         with_step(A.steps.row, [&](auto a_step) {
             for (int32_t j = 0; j < columns; j++) {
@@ -52,25 +46,48 @@ void subtract_by_columns(const Ring &ring, int32_t rows, int32_t depth, int32_t 
     });
 }
 
-// B := T^-1 * B, row by row or, where those are contiguous, column by column.
+// B := T^-1 * B, along B's rows.
 template <class Ring, class Entry>
-void solve_plainly(const Ring &ring, const TriangularOperand<Entry> &L, int32_t n, Operand<Entry> B, int32_t columns) {
-    const auto solve = [&](Operand<Entry> X, int32_t width) {
-        with_step(X.steps.column, [&](auto step) {
-            using Row = Line<Entry, decltype(step)>;
-            for (int32_t s = 0; s < n; s++) {
-                const int32_t i = L.lower ? s : n - 1 - s;
-                const Row target = {&X.at(i, 0), step};
-                for (int32_t t = L.lower ? 0 : i + 1; t < (L.lower ? i : n); t++) {
-                    const auto f = ring.negate(L.T.at(i, t));
-                    if (f != 0) add_multiple_reduced(ring, target, Row{&X.at(t, 0), step}, width, f);
+void solve_by_rows(const Ring &ring, const TriangularOperand<Entry> &L, int32_t n, Operand<Entry> B, int32_t columns) {
+    const auto row = [&](int32_t i) { return Line<Entry, UnitStep>{&B.at(i, 0), {}}; };
+    for (int32_t s = 0; s < n; s++) {
+        const int32_t i = L.lower ? s : n - 1 - s;
+        for (int32_t t = L.lower ? 0 : i + 1; t < (L.lower ? i : n); t++) {
+            const auto f = ring.negate(L.T.at(i, t));
+            if (f != 0) add_multiple_reduced(ring, row(i), row(t), columns, f);
+        }
+        if (L.inverses && L.inverses[i] != 1) scale_line(ring, row(i), columns, L.inverses[i]);
+    }
+}
+
+// The same along the columns of B and of T.
+template <class Ring, class Entry>
+void solve_by_columns(const Ring &ring, const TriangularOperand<Entry> &L, int32_t n, Operand<Entry> B,
+                      int32_t columns) {
+    with_step(B.steps.row, [&](auto b_step) {
+        with_step(L.T.steps.row, [&](auto t_step) {
+            for (int32_t j = 0; j < columns; j++) {
+                for (int32_t s = 0; s < n; s++) {
+                    const int32_t i = L.lower ? s : n - 1 - s, first = L.lower ? i + 1 : 0;
+                    if (L.inverses) B.at(i, j) = ring.multiply(B.at(i, j), L.inverses[i]);
+                    const auto f = ring.negate(B.at(i, j));
+                    if (f == 0) continue;
+                    const Line<Entry, decltype(b_step)> target = {&B.at(first, j), b_step};
+                    const Line<const Entry, decltype(t_step)> factors = {&L.T.at(first, i), t_step};
+                    add_multiple_reduced(ring, target, factors, n - 1 - s, f);
                 }
-                if (L.inverses && L.inverses[i] != 1) scale_line(ring, target, width, L.inverses[i]);
             }
         });
-    };
-    if (B.steps.column == 1) return solve(B, columns);
-    for (int32_t j = 0; j < columns; j++) solve(B.from(0, j), 1);
+    });
+}
+
+template <class Ring, class Entry>
+void solve_plainly(const Ring &ring, const TriangularOperand<Entry> &L, int32_t n, Operand<Entry> B, int32_t columns) {
+    if (B.steps.column == 1 && columns > 1) {
+        solve_by_rows(ring, L, n, B, columns);
+    } else {
+        solve_by_columns(ring, L, n, B, columns);
+    }
 }
 
 // The same for a small triangle, by a product with its inverse, a strip of columns at a time.
@@ -87,7 +104,7 @@ void solve_by_inverse(const Ring &ring, const BlockSizes &sizes, Entry *work, co
         const int32_t count = std::min(columns - j, sizes.strip);
         const Operand<Entry> strip = B.from(0, j);
         copy_entries<Entry>({n, count}, strip, copy);
-        if (!multiply(ring, Update::store, n, n, count, source(inverse), source(copy), strip)) {
+        if (!gemm(modulus_of(ring.p), Update::store, n, n, count, source(inverse), source(copy), strip)) {
             solve_plainly(ring, L, n, strip, count);
         }
     }
@@ -99,7 +116,7 @@ template <class Ring, class Entry>
 void modla::subtract_product(const Ring &ring, int32_t rows, int32_t depth, int32_t columns, Operand<const Entry> A,
                              Operand<const Entry> B, Operand<Entry> C) {
     if (rows <= 0 || depth <= 0 || columns <= 0) return;
-    if (multiply(ring, Update::subtract, rows, depth, columns, A, B, C)) return;
+    if (gemm(modulus_of(ring.p), Update::subtract, rows, depth, columns, A, B, C)) return;
     if (C.steps.column == 1 && C.steps.row != 1) {
         subtract_by_columns(ring, columns, depth, rows, B.transposed(), A.transposed(), C.transposed());
     } else {

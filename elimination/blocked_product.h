@@ -14,7 +14,7 @@ namespace modla {
 
 // How matrices are cut into blocks.  Every size gives the same results; the defaults were measured.
 struct BlockSizes {
-    int32_t least = 48;   // rows and columns from which on blocks pay
+    int32_t least = 40;   // rows and columns from which on blocks pay
     int32_t leaf = 8;     // columns that are eliminated one by one
     int32_t panel = 64;   // columns that are eliminated in a copy, whose columns are contiguous
     int32_t solve = 32;   // rows of a triangular block that is inverted
@@ -25,18 +25,13 @@ struct BlockSizes {
 template <class Ring>
 constexpr bool has_engine = std::is_same_v<Ring, WordRing> || std::is_same_v<Ring, FloatRing>;
 
-inline uint32_t modulus_of(const WordRing &ring) {
-    return ring.p;
-}
-inline uint32_t modulus_of(const FloatRing &ring) {
-    return modulus_of(ring.p);
-}
-// Does the engine take the modulus?  A kernel may be called with any.
-inline bool suits_engine(const WordRing &ring) {
-    return ring.p >= 2 && ring.p <= 65535;
-}
-inline bool suits_engine(const FloatRing &ring) {
-    return ring.p >= 2 && ring.p < 33554432;
+// Do blocks pay for a matrix of this size?  A kernel may be called with any modulus.
+template <class Ring>
+bool blocks_pay(const Ring &ring, const BlockSizes &sizes, int32_t rows, int32_t columns) {
+    constexpr bool doubles = std::is_same_v<Ring, FloatRing>;
+    constexpr int32_t block = 64;  // as products of large matrices have
+    return rows >= sizes.least && columns >= sizes.least && ring.p >= 2 && ring.p < (doubles ? 33554432 : 65536) &&
+           gemm_serves(modulus_of(ring.p), block, block, block, doubles);
 }
 
 template <class Entry, bool c_order>

@@ -68,7 +68,7 @@ LUStatus factor_columns(const LUFactorization<Ring, M> &F, int32_t k) {
 // As many of the steps as need no decision, by blocks: their number, 0 where blocks do not pay or have no memory.
 template <class Ring, class M>
 int32_t factor_blocks(const LUFactorization<Ring, M> &F, const BlockSizes &sizes) {
-    if (!suits_engine(F.ring) || F.n < sizes.least) return 0;
+    if (!blocks_pay(F.ring, sizes, F.n, F.n)) return 0;
     BlockElimination<Ring> E = {};
     E.ring = F.ring;
     E.A = operand(F.A);

@@ -239,14 +239,14 @@ void eliminate_columns(const RowReduction<Ring, M> &R, Progress *progress, int32
 // Nothing is done where blocks do not pay or have no memory.
 template <class Ring, class M>
 void reduce_blocks(const RowReduction<Ring, M> &R, const BlockSizes &sizes, Progress *progress) {
-    if (!suits_engine(R.ring) || R.nrows < sizes.least || R.nred < sizes.least) return;
+    if (!blocks_pay(R.ring, sizes, R.nrows, R.nred)) return;
     BlockElimination<Ring> E = {};
     E.ring = R.ring;
     E.A = operand(R.A);
     E.rows = R.nrows;
     E.stop_at_zeros = R.det && R.detonly;  // the next pivot would end the run
     E.sizes = sizes;
-    void *const work = take_work(&E, std::min(R.nrows, R.nred));
+    void *const work = take_work(&E, R.nred);
     if (!work) return;
     while (progress->rank < R.nrows && progress->column < R.nred && !progress->finished) {
         const int32_t r = progress->rank, c = progress->column;

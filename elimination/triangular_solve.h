@@ -53,7 +53,8 @@ bool subtract_row(const S &system, int32_t j, bool postpone) {
     const auto &ring = system.ring;
     const int32_t first = system.first_after(j), count = system.end_after(j) - first;
     const auto factors = system.T.column(j, first);
-    postpone = postpone && is_canonical_line(ring, factors, count);
+    const bool canonical = is_canonical_line(ring, factors, count);
+    postpone = postpone && canonical;
     if constexpr (decltype(system.T)::c_order) {
         for (int32_t k = 0; k < count; k++) {
             const auto f = ring.negate(ring.canonical(factors[k]));
@@ -70,10 +71,12 @@ bool subtract_row(const S &system, int32_t j, bool postpone) {
             const auto target = system.B.column(c, first);
             if (postpone) {
                 if (f != 0) add_multiple(ring, target, factors, count, f);
-                continue;
-            }
-            for (int32_t k = 0; k < count; k++) {
-                target[k] = ring.multiply_add(f, ring.canonical(factors[k]), target[k]);
+            } else if (canonical) {
+                add_multiple_reduced(ring, target, factors, count, f);
+            } else {
+                for (int32_t k = 0; k < count; k++) {
+                    target[k] = ring.multiply_add(f, ring.canonical(factors[k]), target[k]);
+                }
             }
         }
     }
@@ -105,15 +108,15 @@ SolveStatus solve_by_dots(const S &system) {
     const auto &ring = system.ring;
     for (int32_t s = 0; s < system.n; s++) {
         const int32_t i = system.row(s), first = system.first_before(i);
-        auto b = ring.canonical(system.B.at(i, 0));
-        for (int32_t done = 0; done < s;) {
-            const int32_t count = std::min(s - done, std::max(system.limit, 1));
-            const auto factors = system.T.row(i, first + done);
-            const auto unknowns = system.B.column(0, first + done);
-            b = ring.reduce(b + ring.negate(dot_line(ring, factors, unknowns, count)));
-            done += count;
+        const auto factors = system.T.row(i, first);
+        const auto unknowns = system.B.column(0, first);
+        typename std::decay_t<decltype(ring)>::Value sum = 0;
+        if (is_canonical_line(ring, factors, s)) {
+            sum = dot_residues(ring, factors, unknowns, s, system.limit);
+        } else {
+            for (int32_t k = 0; k < s; k++) sum = ring.multiply_add(ring.canonical(factors[k]), unknowns[k], sum);
         }
-        system.B.at(i, 0) = b;
+        system.B.at(i, 0) = ring.reduce(system.B.at(i, 0) + ring.negate(sum));
         const SolveStatus status = divide_row(system, i);
         if (status != solve_done) return status;
     }
@@ -143,7 +146,7 @@ template <class S>
 bool solve_blocks(const S &system, const BlockSizes &sizes) {
     using Entry = typename decltype(system.ring)::Entry;
     const int32_t n = system.n;
-    if (!suits_engine(system.ring) || n < sizes.least || system.columns < sizes.least) return false;
+    if (!blocks_pay(system.ring, sizes, n, system.columns)) return false;
     const Operand<const Entry> T = operand(system.T);
     if (!is_canonical_triangle(system)) return false;
     const int64_t entries = solve_work(sizes) + n;
@@ -167,6 +170,18 @@ bool solve_blocks(const S &system, const BlockSizes &sizes) {
 
 template <class S>
 SolveStatus triangular_solve(const S &system, const BlockSizes &sizes = {}) {
+    using Ring = std::decay_t<decltype(system.ring)>;
+    if constexpr (has_engine<Ring> && decltype(system.B)::c_order) {
+        // A vector whose entries stand side by side is a contiguous column.
+        if (system.columns == 1 && system.B.ld == 1) {
+            using Column = Matrix<typename Ring::Entry, false>;
+            return triangular_solve(
+                TriangularSolve<Ring, std::decay_t<decltype(system.T)>, Column>{
+                    system.ring, system.T, system.n, Column{system.B.data, system.n}, 1, system.forward,
+                    system.unit_diagonal, system.limit},
+                sizes);
+        }
+    }
     canonicalize(system.ring, system.B, system.n, system.columns);
     if constexpr (has_engine<decltype(system.ring)>) {
         if (solve_blocks(system, sizes)) return solve_done;

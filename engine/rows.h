@@ -127,16 +127,6 @@ typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB 
     return sum;
 }
 
-// The sum of a[k] * b[k] mod p, for so few terms that products of residues cannot overflow.  b holds residues, a any
-// entries.
-template <class Ring, class LineA, class LineB>
-typename Ring::Value dot_line(const Ring &ring, const LineA &a, const LineB &b, int32_t count) {
-    if (is_canonical_line(ring, a, count)) return dot_residues(ring, a, b, count, count);
-    typename Ring::Value sum = 0;
-    for (int32_t k = 0; k < count; k++) sum = ring.multiply_add(ring.canonical(a[k]), b[k], sum);
-    return sum;
-}
-
 // target[k] += f * source[k], unreduced.
 template <class Ring, class Target, class Source>
 void add_multiple(const Ring &ring, const Target &target, const Source &source, int32_t count, typename Ring::Value f) {
