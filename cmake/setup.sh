@@ -3,7 +3,7 @@
 modla_packages="cmake ninja-build g++-multilib libopenblas-serial-dev:i386 libgmp-dev:i386 libreadline-dev
 libreadline8:i386 libgtest-dev:i386 libbenchmark-dev:i386 libflint-dev libflint17:i386"
 # For ./check only.  (libclang-rt-14-dev of amd64 holds the 32-bit runtimes; that of i386 would remove g++-multilib.)
-check_packages="clang-14 libclang-rt-14-dev:amd64 qemu-user"
+check_packages="clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev:amd64 qemu-user"
 # For bench/run only.
 peer_packages="python3 libflint-dev libntl-dev libm4ri-dev fflas-ffpack libgivaro-dev libopenblas-serial-dev:amd64"
 peer_packages_i386="libflint-dev libflint17 libntl-dev libntl44 libm4ri-dev fflas-ffpack libgivaro-dev libgivaro9
@@ -61,4 +61,13 @@ build() {
         echo "The build failed; the whole log is in $log" >&2
         return 1
     fi
+}
+
+# The formatting, and the checks of .clang-tidy, of the sources that the fuzz preset compiles.
+read_sources() {
+    find . -name build -prune -o \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) -print0 |
+        xargs -0 clang-format-14 --dry-run -Werror
+    # Only what the database compiles: the rest of the tree has no commands there.
+    sed -n 's|^ *"file": "\(.*\.cpp\)",*$|\1|p' build/fuzz/compile_commands.json | grep -v /tests/ | sort -u |
+        xargs -P 2 -n 6 clang-tidy-14 -p build/fuzz --quiet 2>/dev/null
 }

@@ -478,7 +478,7 @@ class Expansion {
         Roots terms, others, rows;
         list_terms(a, terms);
         list_terms(b, others);
-        products_ += terms.values.size() / 2 * (others.values.size() / 2);
+        products_ += uint64_t{terms.values.size() / 2} * (others.values.size() / 2);
         if (products_ > largest_expansion) throw HostError("expression too large");
         for (size_t i = 0; i < terms.values.size(); i += 2) {
             Roots row;

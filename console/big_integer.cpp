@@ -40,7 +40,7 @@ void read_magnitude(Object x, mpz_ptr value) {
     }
     const unsigned char *const first = bytes + (*bytes == 0);
     const size_t count = static_cast<size_t>(at - first);
-    const mp_size_t limbs = static_cast<mp_size_t>(8 * count / GMP_NUMB_BITS + 2);
+    const mp_size_t limbs = static_cast<mp_size_t>(count) / (GMP_NUMB_BITS / 8) + 2;
     mpz_limbs_finish(value, mpn_set_str(mpz_limbs_write(value, limbs), first, count, byte_base));
 }
 

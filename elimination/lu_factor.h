@@ -23,6 +23,8 @@ struct LUFactorization {
     typename Ring::Entry *det;  // or null
     DelayedReductions delayed;
 };
+template <class Ring, class M>
+LUFactorization(Ring, M, int32_t, int32_t *, typename Ring::Entry *, DelayedReductions) -> LUFactorization<Ring, M>;
 
 // The first row from k down with a nonzero entry in column k, whose entries become residues; n when there is none.
 template <class Ring, class M>

@@ -24,6 +24,8 @@ struct RowGcd {
     int32_t rows, columns;  // at least 1 and 0
     int32_t limit;          // multiples that a row may absorb before it must be reduced
 };
+template <class Ring, class M>
+RowGcd(Ring, M, int32_t, int32_t, int32_t) -> RowGcd<Ring, M>;
 
 // The degree of the polynomial in a line that is zero after `last`; -1 of the zero polynomial.
 template <class AnyLine>

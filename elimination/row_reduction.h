@@ -39,6 +39,8 @@ struct RowReduction : RowReductionTask {
     M A;
     typename M::Entry *det, *pivprod;  // may be null
 };
+template <class Ring, class M>
+RowReduction(RowReductionTask, Ring, M, typename M::Entry *, typename M::Entry *) -> RowReduction<Ring, M>;
 
 // What a scan of column c from row r down found.
 template <class Ring>

@@ -33,6 +33,8 @@ struct TriangularSolve {
     int32_t end_after(int32_t i) const { return forward ? n : i; }
     int32_t first_before(int32_t i) const { return forward ? 0 : i + 1; }
 };
+template <class Ring, class T, class B>
+TriangularSolve(Ring, T, int32_t, B, int32_t, bool, bool, int32_t) -> TriangularSolve<Ring, T, B>;
 
 // Divides row i of B by the diagonal entry.
 template <class S>

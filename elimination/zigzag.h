@@ -23,6 +23,8 @@ struct ZigZag {
     int32_t n;
     int32_t limit;  // products that a residue may absorb before it must be reduced
 };
+template <class Ring, class M>
+ZigZag(Ring, M, int32_t, int32_t) -> ZigZag<Ring, M>;
 
 template <class Ring, class M>
 auto transposed(const ZigZag<Ring, M> &Z) {

@@ -98,7 +98,8 @@ constexpr int vector_bytes = 32, tile_rows = 6;
 
 // The smallest number of products that the inner loop takes without a fold, at most `most`.
 int32_t depth_below(double largest_sum, uint32_t p, int32_t most) {
-    const double half = p / 2, bound = (largest_sum - p) / (half * half);
+    const uint32_t largest = p / 2;
+    const double half = largest, bound = (largest_sum - p) / (half * half);
     return bound > most ? most : static_cast<int32_t>(bound) / 32 * 32;
 }
 

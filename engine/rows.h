@@ -229,7 +229,7 @@ template <class AnyLine>
 void swap_lines(const AnyLine &a, const AnyLine &b, int32_t count) {
     using Entry = typename AnyLine::Entry;
     if constexpr (has_unit_step<AnyLine> && (std::is_same_v<Entry, uint32_t> || std::is_same_v<Entry, StoredDouble>)) {
-        constexpr int32_t words = sizeof(Entry) / sizeof(uint32_t);
+        constexpr int32_t words = std::is_same_v<Entry, uint32_t> ? 1 : 2;
         if (const RowInstructions *const best = row_instructions()) {
             return best->swap(reinterpret_cast<uint32_t *>(a.data), reinterpret_cast<uint32_t *>(b.data),
                               words * count);

@@ -206,7 +206,7 @@ Block vector_block(const HostApi *api, const FlexInput &input, int32_t k) {
 Block output_lines(const ModRequest &request, int32_t k, int32_t rows) {
     Block block = request.output;
     if (request.input.transposed) std::swap(block.row_step, block.column_step);
-    block.data = entry_address(block.data, block.datatype, k * static_cast<ptrdiff_t>(block.row_step));
+    block.data = entry_address(block.data, block.datatype, int64_t{k} * block.row_step);
     block.rows = rows;
     block.columns = line_count(request.input.second);
     return block;

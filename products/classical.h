@@ -43,6 +43,8 @@ struct NarrowSum {
     Ring ring;
     Value reduce(Value t) const { return ring.reduce(t); }
 };
+template <class Ring>
+NarrowSum(Ring) -> NarrowSum<Ring>;
 
 // One row times a matrix, by dot products along B's columns.
 template <class Accumulator, class Entry>

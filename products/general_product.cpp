@@ -31,8 +31,7 @@ bool provide(const HostApi *api, const Workspace<Entry> &given, int64_t needed, 
 // The engine's product, where it is faster than the routes below.  It takes no memory of the host.
 template <class Entry>
 bool multiply_packed(uint32_t p, const Product<Entry> &product) {
-    const auto &[m, k, n, A, B, C, sparse] = product;
-    if (!gemm_serves(p, m, k, n, std::is_same_v<Entry, StoredDouble>)) return false;
+    if (!gemm_serves(p, product.m, product.k, product.n, std::is_same_v<Entry, StoredDouble>)) return false;
     return with_standard_mode(
         [&] { return gemm(p, Update::store, product.m, product.k, product.n, product.A, product.B, product.C); });
 }
@@ -42,7 +41,7 @@ bool multiply_packed(uint32_t p, const Product<Entry> &product) {
 bool modla::multiply(const HostApi *api, const WordRing &ring, const Product<uint32_t> &product,
                      const Workspace<uint32_t> &given, HostObject *created) {
     *created = 0;
-    const auto &[m, k, n, A, B, C, sparse] = product;
+    const int32_t m = product.m, k = product.k, n = product.n;
     if (std::min({m, k, n}) <= std::max(given.threshold, 1)) {
         if (!multiply_packed(ring.p, product)) multiply_classically(ring, product);
         return true;
@@ -57,7 +56,7 @@ bool modla::multiply(const HostApi *api, const WordRing &ring, const Product<uin
 bool modla::multiply(const HostApi *api, const FloatRing &ring, const Product<StoredDouble> &product,
                      const Workspace<StoredDouble> &given, HostObject *created) {
     *created = 0;
-    const auto &[m, k, n, A, B, C, sparse] = product;
+    const int32_t m = product.m, k = product.k, n = product.n;
     const uint32_t modulus = modulus_of(ring.p);
     const int32_t L = delay_bound(ring);
     if (k > 1 && k <= L) {

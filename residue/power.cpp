@@ -19,7 +19,5 @@ uint32_t modunknpow_iw(uint32_t *table, int32_t e, uint32_t p) {
 }
 
 double modunknpow_f(double *table, int32_t e, double p, double pinv) {
-    return with_standard_mode([&] {
-        return power_from_table(FloatRing{p, pinv}, entries(table), e);
-    });
+    return with_standard_mode([&] { return power_from_table(FloatRing{p, pinv}, entries(table), e); });
 }
