@@ -6,6 +6,7 @@
 // unreduced as long as the bound allows (Dumas, Giorgi and Pernet, 2008, on delayed reductions).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -241,18 +242,21 @@ void eliminate_columns(const RowReduction<Ring, M> &R, Progress *progress, int32
 // Nothing is done where blocks do not pay or have no memory.
 template <class Ring, class M>
 void reduce_blocks(const RowReduction<Ring, M> &R, const BlockSizes &sizes, Progress *progress) {
-    if (!blocks_pay(R.ring, sizes, R.nrows, R.nred)) return;
+    const int32_t nred = std::min(R.nred, R.ncols);
+    if (!blocks_pay(R.ring, sizes, R.nrows, nred)) return;
     BlockElimination<Ring> E = {};
     E.ring = R.ring;
     E.A = operand(R.A);
     E.rows = R.nrows;
-    E.stop_at_zeros = R.det && R.detonly;  // the next pivot would end the run
+    E.stop_at_zeros = R.det && R.detonly;  // the next pivot ends the run
     E.sizes = sizes;
-    void *const work = take_work(&E, R.nred);
+    void *const work = take_work(&E, nred);
     if (!work) return;
-    while (progress->rank < R.nrows && progress->column < R.nred && !progress->finished) {
-        const int32_t r = progress->rank, c = progress->column;
-        const Reach reach = eliminate(E, r, c, R.nred, R.ncols);
+    int32_t &r = progress->rank, &c = progress->column;
+    // Columns that the plain text takes: more of them where blocks come to nothing.
+    int32_t step = 1;
+    while (r < R.nrows && c < nred && !progress->finished && !(E.stop_at_zeros && r != c)) {
+        const Reach reach = eliminate(E, r, c, nred, R.ncols);
         for (int32_t i = r; i < reach.rank; i++) {
             record_pivot(R, i, E.columns[i], R.A.at(i, E.columns[i]));
             if (E.sources[i] == i) continue;
@@ -264,10 +268,10 @@ void reduce_blocks(const RowReduction<Ring, M> &R, const BlockSizes &sizes, Prog
         } else {
             finish_reduced_form(E, r, c, reach.rank, R.ncols);
         }
-        progress->rank = reach.rank;
-        progress->column = reach.column;
-        if (reach.column == R.nred) break;
-        eliminate_columns(R, progress, E.stop_at_zeros ? R.nred : reach.column + 1);
+        step = reach.rank == r ? std::min(2 * step, sizes.panel) : 1;
+        r = reach.rank;
+        c = reach.column;
+        eliminate_columns(R, progress, std::min(c + step, nred));
         normalise_rows(R.ring, R.A, R.delayed, R.nrows, 0, R.ncols);
     }
     std::free(work);
