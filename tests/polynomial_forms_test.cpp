@@ -359,6 +359,10 @@ TEST(RowGcd, FollowsTheModelOnSmallMatrices) {
 TEST(RowGcd, FollowsTheModelOnLargeMatrices) {
     GcdWays ways;
     compare_random_polynomials(100000, 60, 20, 200, {current_fp_mode()}, &ways);
+    Random random(8);
+    for (const int32_t p : {251, 65521, 33554393}) {
+        compare_gcd_with_model(random, random_grid(random, 2, 1100, p), 1100, 2, p, &ways);
+    }
 }
 
 TEST(RowGcd, InForeignFloatingPointModes) {
@@ -799,6 +803,18 @@ TEST(ZigZag, FollowsTheModelOnLargeMatrices) {
     for (const int32_t p : {251, 65521, 33554393}) {
         compare_zigzag_with_model(random, random_grid(random, 140, 140, p), p, &ways);
     }
+}
+
+// The orders go different ways: one by products of rows, the other by sums of columns.
+TEST(ZigZag, BothOrdersAgreeOnWideMatrices) {
+    Random random(9);
+    const auto compare = [](const auto &matrix, int32_t p) {
+        const Answer answer = run_zigzag(matrix, p, 0, {true});
+        EXPECT_TRUE(answer.status == 0 && is_zigzag(answer.A)) << p;
+        EXPECT_TRUE(answer == run_zigzag(matrix, p, 0, {false})) << p;
+    };
+    compare(spell<uint32_t>(random, random_grid(random, 1100, 1100, 65521), 65521, 0), 65521);
+    compare(spell<double>(random, random_grid(random, 530, 530, 33554393), 33554393, 0), 33554393);
 }
 
 TEST(ZigZag, InForeignFloatingPointModes) {
