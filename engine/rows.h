@@ -27,14 +27,17 @@ template <class Ring, class... AnyLine>
 constexpr bool is_vectorised = (std::is_same_v<Ring, WordRing> || std::is_same_v<Ring, FloatRing>)&&((
     has_unit_step<AnyLine> && std::is_same_v<std::remove_const_t<typename AnyLine::Entry>, typename Ring::Entry>)&&...);
 
+// Below it a loop on the spot is faster than a call, measured on 4 x 4 and 8 x 8 matrices.
+constexpr int32_t shortest_row = 8;
+
 // The processor's operations, or none.
-inline const auto *row_operations(const WordRing &) {
-    const RowInstructions *const best = row_instructions();
+inline const auto *row_operations(const WordRing &, int32_t count) {
+    const RowInstructions *const best = count < shortest_row ? nullptr : row_instructions();
     return best ? &best->words : nullptr;
 }
 
-inline const auto *row_operations(const FloatRing &) {
-    const RowInstructions *const best = row_instructions();
+inline const auto *row_operations(const FloatRing &, int32_t count) {
+    const RowInstructions *const best = count < shortest_row ? nullptr : row_instructions();
     return best ? &best->doubles : nullptr;
 }
 
@@ -65,7 +68,7 @@ bool takes_blas(const AnyLine &line) {
 template <class Ring, class AnyLine>
 void reduce_line(const Ring &ring, const AnyLine &line, int32_t count) {
     if constexpr (is_vectorised<Ring, AnyLine>) {
-        if (const auto *rows = row_operations(ring)) return rows->reduce(raw(line), count, row_modulus(ring));
+        if (const auto *rows = row_operations(ring, count)) return rows->reduce(raw(line), count, row_modulus(ring));
     }
     for (int32_t k = 0; k < count; k++) line[k] = ring.reduce(line[k]);
 }
@@ -74,7 +77,8 @@ void reduce_line(const Ring &ring, const AnyLine &line, int32_t count) {
 template <class Ring, class AnyLine>
 bool is_canonical_line(const Ring &ring, const AnyLine &line, int32_t count) {
     if constexpr (is_vectorised<Ring, AnyLine>) {
-        if (const auto *rows = row_operations(ring)) return rows->is_canonical(raw(line), count, row_modulus(ring));
+        if (const auto *rows = row_operations(ring, count))
+            return rows->is_canonical(raw(line), count, row_modulus(ring));
     }
     bool canonical = true;
     for (int32_t k = 0; k < count; k++) canonical &= ring.is_canonical(line[k]);
@@ -115,7 +119,7 @@ typename Ring::Value sum_products(const Ring &, const LineA &a, const LineB &b, 
 template <class Ring, class LineA, class LineB>
 typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB &b, int32_t count, int32_t limit) {
     if constexpr (is_vectorised<Ring, LineA, LineB>) {
-        if (const auto *rows = row_operations(ring)) return rows->dot(raw(a), raw(b), count, row_modulus(ring));
+        if (const auto *rows = row_operations(ring, count)) return rows->dot(raw(a), raw(b), count, row_modulus(ring));
     }
     if (count <= limit) return ring.reduce(sum_products(ring, a, b, count));
     typename Ring::Value sum = 0;
@@ -131,7 +135,8 @@ typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB 
 template <class Ring, class Target, class Source>
 void add_multiple(const Ring &ring, const Target &target, const Source &source, int32_t count, typename Ring::Value f) {
     if constexpr (is_vectorised<Ring, Target, Source>) {
-        if (const auto *rows = row_operations(ring)) return rows->add_multiple(raw(target), raw(source), count, f);
+        if (const auto *rows = row_operations(ring, count))
+            return rows->add_multiple(raw(target), raw(source), count, f);
     }
     if constexpr (is_float_line<Target>) {
         if (takes_blas(target) && takes_blas(source)) {
@@ -148,7 +153,7 @@ template <class Ring, class Target, class Source>
 void add_multiple_reduced(const Ring &ring, const Target &target, const Source &source, int32_t count,
                           typename Ring::Value f) {
     if constexpr (is_vectorised<Ring, Target, Source>) {
-        if (const auto *rows = row_operations(ring)) {
+        if (const auto *rows = row_operations(ring, count)) {
             return rows->add_multiple_reduced(raw(target), raw(source), count, f, row_modulus(ring));
         }
     }
@@ -158,7 +163,7 @@ void add_multiple_reduced(const Ring &ring, const Target &target, const Source &
 template <class Ring, class AnyLine>
 void scale_line(const Ring &ring, const AnyLine &line, int32_t count, typename Ring::Value f) {
     if constexpr (is_vectorised<Ring, AnyLine>) {
-        if (const auto *rows = row_operations(ring)) return rows->scale(raw(line), count, f, row_modulus(ring));
+        if (const auto *rows = row_operations(ring, count)) return rows->scale(raw(line), count, f, row_modulus(ring));
     }
     for (int32_t k = 0; k < count; k++) line[k] = ring.multiply(f, line[k]);
 }
@@ -169,7 +174,7 @@ template <class Ring, class Target, class Source, class LineB>
 typename Ring::Value add_multiple_and_dot(const Ring &ring, const Target &target, const Source &source, const LineB &b,
                                           int32_t count, typename Ring::Value f, int32_t limit) {
     if constexpr (is_vectorised<Ring, Target, Source, LineB>) {
-        if (const auto *rows = row_operations(ring)) {
+        if (const auto *rows = row_operations(ring, count)) {
             return rows->add_multiple_and_dot(raw(target), raw(source), raw(b), count, f, row_modulus(ring));
         }
     }
@@ -182,7 +187,7 @@ template <class Ring, class Target, class Source, class Sum>
 void add_multiple_and_gather(const Ring &ring, const Target &target, const Source &source, const Sum &sum,
                              int32_t count, typename Ring::Value f, typename Ring::Value g, bool reduced) {
     if constexpr (is_vectorised<Ring, Target, Source, Sum>) {
-        if (const auto *rows = row_operations(ring)) {
+        if (const auto *rows = row_operations(ring, count)) {
             return rows->add_multiple_and_gather(raw(target), raw(source), raw(sum), count, f, g, reduced,
                                                  row_modulus(ring));
         }
@@ -230,7 +235,8 @@ void swap_lines(const AnyLine &a, const AnyLine &b, int32_t count) {
     using Entry = typename AnyLine::Entry;
     if constexpr (has_unit_step<AnyLine> && (std::is_same_v<Entry, uint32_t> || std::is_same_v<Entry, StoredDouble>)) {
         constexpr int32_t words = std::is_same_v<Entry, uint32_t> ? 1 : 2;
-        if (const RowInstructions *const best = row_instructions()) {
+        const RowInstructions *const best = count < shortest_row ? nullptr : row_instructions();
+        if (best) {
             return best->swap(reinterpret_cast<uint32_t *>(a.data), reinterpret_cast<uint32_t *>(b.data),
                               words * count);
         }
