@@ -96,7 +96,7 @@ struct Doubles {
 
 constexpr int vector_bytes = 32, tile_rows = 6;
 
-// The smallest number of products that the inner loop takes without a fold, at most `most`.
+// How many products of balanced residues fit a sum beside a residue: a multiple of 32, at most `most`.
 int32_t depth_below(double largest_sum, uint32_t p, int32_t most) {
     const uint32_t largest = p / 2;
     const double half = largest, bound = (largest_sum - p) / (half * half);
