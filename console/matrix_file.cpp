@@ -70,6 +70,7 @@ struct Reader {
     bool next_line() {
         while (std::getline(in, line)) {
             number++;
+            if (number == 1 && line.starts_with("\xef\xbb\xbf")) line.erase(0, 3);  // a byte-order mark
             for (const char c : line) {
                 const bool control = (c >= 0 && c < ' ') || c == '\x7f';
                 if (control && std::string_view(blanks).find(c) == std::string_view::npos) {
@@ -305,6 +306,7 @@ MatrixFile read_market(Reader &reader, size_t memory_limit) {
 }
 
 MatrixFile read_any(Reader &reader, size_t memory_limit) {
+    reader.comment = '#';  // of SMS files, even before the header
     if (!reader.next_line()) reader.fail("file is empty");
     const char first = reader.rest[0];
     if (first == '%') return read_market(reader, memory_limit);

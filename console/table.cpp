@@ -86,6 +86,17 @@ Object get_entry_integer(const Table &table, int32_t i, int32_t j) {
     return integer_object(integral_float(entry));
 }
 
+std::string integer_text(const Table &table, int32_t i, int32_t j) {
+    const size_t k = entry_index(table, i, j);
+    if (table.settings.datatype == MODLA_INTEGER4) return std::to_string(static_cast<const int32_t *>(table.data)[k]);
+    if (table.settings.datatype == MODLA_FLOAT8) {
+        const double value = static_cast<const double *>(table.data)[k];
+        if (value >= 0 && value < 1e15 && value == std::floor(value))
+            return std::to_string(static_cast<int64_t>(value));
+    }
+    return integer_of(get_entry_integer(table, i, j)).get_str();
+}
+
 std::string describe_table(const Table &table) {
     static const char *const subtypes[] = {"Array", "Matrix", "column Vector", "row Vector"};
     const int32_t datatype = table.settings.datatype;

@@ -23,6 +23,8 @@ void enter(const Table &table, int32_t i, int32_t j, Object value, const char *w
 // An entry that is an integer in any datatype; a float entry must be integral.
 Object get_entry_integer(const Table &table, int32_t i, int32_t j);
 
+std::string integer_text(const Table &table, int32_t i, int32_t j);
+
 // "3 x 4 Matrix, integer[4], C_order"
 std::string describe_table(const Table &table);
 

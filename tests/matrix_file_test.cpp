@@ -119,6 +119,8 @@ const std::vector<Form> well_formed = {
     {market("coordinate real general\n%\n\n 1 1 1\n%\n 1\t1 \t2.50e1 \n\n%"), "25"},
     {"%%mATRIXmARKET MATRIX Coordinate INTEGER General\n1 1 1\n1 1 -9\n", "-9"},
     {"2 3 M\n1 1 4\n2 3 -5\n2 3 -5\n0 0 0\n", "4 0 0; 0 0 -10"},
+    {"\xef\xbb\xbf# who made it\n1 2 M\n# first\n1 1 4\n  # last\n0 0 0\n# end\n", "4 0"},
+    {"\xef\xbb\xbf" + market("array integer general\n1 1\n7\n"), "7"},
     {"\n1 2 i\r\n\r\n1 2 99999999999999999999\r\n1 1 0\r\n0 0 0\r\n \r\n\t", "0 99999999999999999999"},
 };
 
