@@ -148,6 +148,44 @@ Object assign_value(const Arguments &arguments) {
     return null_value();
 }
 
+bool &timer() {
+    static bool on = false;
+    return on;
+}
+
+Object set_timer(const Arguments &arguments) {
+    timer() = arguments[0] == global_name("true");
+    return null_value();
+}
+
+// Names that the program has given values.
+Object list_variables(const Arguments &) {
+    for (const std::string &text : assigned_names()) {
+        const Object name = global_name(text);
+        if (is_protected(name) || text[0] == '_' || own_callback(text) == words(name)[1]) continue;
+        std::string value = to_line(words(name)[1]);
+        if (value.size() > 60) value = value.substr(0, 57) + "...";
+        std::cout << text << std::string(text.size() < 12 ? 12 - text.size() : 0, ' ') << " " << value << "\n";
+    }
+    std::cout << std::flush;
+    return null_value();
+}
+
+Object run_file(const Arguments &arguments) {
+    const std::string name = string_argument(arguments[0], "argument 1, the script,");
+    std::ifstream file = open_input(name);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    try {
+        run_program(text, [](Object value) { std::cout << to_text(value) << std::endl; });
+    } catch (const std::exception &error) {
+        const ErrorReport report = report_error(error);
+        HostError here(name + ":" + std::to_string(report.line) + ": " + error.what());
+        here.details = report.text.substr(report.text.find('\n') + 1);
+        throw here;
+    }
+    return null_value();
+}
+
 Object raise_error(const Arguments &arguments) {
     throw HostError(to_line(arguments[0]));
 }
@@ -183,16 +221,31 @@ const std::vector<Function> &all_functions() {
 
 std::vector<Function> value_functions() {
     return {
-        {"print", 0, 1000, print_values},  {"pad", 2, 2, pad_text},
-        {"join", 0, 1000, join_text},      {"fixed", 2, 2, fixed_text},
-        {"sort", 1, 1, sort_values},       {"unique", 1, 1, unique_values},
-        {"position", 2, 2, find_position}, {"bisect", 2, 2, find_sorted},
-        {"without", 2, 2, without},        {"concat", 0, 1000, concatenate},
-        {"equal", 2, 2, equal_values},     {"time", 0, 0, time_value},
-        {"seed", 1, 1, seed_random},       {"assign", 2, 2, assign_value},
-        {"error", 1, 1, raise_error},      {"previous_prime", 1, 1, previous_prime},
+        {"print", 0, 1000, print_values},
+        {"pad", 2, 2, pad_text},
+        {"join", 0, 1000, join_text},
+        {"fixed", 2, 2, fixed_text},
+        {"sort", 1, 1, sort_values},
+        {"unique", 1, 1, unique_values},
+        {"position", 2, 2, find_position},
+        {"bisect", 2, 2, find_sorted},
+        {"without", 2, 2, without},
+        {"concat", 0, 1000, concatenate},
+        {"equal", 2, 2, equal_values},
+        {"time", 0, 0, time_value},
+        {"seed", 1, 1, seed_random},
+        {"assign", 2, 2, assign_value},
+        {"error", 1, 1, raise_error},
+        {"run", 1, 1, run_file},
+        {"variables", 0, 0, list_variables},
+        {"timer", 1, 1, set_timer},
+        {"previous_prime", 1, 1, previous_prime},
         {"help", 0, 1, show_help},
     };
+}
+
+bool timer_is_on() {
+    return timer();
 }
 
 gmp_randclass &random_source() {

@@ -3,6 +3,7 @@
 
 #include <gmpxx.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,11 @@ gmp_randclass &random_source();
 
 // Files that are not found in the working directory are looked for here: the directory of the running script.
 void set_file_directory(const std::string &directory);
+
+bool timer_is_on();  // at the prompt
+
+// A file, looked for beside the script too; throws HostError.
+std::ifstream open_input(const std::string &name);
 
 std::string string_argument(Object x, const char *what);
 

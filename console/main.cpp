@@ -1,6 +1,4 @@
 // modla: a console over libmodla.so.
-#include <readline/history.h>
-#include <readline/readline.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +17,7 @@
 #include "console/interpreter.h"
 #include "console/library.h"
 #include "console/print.h"
+#include "console/prompt.h"
 #include "console/reference.h"
 
 using namespace modla::console;
@@ -50,53 +49,6 @@ bool run_text(const std::string &text, const std::string &place, int lines_befor
                   << std::flush;
         return false;
     }
-}
-
-bool is_complete(const std::string &text) {
-    try {
-        const auto next_statement = parse(text);
-        while (next_statement()) continue;
-    } catch (const IncompleteText &) {
-        return false;
-    } catch (const SyntaxError &) {
-    }
-    return true;
-}
-
-bool line_given_up = false;
-
-// While a line is typed: clears it, and what was typed before it.
-int on_signal() {
-    if (!take_interrupt()) return 0;
-    line_given_up = true;
-    rl_crlf();
-    rl_set_prompt("> ");
-    rl_replace_line("", 0);
-    rl_on_new_line();
-    rl_redisplay();
-    return 0;
-}
-
-// Reads and runs statement by statement; errors do not end the session.
-void run_prompt() {
-    std::cout << "modLA console. help() lists the functions; end with Ctrl-D." << std::endl;
-    catch_interrupts();
-    rl_signal_event_hook = on_signal;  // when it interrupts the reading of a key
-    rl_event_hook = on_signal;         // when it came just before
-    std::string text;
-    while (char *line = readline(text.empty() ? "> " : "... ")) {
-        const bool empty = *line == '\0';
-        if (!empty) add_history(line);
-        if (std::exchange(line_given_up, false)) text.clear();
-        text += std::string(line) + "\n";
-        std::free(line);
-        if (text[0] == '?') text = "help(\"" + text.substr(1, text.find_last_not_of(" \n")) + "\")";
-        if (!empty && !is_complete(text)) continue;  // an empty line gives an unfinished statement up
-        run_text(text, "");
-        take_interrupt();
-        text.clear();
-    }
-    std::cout << std::endl;
 }
 
 // Runs statements as soon as they are there: another program may wait for their output.
@@ -214,7 +166,7 @@ int run(const Options &options) {
     if (!options.file.empty() && options.file != "-") return run_script(options.file);
     if (options.file.empty() && !options.texts.empty()) return 0;
     if (isatty(STDIN_FILENO)) {
-        run_prompt();
+        run_prompt([](const std::string &text) { run_text(text, ""); });
         return 0;
     }
     const bool done = run_lines(std::cin, "stdin");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <numeric>
 #include <vector>
 
 #include "console/algebra.h"
@@ -256,36 +257,57 @@ std::string text_at(Object x, int depth, bool abridged = false) {
     return std::move(writer.text);
 }
 
-std::string grid_text(const Table &table) {
-    const int32_t rows = table_rows(table), columns = table_columns(table);
+using Lines = std::vector<int32_t>;  // rows or columns; 0 stands for some that are left out
+
+std::string grid_text(const Table &table, const Lines &rows, const Lines &columns) {
     std::vector<std::string> cells;
-    std::vector<size_t> widths(static_cast<size_t>(columns), 0);
-    for (int32_t i = 1; i <= rows; i++) {
-        for (int32_t j = 1; j <= columns; j++) {
-            cells.push_back(text_at(get_entry(table, i, j), 1));
-            size_t &width = widths[static_cast<size_t>(j - 1)];
-            width = std::max(width, cells.back().size());
+    std::vector<size_t> widths(columns.size(), 0);
+    for (const int32_t i : rows) {
+        for (size_t j = 0; j < columns.size(); j++) {
+            cells.push_back(i && columns[j] ? text_at(get_entry(table, i, columns[j]), 1) : "...");
+            widths[j] = std::max(widths[j], cells.back().size());
         }
     }
     std::string result;
     for (size_t k = 0; k < cells.size(); k++) {
-        const size_t j = k % static_cast<size_t>(columns);
+        const size_t j = k % columns.size();
         if (j == 0) result += k ? "\n[" : "[";
         result += std::string(widths[j] - cells[k].size() + (j ? 1 : 0), ' ') + cells[k];
-        if (j + 1 == static_cast<size_t>(columns)) result += "]";
+        if (j + 1 == columns.size()) result += "]";
     }
     return result;
 }
 
-bool is_printed_whole(const Table &table) {
-    const int32_t rows = table_rows(table), columns = table_columns(table);
-    return rows > 0 && columns > 0 && rows <= most_rows && columns <= most_columns;
+Lines lines_from(int32_t first, int32_t last) {
+    Lines lines(static_cast<size_t>(last - first + 1));
+    std::iota(lines.begin(), lines.end(), first);
+    return lines;
+}
+
+// All, or the first and the last ones.
+Lines shown_lines(int32_t count, int32_t most) {
+    constexpr int32_t first = 6, last = 3;
+    if (count <= most) return lines_from(1, count);
+    Lines lines = lines_from(1, first), end = lines_from(count - last + 1, count);
+    lines.push_back(0);
+    lines.insert(lines.end(), end.begin(), end.end());
+    return lines;
 }
 
 }  // namespace
 
 std::string to_text(Object x) {
-    return has_type(x, type_table) && is_printed_whole(table_of(x)) ? grid_text(table_of(x)) : text_at(x, 0);
+    if (!has_type(x, type_table)) return text_at(x, 0);
+    const Table &table = table_of(x);
+    const int32_t rows = table_rows(table), columns = table_columns(table);
+    if (rows == 0 || columns == 0) return text_at(x, 0);
+    const bool whole = rows <= most_rows && columns <= most_columns;
+    return grid_text(table, shown_lines(rows, most_rows), shown_lines(columns, most_columns)) +
+           (whole ? "" : "\n(a part of a " + describe_table(table) + "; show(A, rows, columns) shows any other)");
+}
+
+std::string part_text(const Table &table, std::pair<int32_t, int32_t> rows, std::pair<int32_t, int32_t> columns) {
+    return grid_text(table, lines_from(rows.first, rows.second), lines_from(columns.first, columns.second));
 }
 
 std::string to_plain(Object x) {

@@ -13,6 +13,11 @@ namespace modla::console {
 
 namespace {
 
+std::string &file_directory() {
+    static auto *const directory = new std::string;
+    return *directory;
+}
+
 // name[n], or name[] for n = 0
 bool is_indexed_name(Object x, const char *name, int32_t n) {
     if (!has_type(x, type_indexed) || words(x)[1] != global_name(name)) return false;
@@ -78,20 +83,6 @@ Object make_matrix(const Arguments &arguments) {
     return matrix;
 }
 
-std::string &file_directory() {
-    static auto *const directory = new std::string;
-    return *directory;
-}
-
-std::ifstream open_input(const std::string &name) {
-    std::ifstream file(name, std::ios::binary);
-    if (!file && !file_directory().empty() && name[0] != '/') {
-        file.open(file_directory() + "/" + name, std::ios::binary);
-    }
-    if (!file) throw HostError("cannot open " + name);
-    return file;
-}
-
 const Table &table_argument(Object x) {
     if (!has_type(x, type_table)) throw HostError("expected a Matrix or Vector, got " + to_line(x));
     return table_of(x);
@@ -99,6 +90,29 @@ const Table &table_argument(Object x) {
 
 Object rows_value(const Arguments &arguments) {
     return integer_object(int64_t{table_rows(table_argument(arguments[0]))});
+}
+
+// A row, a column or a range of them; all without an argument.
+std::pair<int32_t, int32_t> lines_argument(const Arguments &arguments, size_t i, int32_t bound) {
+    if (i >= arguments.size() || arguments[i] == immediate(-1)) return {1, bound};
+    const bool range = has_type(arguments[i], type_range);
+    const auto end = [&](uint32_t side) {
+        const int32_t k = small_integer(range ? words(arguments[i])[side] : arguments[i], "a row or column");
+        return k < 0 ? bound + k + 1 : k;
+    };
+    const std::pair<int32_t, int32_t> lines = {end(1), end(2)};
+    if (lines.first < 1 || lines.second > bound || lines.first > lines.second) {
+        throw HostError(to_line(arguments[i]) + " is outside 1.." + std::to_string(bound));
+    }
+    return lines;
+}
+
+Object show_part(const Arguments &arguments) {
+    const Table &table = table_argument(arguments[0]);
+    const auto rows = lines_argument(arguments, 1, table_rows(table));
+    const auto columns = lines_argument(arguments, 2, table_columns(table));
+    std::cout << part_text(table, rows, columns) << std::endl;
+    return null_value();
 }
 
 Object is_matrix_value(const Arguments &arguments) {
@@ -119,6 +133,7 @@ Object create_matrix(Object modulus, int32_t rows, int32_t columns, const Argume
 
 MatrixFile read_file(Object argument, const char *what) {
     const std::string name = string_argument(argument, what);
+    if (name == "-") return read_matrix_file(std::cin, "standard input");
     std::ifstream input = open_input(name);
     return read_matrix_file(input, name);
 }
@@ -155,19 +170,25 @@ Object read_matrix(const Arguments &arguments) {
     return held.values[0];
 }
 
-// WriteMatrix("file", A): SMS when the name ends in .sms, else Matrix Market.
+// WriteMatrix("file", A): SMS when the name ends in .sms, Matrix Market for .mtx and, on standard output, for "-".
 Object write_matrix(const Arguments &arguments) {
     const std::string name = string_argument(arguments[0], "argument 1, the file,");
+    const bool sms = name.ends_with(".sms"), output_too = name == "-";
+    if (!sms && !output_too && !name.ends_with(".mtx")) throw HostError(name + " must end in .mtx or .sms");
     const Table &table = table_argument(arguments[1]);
     const int32_t rows = table_rows(table), columns = table_columns(table);
-    const auto text = [&](int32_t i, int32_t j) { return integer_of(get_entry_integer(table, i, j)).get_str(); };
+    const auto text = [&](int32_t i, int32_t j) { return integer_text(table, i, j); };
     // All entries are looked at before the file is touched: one that is no integer leaves it as it is.
     for (int32_t i = 1; i <= rows; i++) {
-        for (int32_t j = 1; j <= columns; j++) get_entry_integer(table, i, j);
+        for (int32_t j = 1; j <= columns; j++) text(i, j);
+    }
+    if (output_too) {
+        write_matrix_market(std::cout, rows, columns, text);
+        std::cout.flush();
+        return null_value();
     }
     std::ofstream output(name, std::ios::binary);
     if (!output) throw HostError("cannot write " + name);
-    const bool sms = name.size() > 4 && name.compare(name.size() - 4, 4, ".sms") == 0;
     (sms ? write_sms : write_matrix_market)(output, rows, columns, text);
     output.close();
     if (!output) throw HostError("cannot write " + name);
@@ -199,6 +220,15 @@ Object read_lists(const Arguments &arguments) {
 
 }  // namespace
 
+std::ifstream open_input(const std::string &name) {
+    std::ifstream file(name, std::ios::binary);
+    if (!file && !file_directory().empty() && name[0] != '/') {
+        file.open(file_directory() + "/" + name, std::ios::binary);
+    }
+    if (!file) throw HostError("cannot open " + name);
+    return file;
+}
+
 void set_file_directory(const std::string &directory) {
     file_directory() = directory;
 }
@@ -206,6 +236,7 @@ void set_file_directory(const std::string &directory) {
 std::vector<Function> table_functions() {
     return {
         {"is_matrix", 1, 1, is_matrix_value},
+        {"show", 1, 3, show_part},
         {"rows", 1, 1, rows_value},
         {"columns", 1, 1, columns_value},
         {"row_vector", 1, 2, make_row_vector},

@@ -918,12 +918,18 @@ TEST(Printing, ColumnsOfMatricesAreAligned) {
     });
 }
 
-TEST(Printing, LargeMatricesAreDescribed) {
+TEST(Printing, LargeMatricesShowTheirCorners) {
+    const std::string end = "; show(A, rows, columns) shows any other)\n";
     expect_outputs({
-        {"Create(7, 31, 30, integer[4])", "<31 x 30 Matrix, integer[4], C_order>\n"},
-        {"Create(7, 30, 31, float[8], Fortran_order)", "<30 x 31 Matrix, float[8], Fortran_order>\n"},
-        {"Create(7, 0, 1000, integer)", "<1000 row Vector, integer, C_order>\n"},
+        {"A := Create(7, 40, 2, integer[4]); A[6, 1] := 1; A[7, 1] := 2; A[-3, 2] := 3; A",
+         repeated("[  0   0]\n", 5) + "[  1   0]\n[... ...]\n[  0   3]\n" + repeated("[  0   0]\n", 2) +
+             "(a part of a 40 x 2 Matrix, integer[4], C_order" + end},
+        {"Create(7, 0, 1000, 5, float[8])",
+         "[5.0 5.0 5.0 5.0 5.0 5.0 ... 5.0 5.0 5.0]\n(a part of a 1000 row Vector, float[8], C_order" + end},
+        {"show(A, 6..7); show(A, -3, 2)", "[1 0]\n[2 0]\n[3]\n"},
+        {"[A]", "[<40 x 2 Matrix, integer[4], C_order>]\n"},
     });
+    expect_errors({{"show(A, 0)", "0 is outside 1..40"}, {"show(A, 1, 2..3)", "2..3 is outside 1..2"}});
     const std::string whole = run("Create(7, 30, 30, integer)");
     EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 30);
     set_name("Empty", make_table(MODLA_INTEGER, MODLA_MATRIX, MODLA_C_ORDER, 0, 3));
@@ -1041,7 +1047,9 @@ TEST_F(Files, Errors) {
         {"ReadMatrix(7, \"" + path("bad.mtx") + "\", integer)", path("bad.mtx") + ":3: row index is not in 1..2"},
         {"ReadMatrix(7, \"" + path("none") + "\", integer)", "cannot open " + path("none")},
         {"ReadLists(\"" + path("none") + "\")", "cannot open " + path("none")},
-        {"WriteMatrix(\"" + path("no/where") + "\", Create(7, 1, 1, integer))", "cannot write " + path("no/where")},
+        {"WriteMatrix(\"" + path("no/where.sms") + "\", Create(7, 1, 1, integer))",
+         "cannot write " + path("no/where.sms")},
+        {"WriteMatrix(\"A.txt\", Create(7, 1, 1, integer))", "A.txt must end in .mtx or .sms"},
         {"ReadMatrix(7.0, \"" + path("bad.mtx") + "\", integer)", "argument 1, the modulus, must be an integer"},
         {"A := raw(Create(7, 1, 1, float[8]), [0.5]); WriteMatrix(\"" + path("a.mtx") + "\", A)", "0.5 is no integer"},
         {"WriteMatrix(3, A)", "argument 1, the file, must be a string, not 3"},
@@ -1207,6 +1215,19 @@ TEST_F(Program, LoadsTheNamedLibrary) {
     expect(console({"--library", MODLA_LIBRARY, "-e", "Create(7, 1, 2, 3, integer)"}), 0, "[3 3]\n", "");
 }
 
+TEST_F(Program, ReadsAndWritesMatricesByStandardStreams) {
+    const std::string file = "%%MatrixMarket matrix array integer general\n1 2\n1\n5\n";
+    write("convert.modla", "WriteMatrix(\"-\", ReadMatrix(7, \"-\", float[8]))\n");
+    expect(console({"convert.modla"}, "1 2 M\n1 1 1\n1 2 -2\n0 0 0\n"), 0, file, "");
+}
+
+// Writing takes no longer than reading twice, but for what the machine does beside.
+TEST_F(Files, AreWrittenFast) {
+    EXPECT_EQ(run("A := Create(65521, 500, 500, random, float[8]); w := time(WriteMatrix(\"" + path("a.mtx") +
+                  "\", A)); r := time(ReadMatrix(65521, \"" + path("a.mtx") + "\", float[8])); w < 4*r + 0.1"),
+              "true\n");
+}
+
 TEST_F(Program, FindsFilesBesideTheScript) {
     std::filesystem::create_directory(path("scripts"));
     write("scripts/data", "1 2\n");
@@ -1300,6 +1321,8 @@ class Prompt : public Program {
         if (child_ == 0) {
             setenv("TERM", "dumb", 1);
             setenv("INPUTRC", "/dev/null", 1);
+            setenv("MODLA_HISTORY", path("history").c_str(), 1);
+            if (chdir(directory_.c_str())) _exit(127);
             limit_time();
             execute({});
         }
@@ -1375,6 +1398,25 @@ TEST_F(Prompt, ReadsStatementsOfSeveralLines) {
     EXPECT_EQ(enter(""), "Error: expected an expression before the end\n") << "an empty line gives it up";
     EXPECT_EQ(enter("3"), "3\n");
     EXPECT_EQ(finish(), 0);
+}
+
+TEST_F(Prompt, CompletesAndRemembers) {
+    write("history", "#1\nf := proc(x)\n    2*x\nend\n#2\nw := 20\n");
+    write("some_script.modla", "v := 6\n1/0\n");
+    read_until("\n> ");
+    enter("\x1b[A\x1b[A");  // two entries up, of three lines
+    EXPECT_EQ(enter("f(3)"), "6\n");
+    EXPECT_NE(enter("print(RowRed\t)").find("RowReduce)\n<procedure>\n"), std::string::npos);
+    EXPECT_NE(enter("some_long_name := 5; run(\"some_sc\t)").find("Error: some_script.modla:2: division by zero\n"),
+              std::string::npos);
+    EXPECT_NE(enter("some_l\t + v").find("\n11\n"), std::string::npos);
+    EXPECT_NE(enter("timer(true); 5").find(" s)\n"), std::string::npos);
+    EXPECT_EQ(enter("timer(false); variables()"), "f            <procedure>\nsome_long_name 5\nv            6\n");
+    send("quit()\n");
+    EXPECT_EQ(status_of(child_), 0);
+    child_ = 0;
+    EXPECT_NE(contents_of(path("history")).find("quit"), 0u);
+    EXPECT_NE(contents_of(path("history")).find("\nf(3)\n"), std::string::npos);
 }
 
 TEST_F(Prompt, IsInterrupted) {
