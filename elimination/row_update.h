@@ -59,8 +59,8 @@ void swap_rows(const M &A, const DelayedReductions &delayed, int32_t a, int32_t 
 
 // Row i += f * row s on columns from..columns-1; row s is reduced.
 template <class Ring, class M>
-void update_row(const Ring &ring, const M &A, const DelayedReductions &delayed, int32_t i, int32_t s, int32_t from,
-                int32_t columns, typename Ring::Value f) {
+[[gnu::always_inline]] inline void update_row(const Ring &ring, const M &A, const DelayedReductions &delayed, int32_t i,
+                                              int32_t s, int32_t from, int32_t columns, typename Ring::Value f) {
     if (delayed.postpone(i)) {
         add_multiple(ring, A.row(i, from), A.row(s, from), columns - from, f);
     } else {

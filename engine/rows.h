@@ -27,7 +27,8 @@ template <class Ring, class... AnyLine>
 constexpr bool is_vectorised = (std::is_same_v<Ring, WordRing> || std::is_same_v<Ring, FloatRing>)&&((
     has_unit_step<AnyLine> && std::is_same_v<std::remove_const_t<typename AnyLine::Entry>, typename Ring::Entry>)&&...);
 
-// Below it a loop on the spot is faster than a call, measured on 4 x 4 and 8 x 8 matrices.
+// Below it a loop on the spot is faster than a call, measured on 4 x 4 and 8 x 8 matrices.  The operations of elimination
+// are always inlined for the same reason.
 constexpr int32_t shortest_row = 8;
 
 // The processor's operations, or none.
@@ -66,7 +67,7 @@ bool takes_blas(const AnyLine &line) {
 
 // line[k] mod p, for entries that may be unreduced sums.
 template <class Ring, class AnyLine>
-void reduce_line(const Ring &ring, const AnyLine &line, int32_t count) {
+[[gnu::always_inline]] inline void reduce_line(const Ring &ring, const AnyLine &line, int32_t count) {
     if constexpr (is_vectorised<Ring, AnyLine>) {
         if (const auto *rows = row_operations(ring, count)) return rows->reduce(raw(line), count, row_modulus(ring));
     }
@@ -133,7 +134,8 @@ typename Ring::Value dot_residues(const Ring &ring, const LineA &a, const LineB 
 
 // target[k] += f * source[k], unreduced.
 template <class Ring, class Target, class Source>
-void add_multiple(const Ring &ring, const Target &target, const Source &source, int32_t count, typename Ring::Value f) {
+[[gnu::always_inline]] inline void add_multiple(const Ring &ring, const Target &target, const Source &source,
+                                                int32_t count, typename Ring::Value f) {
     if constexpr (is_vectorised<Ring, Target, Source>) {
         if (const auto *rows = row_operations(ring, count))
             return rows->add_multiple(raw(target), raw(source), count, f);
@@ -150,8 +152,8 @@ void add_multiple(const Ring &ring, const Target &target, const Source &source, 
 
 // target[k] = (target[k] + f * source[k]) mod p; target may hold unreduced sums.
 template <class Ring, class Target, class Source>
-void add_multiple_reduced(const Ring &ring, const Target &target, const Source &source, int32_t count,
-                          typename Ring::Value f) {
+[[gnu::always_inline]] inline void add_multiple_reduced(const Ring &ring, const Target &target, const Source &source,
+                                                        int32_t count, typename Ring::Value f) {
     if constexpr (is_vectorised<Ring, Target, Source>) {
         if (const auto *rows = row_operations(ring, count)) {
             return rows->add_multiple_reduced(raw(target), raw(source), count, f, row_modulus(ring));
@@ -161,7 +163,8 @@ void add_multiple_reduced(const Ring &ring, const Target &target, const Source &
 }
 
 template <class Ring, class AnyLine>
-void scale_line(const Ring &ring, const AnyLine &line, int32_t count, typename Ring::Value f) {
+[[gnu::always_inline]] inline void scale_line(const Ring &ring, const AnyLine &line, int32_t count,
+                                              typename Ring::Value f) {
     if constexpr (is_vectorised<Ring, AnyLine>) {
         if (const auto *rows = row_operations(ring, count)) return rows->scale(raw(line), count, f, row_modulus(ring));
     }
