@@ -8,7 +8,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     const Object refusal = make_native("no files", [](const std::vector<Object> &) -> Object {
         throw HostError("a fuzzer's program must not touch files");
     });
-    for (const char *name : {"ReadMatrix", "WriteMatrix", "ReadLists"}) define_protected(name, refusal);
+    for (const char *name : {"ReadMatrix", "WriteMatrix", "ReadLists", "run"}) define_protected(name, refusal);
     start = make_checkpoint();
     return 0;
 }
