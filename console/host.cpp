@@ -165,7 +165,9 @@ Object call_with_values(Object procedure, uint32_t n, ...) {
         Roots values;
         for (uint32_t i = 0; i < n; i++) values.values.push_back(va_arg(arguments, Object));
         if (procedure == 0) throw HostError("no procedure was registered");
-        return call_procedure(procedure, values.values);
+        values.values.push_back(call_procedure(procedure, values.values));
+        if (interrupts >= abandoning) throw HostError("interrupted");
+        return values.values.back();
     });
     va_end(arguments);
     return result;

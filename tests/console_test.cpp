@@ -1450,11 +1450,11 @@ TEST_F(Prompt, InterruptsCallsOfTheLibrary) {
                   std::string::npos);
     };
     read_until("\n> ");
-    start("1200, 1200, random, integer[4]", "65521");
+    start("800, 800, random, integer[4]", "65521");
     EXPECT_NE(read_until("\n> ").find("Error: interrupted\n"), std::string::npos);
-    EXPECT_EQ(enter("x; rows(A)"), "x\n1200\n");
+    EXPECT_EQ(enter("x; rows(A)"), "x\n800\n");
     for (const auto &[matrix, p] :
-         {std::pair("2500, 2500, random, float[8]", "65521"), {"320, 320, random, integer", "10^30"}}) {
+         {std::pair("2500, 2500, random, float[8]", "65521"), {"160, 160, random, integer", "2^127 - 1"}}) {
         start(matrix, p);
         send("\x03");
         EXPECT_NE(read_until("\n> ").find("ZigZag was abandoned, and the entries of A are unreliable now\n"),
