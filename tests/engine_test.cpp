@@ -188,6 +188,22 @@ TYPED_TEST(Engine, ManyBlocks) {
     }
 }
 
+// All of B in packed form would pass 2^32 bytes: of words in three bytes an entry, of doubles in eight.
+TYPED_TEST(Engine, PanelsBeyond32Bits) {
+    constexpr bool doubles = sizeof(TypeParam) == 8;
+    const uint32_t p = doubles ? 33554393 : 65521;
+    const int32_t k = 8192, n = doubles ? 65552 : 174768;
+    const Matrix<TypeParam> A(3, k, 0, [&] { return p - 1; });
+    Matrix<TypeParam> row(1, n, 0), C(3, n, 0);
+    for (int32_t j = 0; j < n; j++) row.at(0, j) = static_cast<uint32_t>(j % 65521);
+    ASSERT_TRUE(gemm(p, Update::store, 3, k, n, Operand<const TypeParam>{A.data(), {k, 1}},
+                     Operand<const TypeParam>{row.data(), {0, 1}}, Operand<TypeParam>{C.data(), {n, 1}}));
+    for (int32_t j = 0; j < n; j++) {
+        const uint64_t negated = uint64_t{8192} * static_cast<uint32_t>(j % 65521) % p;
+        ASSERT_EQ(C.at(2, j), negated ? p - negated : 0) << j;
+    }
+}
+
 // What the door itself leaves to the caller is not touched.
 TYPED_TEST(Engine, TheDoor) {
     Random random;
