@@ -1,3 +1,4 @@
+#include "engine/rows.h"
 #include "host/arguments.h"
 #include "host/native.h"
 #include "host/rtable.h"
@@ -106,8 +107,12 @@ template <class Ring, class Entry>
 bool holds_residues(const Ring &ring, Shape shape, Operand<const Entry> block) {
     bool canonical = true;
     walk<1>(shape, {block.steps}, false, [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
-        for (int32_t k = 0; k < count; k++) {
-            canonical &= ring.is_canonical(block.data[offsets[0] + (unit ? k : k * inner[0])]);
+        if (!canonical) return;
+        const Entry *const run = block.data + offsets[0];
+        if constexpr (unit) {
+            canonical = is_canonical_line(ring, Line<const Entry, UnitStep>{run, {}}, count);
+        } else {
+            canonical = is_canonical_line(ring, Line<const Entry, AnyStep>{run, {inner[0]}}, count);
         }
     });
     return canonical;
