@@ -34,6 +34,7 @@ endfunction()
 
 modla_find_library(modla_gmp libgmp-dev:i386 libgmp.so ${MODLA_I386_HEADERS})
 modla_find_library(modla_readline "libreadline8:i386 and libreadline-dev" libreadline.so.8 /usr/include)
+modla_find_library(modla_zlib "zlib1g:i386 and zlib1g-dev" libz.so.1 /usr/include)
 modla_find_library(modla_flint "libflint17:i386 and libflint-dev" libflint.so.17 ${MODLA_I386_HEADERS})
 if(MODLA_TESTS)
   modla_find_library(modla_gtest libgtest-dev:i386 libgtest.a /usr/include)

@@ -173,8 +173,8 @@ Object list_variables(const Arguments &) {
 
 Object run_file(const Arguments &arguments) {
     const std::string name = string_argument(arguments[0], "argument 1, the script,");
-    std::ifstream file = open_input(name);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const auto file = open_input(name);
+    const std::string text{std::istreambuf_iterator<char>(*file), {}};
     try {
         run_program(text, [](Object value) { std::cout << to_text(value) << std::endl; });
     } catch (const std::exception &error) {

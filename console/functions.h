@@ -3,7 +3,8 @@
 
 #include <gmpxx.h>
 
-#include <fstream>
+#include <istream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,7 @@ void set_file_directory(const std::string &directory);
 bool timer_is_on();  // at the prompt
 
 // A file, looked for beside the script too; throws HostError.
-std::ifstream open_input(const std::string &name);
+std::unique_ptr<std::istream> open_input(const std::string &name);
 
 std::string string_argument(Object x, const char *what);
 

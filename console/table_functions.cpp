@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "console/functions.h"
+#include "console/gzip.h"
 #include "console/host.h"
 #include "console/matrix_file.h"
 #include "console/number.h"
@@ -134,8 +135,7 @@ Object create_matrix(Object modulus, int32_t rows, int32_t columns, const Argume
 MatrixFile read_file(Object argument, const char *what) {
     const std::string name = string_argument(argument, what);
     if (name == "-") return read_matrix_file(std::cin, "standard input");
-    std::ifstream input = open_input(name);
-    return read_matrix_file(input, name);
+    return read_matrix_file(*open_input(name), name);
 }
 
 // ReadMatrix("file" [, datatype [, order]]): the entries as they are.
@@ -170,11 +170,14 @@ Object read_matrix(const Arguments &arguments) {
     return held.values[0];
 }
 
-// WriteMatrix("file", A): SMS when the name ends in .sms, Matrix Market for .mtx and, on standard output, for "-".
+// WriteMatrix("file", A): SMS when the name ends in .sms, Matrix Market for .mtx and, on standard output, for "-"; packed
+// when .gz follows.
 Object write_matrix(const Arguments &arguments) {
     const std::string name = string_argument(arguments[0], "argument 1, the file,");
-    const bool sms = name.ends_with(".sms"), output_too = name == "-";
-    if (!sms && !output_too && !name.ends_with(".mtx")) throw HostError(name + " must end in .mtx or .sms");
+    const bool packed = name.ends_with(".gz"), to_output = name == "-";
+    const std::string_view ending = std::string_view(name).substr(0, name.size() - (packed ? 3 : 0));
+    const bool sms = ending.ends_with(".sms");
+    if (!sms && !to_output && !ending.ends_with(".mtx")) throw HostError(name + " must end in .mtx or .sms");
     const Table &table = table_argument(arguments[1]);
     const int32_t rows = table_rows(table), columns = table_columns(table);
     const auto text = [&](int32_t i, int32_t j) { return integer_text(table, i, j); };
@@ -182,26 +185,30 @@ Object write_matrix(const Arguments &arguments) {
     for (int32_t i = 1; i <= rows; i++) {
         for (int32_t j = 1; j <= columns; j++) text(i, j);
     }
-    if (output_too) {
-        write_matrix_market(std::cout, rows, columns, text);
+    const auto write = sms ? write_sms : write_matrix_market;
+    if (to_output) {
+        write(std::cout, rows, columns, text);
         std::cout.flush();
-        return null_value();
+    } else if (packed) {
+        std::ostringstream output;
+        write(output, rows, columns, text);
+        write_gzip(name, output.view());
+    } else {
+        std::ofstream output(name, std::ios::binary);
+        if (output) write(output, rows, columns, text);
+        output.close();
+        if (!output) throw HostError("cannot write " + name);
     }
-    std::ofstream output(name, std::ios::binary);
-    if (!output) throw HostError("cannot write " + name);
-    (sms ? write_sms : write_matrix_market)(output, rows, columns, text);
-    output.close();
-    if (!output) throw HostError("cannot write " + name);
     return null_value();
 }
 
 // ReadLists("file"): a list of integers for every line; # starts a comment.
 Object read_lists(const Arguments &arguments) {
     const std::string name = string_argument(arguments[0], "argument 1, the file,");
-    std::ifstream input = open_input(name);
+    const auto input = open_input(name);
     Roots lists;
     std::string line;
-    for (int number = 1; std::getline(input, line); number++) {
+    for (int number = 1; std::getline(*input, line); number++) {
         std::istringstream items(line.substr(0, line.find('#')));
         Roots list;
         for (std::string item; items >> item;) {
@@ -214,19 +221,22 @@ Object read_lists(const Arguments &arguments) {
         if (list.values.empty()) continue;
         lists.values.push_back(new_collection(type_list, new_sequence(list.values)));
     }
-    if (input.bad()) throw HostError("cannot read " + name);
+    if (input->bad()) throw HostError("cannot read " + name);
     return new_collection(type_list, new_sequence(lists.values));
 }
 
 }  // namespace
 
-std::ifstream open_input(const std::string &name) {
-    std::ifstream file(name, std::ios::binary);
-    if (!file && !file_directory().empty() && name[0] != '/') {
-        file.open(file_directory() + "/" + name, std::ios::binary);
+std::unique_ptr<std::istream> open_input(const std::string &name) {
+    std::string place = name;
+    auto file = std::make_unique<std::ifstream>(place, std::ios::binary);
+    if (!*file && !file_directory().empty() && name[0] != '/') {
+        place = file_directory() + "/" + name;
+        file->open(place, std::ios::binary);
     }
-    if (!file) throw HostError("cannot open " + name);
-    return file;
+    if (!*file) throw HostError("cannot open " + name);
+    if (!name.ends_with(".gz")) return file;
+    return std::make_unique<std::istringstream>(read_gzip(place), std::ios::binary);
 }
 
 void set_file_directory(const std::string &directory) {

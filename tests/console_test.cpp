@@ -993,7 +993,8 @@ TEST_F(Files, MatricesComeBackAsTheyWereWritten) {
             }
         }
         set_name("A", A);
-        const std::string file = path(chance(random, 50) ? "a.sms" : "a.mtx");
+        const std::string file =
+            path(std::string(chance(random, 50) ? "a.sms" : "a.mtx") + (chance(random, 25) ? ".gz" : ""));
         ASSERT_EQ(run("WriteMatrix(\"" + file + "\", A)"), "");
         for (const char *order : {"", ", Fortran_order", ", C_order"}) {
             ASSERT_EQ(run("B := ReadMatrix(" + p.get_str() + ", \"" + file + "\", " + keywords[kind] + order +
@@ -1035,6 +1036,23 @@ TEST_F(Files, EntriesAreKeptWithoutAModulus) {
         EXPECT_NE(error_of("WriteMatrix(\"" + path("b.sms") + "\", matrix(" + entries + "))"), "");
         EXPECT_EQ(run(b + ")"), "[0 60000]\n");
     }
+}
+
+// Against the program gzip.
+TEST_F(Files, PackedByGzip) {
+    const auto read = [&](const std::string &name) { return "ReadMatrix(\"" + path(name) + "\")[1, 2]"; };
+    const auto shell = [](const std::string &command) { return system(command.c_str()); };  // NOLINT(cert-env33-c)
+    const auto write = [&](const std::string &name) { return "WriteMatrix(\"" + path(name) + "\", B)\n"; };
+    ASSERT_EQ(run("B := matrix([[1, -2^70]])\n" + write("b.sms") + write("b.sms.gz")), "");
+    EXPECT_EQ(shell("cd " + directory_ +
+                    " && gzip -t b.sms.gz && gzip -dc b.sms.gz | cmp - b.sms && gzip -c b.sms b.sms >"
+                    "twice.sms.gz && head -c 30 b.sms.gz >short.sms.gz && gzip -c b.sms | tr -d '\\0' >bad.sms.gz && "
+                    "gzip b.sms -S .new.gz"),
+              0);
+    EXPECT_EQ(run(read("b.sms.new.gz")), "-1180591620717411303424\n");
+    expect_errors({{read("short.sms.gz"), path("short.sms.gz") + " is cut short"},
+                   {read("bad.sms.gz"), path("bad.sms.gz") + " is damaged"},
+                   {read("twice.sms.gz"), path("twice.sms.gz") + ":4: text after the closing line 0 0 0"}});
 }
 
 TEST_F(Files, Errors) {
