@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "console/error.h"
+#include "console/table.h"
 
 namespace modla::console {
 
@@ -189,19 +190,19 @@ void collect_before(size_t bytes) {
 }
 
 // The entries of table data in bytes; checked in 64 bits.
-uint64_t table_bytes(const RtableSettings &settings, const int32_t *bounds) {
-    uint64_t entries = 1;
-    for (int32_t i = 0; i < settings.num_dimensions; i++) {
-        entries *= static_cast<uint64_t>(std::max(bounds[i], 0));
+size_t table_bytes(const Table &table) {
+    const int64_t entries = int64_t{std::max(table.bounds[0], 0)} * std::max(table.bounds[1], 0);
+    const int64_t width = table.settings.datatype == MODLA_FLOAT8 ? 8 : 4, most = 0xbfffffff / width;
+    if (entries > most) {
+        throw HostError("object too large: a " + describe_table(table) + " has " + std::to_string(entries) +
+                        " entries, and " + std::to_string(most) + " are the most");
     }
-    if (entries > 0xffffffff) throw HostError("object too large");
-    return entries * (settings.datatype == MODLA_FLOAT8 ? 8 : 4);
+    return static_cast<size_t>(entries * width);
 }
 
-DataBlock *new_block(const RtableSettings &settings, uint64_t bytes) {
-    if (bytes > 0xbfffffff) throw HostError("object too large");
-    collect_before(static_cast<size_t>(bytes));
-    const size_t rounded = (static_cast<size_t>(bytes) + 64) & ~size_t{63};
+DataBlock *new_block(const RtableSettings &settings, size_t bytes) {
+    collect_before(bytes);
+    const size_t rounded = (bytes + 64) & ~size_t{63};
     char *const base = static_cast<char *>(std::aligned_alloc(64, rounded));
     if (!base) throw HostError("out of memory");
     if (settings.datatype == MODLA_INTEGER) {
@@ -298,7 +299,11 @@ Roots::~Roots() {
 }
 
 Object new_object(uint32_t length, uint32_t type_id) {
-    if (length > 0x3ffffff) throw HostError("object too large");
+    constexpr uint32_t most = 0x3ffffff;
+    if (length > most) {
+        throw HostError("object too large: it has " + std::to_string(length) + " words, and " + std::to_string(most) +
+                        " are the most");
+    }
     const uint32_t bytes = static_cast<uint32_t>(prefix_bytes) + 4 * length;
     collect_before(bytes);
     void *const memory = std::calloc(1, bytes);
@@ -490,7 +495,8 @@ const std::shared_ptr<Procedure> &procedure_of(Object x) {
 }
 
 Object new_table(const RtableSettings &settings, const int32_t *upper_bounds, void *data) {
-    const uint64_t bytes = table_bytes(settings, upper_bounds);
+    Table table = {settings, {upper_bounds[0], settings.num_dimensions > 1 ? upper_bounds[1] : 1}, data, nullptr};
+    const size_t bytes = table_bytes(table);
     DataBlock *block;
     if (data) {
         block = block_at(reinterpret_cast<uintptr_t>(data));
@@ -502,7 +508,9 @@ Object new_table(const RtableSettings &settings, const int32_t *upper_bounds, vo
         data = block->base;  // on the stack: keeps the block while the value is made
     }
     const Object x = new_object(1 + sizeof(Table) / sizeof(Object), type_table);
-    table_of(x) = {settings, {upper_bounds[0], settings.num_dimensions > 1 ? upper_bounds[1] : 1}, data, block};
+    table.data = data;
+    table.block = block;
+    table_of(x) = table;
     asm volatile("" : : "r"(data));
     return x;
 }

@@ -1,6 +1,7 @@
 // Sizes whose products pass 2^31 and 2^32: the host's error is raised, and nothing wraps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 
@@ -34,13 +35,19 @@ class BigSizes : public testing::Test {
         define(word, new_table_over(storage, datatype, subtype, order, rows, columns));
     }
 
+    // Messages without what they tell of the object.
+    static std::vector<std::string> beginnings(std::vector<std::string> messages) {
+        for (std::string &message : messages) message.resize(std::min(message.find(':'), message.size()));
+        return messages;
+    }
+
     // A call that the host refuses in all ways.
     static void expect_refused(const std::string &entry, const std::string &text, const std::string &message) {
         for (const Leaving leaving : {Leaving::exception, Leaving::long_jump, Leaving::returning}) {
             host.leaving = leaving;
             const Outcome outcome = call_entry(entry_point(entry), arguments(text));
             reclaim();
-            EXPECT_EQ(outcome.messages, std::vector{message}) << entry << "(" << text << ")";
+            EXPECT_EQ(beginnings(outcome.messages), std::vector{message}) << entry << "(" << text << ")";
             EXPECT_EQ(outcome.returned, leaving == Leaving::returning);
             EXPECT_EQ(to_text(outcome.result), outcome.returned ? "" : "nothing") << entry << "(" << text << ")";
             EXPECT_EQ(host.violations, std::vector<std::string>{}) << entry << "(" << text << ")";
@@ -120,7 +127,7 @@ TEST_F(BigSizes, OfWorkspacesAreTheHostsToRefuse) {
         const auto run = [&](const std::function<void()> &calls) {
             workspace = 0;
             const Outcome outcome = attempt(calls);
-            EXPECT_EQ(outcome.messages, std::vector<std::string>{too_large});
+            EXPECT_EQ(beginnings(outcome.messages), std::vector<std::string>{too_large});
             EXPECT_EQ(to_text(workspace), outcome.returned ? "" : "nothing");
             EXPECT_EQ(host.violations, std::vector<std::string>{});
         };
