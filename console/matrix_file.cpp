@@ -114,8 +114,8 @@ struct Reader {
     }
 };
 
-enum class Field { integer, real, pattern };       // in the order of the header's keywords
-enum class Symmetry { general, symmetric, skew };  // likewise
+enum class Field { integer, real, pattern, rational };  // in the order of the header's keywords; the last of SMS files
+enum class Symmetry { general, symmetric, skew };       // likewise
 
 mpz_class parse_integer(const Reader &reader, std::string_view text) {
     std::string_view digits = text;
@@ -155,7 +155,7 @@ mpz_class parse_real(const Reader &reader, std::string_view text) {
 mpz_class read_value(Reader &reader, Field field) {
     if (field == Field::pattern) return 1;
     const std::string_view text = reader.word("value");
-    return field == Field::real ? parse_real(reader, text) : parse_integer(reader, text);
+    return field == Field::integer ? parse_integer(reader, text) : parse_real(reader, text);
 }
 
 // Gathers the entries of a matrix, whose size it reads first.
@@ -212,18 +212,39 @@ struct Collector {
         store(i, j, std::move(value));
     }
 
+    void take_memory(size_t bytes) {
+        if (bytes > memory_left) reader.fail("matrix is too large for the memory it may take");
+        memory_left -= bytes;
+    }
+
     void store(int32_t row, int32_t column, mpz_class value) {
         if (value == 0) return;
         constexpr size_t block_overhead = 16;
-        const size_t taken = sizeof(MatrixEntry) + block_overhead + mpz_size(value.get_mpz_t()) * sizeof(mp_limb_t);
-        if (taken > memory_left) reader.fail("matrix is too large for the memory it may take");
-        memory_left -= taken;
+        take_memory(sizeof(MatrixEntry) + block_overhead + mpz_size(value.get_mpz_t()) * sizeof(mp_limb_t));
         matrix.entries.push_back({row, column, std::move(value)});
+    }
+
+    void add_fraction(int64_t row, int64_t column, std::string_view text) {
+        const size_t slash = text.find('/');
+        const std::string_view below = text.substr(slash + 1);
+        mpq_class value(parse_integer(reader, text.substr(0, slash)),
+                        is_number(below) ? parse_integer(reader, below) : 0);
+        if (value.get_den() == 0) reader.fail("value " + quoted(text) + " is not a number");
+        value.canonicalize();
+        check_index("row", row, matrix.rows);
+        check_index("column", column, matrix.columns);
+        take_memory(2 * sizeof(MatrixEntry) + text.size());
+        matrix.fractions[{static_cast<int32_t>(row), static_cast<int32_t>(column)}] += value;
     }
 
     // Adds the entry on a line; is it one, and not the line 0 0 0 that closes an SMS file?
     bool add_line(Field field, bool may_close) {
         const int64_t row = reader.whole("row index"), column = reader.whole("column index");
+        if (field == Field::rational && reader.rest.find('/') != reader.rest.npos) {
+            add_fraction(row, column, reader.word());
+            reader.expect_line_end();
+            return true;
+        }
         mpz_class value = read_value(reader, field);
         reader.expect_line_end();
         if (may_close && row == 0 && column == 0 && value == 0) return false;
@@ -259,7 +280,7 @@ MatrixFile read_sms(Reader &reader, size_t memory_limit) {
     reader.expect_line_end();
     do {
         if (!reader.next_line()) reader.fail("file ends before the closing line 0 0 0");
-    } while (matrix.add_line(Field::integer, true));
+    } while (matrix.add_line(type == "r" ? Field::rational : Field::integer, true));
     if (reader.next_line()) reader.fail("text after the closing line 0 0 0");
     return matrix.finish();
 }

@@ -1,4 +1,4 @@
-// Integer matrices in text files: Matrix Market (array and coordinate) and SMS.
+// Matrices of exact numbers in text files: Matrix Market (array and coordinate) and SMS.
 #pragma once
 
 #include <gmpxx.h>
@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <functional>
 #include <istream>
+#include <map>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace modla::console {
@@ -20,10 +22,12 @@ struct MatrixEntry {
 };
 
 // rows and columns are at least 1, and rows * columns at most 2^31. The entries are sorted by row, then
-// column; each place is there at most once and no value is 0: what is not listed is 0.
+// column; each place is there at most once and no value is 0: what is not listed is 0. Fractions, which only
+// SMS files of type R have, are kept beside them, by row and column, and are to be added to the entries.
 struct MatrixFile {
     int32_t rows, columns;
     std::vector<MatrixEntry> entries;
+    std::map<std::pair<int32_t, int32_t>, mpq_class> fractions;
 };
 
 struct MatrixFileError : std::runtime_error {

@@ -147,6 +147,10 @@ Object read_unreduced(const Arguments &arguments) {
         const Object value = integer_object(entry.value);
         enter(table_of(matrix), entry.row, entry.column, value, "give a modulus as argument 1");
     }
+    for (const auto &[place, fraction] : file.fractions) {
+        const Object sum = add(get_entry(table_of(matrix), place.first, place.second), rational_object(fraction));
+        enter(table_of(matrix), place.first, place.second, sum, "give a modulus as argument 1");
+    }
     return matrix;
 }
 
@@ -166,6 +170,17 @@ Object read_matrix(const Arguments &arguments) {
         mpz_class residue;
         mpz_mod(residue.get_mpz_t(), entry.value.get_mpz_t(), p.get_mpz_t());
         enter(table, entry.row, entry.column, integer_object(residue));
+    }
+    for (const auto &[place, fraction] : file.fractions) {
+        const auto &[row, column] = place;
+        mpz_class residue;
+        if (!mpz_invert(residue.get_mpz_t(), fraction.get_den_mpz_t(), p.get_mpz_t())) {
+            throw HostError(fraction.get_str() + " at row " + std::to_string(row) + ", column " +
+                            std::to_string(column) + " has no value mod " + p.get_str());
+        }
+        residue = residue * fraction.get_num() + integer_of(get_entry_integer(table, row, column));
+        mpz_mod(residue.get_mpz_t(), residue.get_mpz_t(), p.get_mpz_t());
+        enter(table, row, column, integer_object(residue));
     }
     return held.values[0];
 }

@@ -1031,6 +1031,11 @@ TEST_F(Files, EntriesAreKeptWithoutAModulus) {
           "give a modulus as argument 1, or give no datatype and let Mod reduce the Matrix"},
          {a + ", 3)", "expected a datatype, integer, integer[4] or float[8], got 3"},
          {"ReadMatrix(7, \"" + path("a.sms") + "\")", "usage: ReadMatrix(p, \"file\", datatype [, order])"}});
+    write("r.sms", "2 2 R\n1 1 -1/2\n1 1 3\n1 2 4\n2 2 +6/4\n2 2 -3/2\n2 1 -5\n0 0 0\n");
+    const std::string r = path("r.sms") + "\"";
+    expect_outputs({{"ReadMatrix(\"" + r + ")", "[5/2 4]\n[ -5 0]\n"},
+                    {"ReadMatrix(7, \"" + r + ", float[8])", "[6.0 4.0]\n[2.0 0.0]\n"}});
+    expect_errors({{"ReadMatrix(6, \"" + r + ", integer)", "-1/2 at row 1, column 1 has no value mod 6"}});
     // An entry that cannot be written leaves the file alone.
     for (const std::string entries : {"[[1, 2], [3, unset]], integer", "[[1, 2], [3, 1/2]]", "[[1, 2], [3, 2/3]]"}) {
         EXPECT_NE(error_of("WriteMatrix(\"" + path("b.sms") + "\", matrix(" + entries + "))"), "");

@@ -203,6 +203,11 @@ const std::vector<Fault> malformed = {
     {"2 2 M\n0 0 1\n0 0 0\n", 2, "row index is not in 1..2"},
     {"2 2 M\n1 0 0\n0 0 0\n", 2, "column index is not in 1..2"},
     {"2 2 M\n1 1 1/2\n0 0 0\n", 2, "value '1/2' is not a number"},
+    {"2 2 R\n1 1 1/0\n0 0 0\n", 2, "value '1/0' is not a number"},
+    {"2 2 R\n1 1 1/-2\n0 0 0\n", 2, "value '1/-2' is not a number"},
+    {"2 2 R\n1 1 /2\n0 0 0\n", 2, "value '' is not a number"},
+    {"2 2 R\n1 3 1/2\n0 0 0\n", 2, "column index is not in 1..2"},
+    {"2 2 R\n1 1 1/2 3\n0 0 0\n", 2, "unexpected '3'"},
 };
 
 TEST(MatrixFile, RoundTrips) {
