@@ -202,7 +202,7 @@ Object show_help(const Arguments &arguments) {
     const ReferenceEntry *const entry = find_reference(name);
     if (!entry)
         throw HostError("there is no help on " + name + nearest_function(name) + "; help() lists all functions");
-    std::cout << entry->text << std::endl;
+    std::cout << entry->text << messages_of(name) << std::endl;
     return null_value();
 }
 

@@ -3,12 +3,23 @@
 #include <algorithm>
 #include <cctype>
 #include <sstream>
+#include <string_view>
 
 #include "console/embedded.h"
 
 namespace modla::console {
 
 namespace {
+
+// What the paragraph under the title says first.
+std::string summary_of(const std::string &text) {
+    const size_t begin = text.find("\n\n") + 2;
+    std::string paragraph = text.substr(begin, text.find("\n\n", begin) - begin);
+    std::replace(paragraph.begin(), paragraph.end(), '\n', ' ');
+    size_t end = paragraph.find_last_not_of(". ") + 1;
+    for (const char *stop : {". ", "; ", ", and "}) end = std::min(end, paragraph.find(stop));
+    return paragraph.substr(0, end);
+}
 
 std::vector<ReferenceEntry> read_entries() {
     std::vector<ReferenceEntry> entries;
@@ -20,13 +31,13 @@ std::vector<ReferenceEntry> read_entries() {
         if (line.starts_with("### ")) {
             line.erase(0, 4);
             entries.push_back({line.substr(0, line.find('(')), line, "", ""});
-        } else if (entries.back().summary.empty()) {
-            entries.back().summary = line.substr(0, line.find(". "));
-            if (entries.back().summary.ends_with('.')) entries.back().summary.pop_back();
         }
         entries.back().text += line + "\n";
     }
-    for (ReferenceEntry &entry : entries) entry.text.erase(entry.text.find_last_not_of('\n') + 1);
+    for (ReferenceEntry &entry : entries) {
+        entry.text.erase(entry.text.find_last_not_of('\n') + 1);
+        entry.summary = summary_of(entry.text);
+    }
     return entries;
 }
 
@@ -60,6 +71,20 @@ const ReferenceEntry *find_reference(const std::string &name) {
         if (entry.name == name) return &entry;
     }
     return nullptr;
+}
+
+std::string messages_of(const std::string &name) {
+    const std::string_view header = modla_header, first = "\n *   \"";
+    const size_t declaration = header.find("modLA_" + name + "(const HostApi");
+    if (declaration == header.npos) return "";
+    const size_t end = header.rfind(" */", declaration), begin = header.find(first, header.rfind("/*", end));
+    if (begin >= end) return "";
+    std::istringstream lines(std::string(header.substr(begin + 1, end - begin - 1)));
+    std::string result = "\n\nMessages:\n";
+    for (std::string line; std::getline(lines, line);)
+        result += "    " + line.substr(std::min<size_t>(5, line.size())) + "\n";
+    result.pop_back();
+    return result;
 }
 
 std::string nearest_function(const std::string &name) {

@@ -1224,6 +1224,7 @@ TEST_F(Program, DescribesItself) {
     }
     EXPECT_EQ(console({"--version"}).output.substr(0, 6), "modla ");
     EXPECT_NE(help.output.find(console({"-e", "help()"}).output), std::string::npos);
+    EXPECT_TRUE(console({"-e", "help(ForSub)"}).output.ends_with("    \"unknown error\"\n"));  // the header's list
 }
 
 TEST_F(Program, TellsWhenItsOutputIsLost) {
