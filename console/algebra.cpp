@@ -26,7 +26,10 @@ bool is_float(Object x) {
 
 void need_operands(Object a, Object b) {
     for (const Object x : {a, b}) {
-        if (!is_operand(x)) throw HostError("cannot compute with " + to_line(x));
+        if (is_operand(x)) continue;
+        const bool table = has_type(x, type_table);
+        throw HostError("cannot compute with " + to_line(x) +
+                        (table ? ": use Multiply(p, A, B), AddMult(p, A, B)" : ""));
     }
 }
 

@@ -138,9 +138,9 @@ int run_script(const std::string &name) {
     std::string text;
     if (!file || !read_all(file, &text)) return complain("cannot read " + name);
     if (is_matrix_file(name, text)) {
-        return complain(
-            name + " is no script. If it is a Matrix, a script or the prompt reads it by\n  A := ReadMatrix(p, \"" +
-            name + "\", integer[4])");
+        return complain(name +
+                        " is no script. If it is a Matrix, a script or the prompt reads it by\n  A := ReadMatrix(\"" +
+                        name + "\"); Rank(65521, A)");
     }
     set_file_directory(directory_of(name));
     return run_text(text, name) ? 0 : 1;

@@ -117,7 +117,7 @@ class Writer {
         } else if (type == type_procedure) {
             text += "<procedure>";
         } else if (type == type_table) {
-            text += "<" + describe_table(table_of(x)) + ">";
+            write_table(table_of(x), depth);
         } else if (type == type_complex || type == type_sum) {
             write_sum(x, depth);
         } else if (type == type_product || type == type_power) {
@@ -229,6 +229,22 @@ class Writer {
             write_factor(factors[i], negate(factors[i + 1]), depth);
         }
         if (enclosed) text += ")";
+    }
+
+    // A short Vector <column, column> or <row | row>; what does not fit into a line is described.
+    void write_table(const Table &table, int depth) {
+        const int32_t count = table.bounds[0];
+        const bool row = table.settings.subtype == MODLA_ROW_VECTOR;
+        if (abridged || table.settings.num_dimensions != 1 || count > most_columns) {
+            text += "<" + describe_table(table) + ">";
+            return;
+        }
+        text += "<";
+        for (int32_t i = 1; i <= count; i++) {
+            if (i > 1) text += row ? " | " : ", ";
+            write(row ? get_entry(table, 1, i) : get_entry(table, i, 1), depth + 1);
+        }
+        text += ">";
     }
 
     // The first factor that stands before the divisors, 1 when it has an exponent; 0 when there is none.

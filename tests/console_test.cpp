@@ -899,7 +899,7 @@ TEST(Printing, EveryKindOfValue) {
         {"1..2; 1 = 2; 'x'..'y'", "1..2\n1 = 2\nx..y\n"},
         {"proc() end; print", "<procedure>\n<procedure>\n"},
         {"Create(7, 2, 2, 3, integer)", "[3 3]\n[3 3]\n"},
-        {"[Create(7, 2, 0, integer)]", "[<2 column Vector, integer, C_order>]\n"},
+        {"[Create(7, 2, 0, integer), row_vector([1, 2])]", "[<0, 0>, <1 | 2>]\n"},
         {"print(1, [2], \"three\"); print()", "1 [2] three\n\n"},
         {"print(op([1, 2]), [op([])])", "1 2 []\n"},
         {"pad(5, 3); pad(\"ab\", -4); pad(12345, 2); pad([1], 5)", "\"  5\"\n\"ab  \"\n\"12345\"\n\"  [1]\"\n"},
