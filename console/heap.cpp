@@ -1,6 +1,7 @@
 #include "console/heap.h"
 
 #include <malloc.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -165,6 +166,24 @@ void destroy(Object x) {
     std::free(&prefix_of(x));
 }
 
+// Table data, all bits zero.  Pages of their own are zero already: what is never written, as work space for products often
+// is, then costs nothing.
+constexpr size_t least_pages = size_t{1} << 20;
+
+void *take_data(size_t bytes) {
+    if (bytes < least_pages) {
+        void *const base = std::aligned_alloc(64, bytes);
+        return base ? std::memset(base, 0, bytes) : nullptr;
+    }
+    void *const base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return base == MAP_FAILED ? nullptr : base;
+}
+
+void release_data(void *base, size_t bytes) {
+    if (bytes < least_pages) return std::free(base);
+    munmap(base, bytes);
+}
+
 void sweep() {
     Heap &h = heap();
     std::erase_if(h.objects, [](Object x) {
@@ -176,7 +195,7 @@ void sweep() {
         DataBlock &block = at->second;
         const bool used = std::exchange(block.marked, false);
         if (!used) h.bytes -= block.bytes;
-        if (!used) std::free(block.base);
+        if (!used) release_data(block.base, block.bytes);
         at = used ? std::next(at) : h.blocks.erase(at);
     }
 }
@@ -203,12 +222,10 @@ size_t table_bytes(const Table &table) {
 DataBlock *new_block(const RtableSettings &settings, size_t bytes) {
     collect_before(bytes);
     const size_t rounded = (bytes + 64) & ~size_t{63};
-    char *const base = static_cast<char *>(std::aligned_alloc(64, rounded));
+    char *const base = static_cast<char *>(take_data(rounded));
     if (!base) throw HostError("out of memory");
     if (settings.datatype == MODLA_INTEGER) {
         std::fill_n(reinterpret_cast<Object *>(base), rounded / sizeof(Object), immediate(0));
-    } else {
-        std::memset(base, 0, rounded);
     }
     heap().bytes += rounded;
     const DataBlock block = {base, rounded, settings.datatype == MODLA_INTEGER, false};
