@@ -376,7 +376,7 @@ TEST(Create, RefusesWhatMemoryCannotHold) {
             for (const char *content : {"", "3, ", "random, "}) {
                 const std::string call = "Create(7, " + std::to_string(rows) + ", " + std::to_string(columns) + ", " +
                                          content + keyword_of(datatype) + ")";
-                EXPECT_EQ(error_of(call), "object too large") << call;
+                EXPECT_TRUE(error_of(call).starts_with("object too large: ")) << call;
             }
         }
     }
