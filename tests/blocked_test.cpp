@@ -6,7 +6,8 @@
 #include "elimination/lu_factor.h"
 #include "elimination/row_reduction.h"
 #include "elimination/triangular_solve.h"
-#include "fake_host.h"
+#include "tests/support/fp_mode.h"
+#include "tests/support/random.h"
 
 namespace {
 

@@ -1,16 +1,17 @@
 // Sessions on record: what is typed behind "> ", and what is shown.
 //
 // A transcript is a text file of blocks; in Markdown its lines are indented by four spaces and a block begins with a
-// prompt.  "... " continues a statement.  Every file is a session of its own, and so is every block of Markdown.
+// prompt.  "... " continues a statement.  Every block of Markdown is a session of its own; in other files "#### " begins
+// one.
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <set>
 
 #include "console/reference.h"
-#include "session.h"
+#include "tests/support/host.h"
 
-using namespace modla::console;
+using namespace modla_test;
 
 namespace {
 
@@ -29,6 +30,7 @@ std::vector<Transcript> transcripts_of(const std::string &path, bool markdown) {
     bool inside = false;
     for (std::string line; std::getline(file, line);) {
         number++;
+        if (line.starts_with("#### ") && !markdown) result.emplace_back();
         if (line.starts_with(prompt)) {
             if (!inside && markdown) result.emplace_back();
             result.back().push_back({number, line.substr(prompt.size()) + "\n", ""});
@@ -44,26 +46,14 @@ std::vector<Transcript> transcripts_of(const std::string &path, bool markdown) {
     return result;
 }
 
-std::string shown(const std::string &input) {
-    std::ostringstream output;
-    std::streambuf *const terminal = std::cout.rdbuf(output.rdbuf());
-    try {
-        run_program(input, [&](Object value) { output << to_text(value) << "\n"; });
-    } catch (const std::exception &error) {
-        output << report_error(error).text;
-    }
-    std::cout.rdbuf(terminal);
-    return output.str();
-}
-
 // Returns how many statements there were.
-size_t replay(const std::string &path, bool markdown) {
+size_t replay(const std::string &path, bool markdown, std::string (*output_of)(const std::string &) = shown) {
     const Checkpoint before = make_checkpoint();
     size_t count = 0;
     for (const Transcript &transcript : transcripts_of(path, markdown)) {
-        shown("seed(1)");  // as in a new session
+        run("seed(1)");  // as in a new session
         for (const auto &[line, input, output] : transcript) {
-            EXPECT_EQ(shown(input), output) << path << ":" << line;
+            EXPECT_EQ(output_of(input), output) << path << ":" << line;
             count++;
         }
         go_back(before);
@@ -71,9 +61,20 @@ size_t replay(const std::string &path, bool markdown) {
     return count;
 }
 
+std::string path_of(const char *name) {
+    return std::string(MODLA_TESTS "/transcripts/") + name + ".txt";
+}
+
 TEST(Transcripts, AreReproduced) {
     for (const char *name : {"residues", "random", "language", "errors", "prelude"}) {
-        EXPECT_GT(replay(std::string(MODLA_TRANSCRIPTS "/") + name + ".txt", false), 1u) << name;
+        EXPECT_GT(replay(path_of(name), false), 1u) << name;
+    }
+}
+
+// Errors without the help that follows them.
+TEST(Transcripts, OfMessagesAreReproduced) {
+    for (const char *name : {"basics", "expressions", "entries"}) {
+        EXPECT_GT(replay(path_of(name), false, run), 50u) << name;
     }
 }
 

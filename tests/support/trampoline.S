@@ -1,4 +1,4 @@
-// void trampoline(Trampoline *)  -- the record is declared in strict_host.h
+// void trampoline(Trampoline *)  -- the record is declared in host.h
 //
 // Calls a function with the arguments, the stack alignment and the floating-point modes of the record, with known values
 // in the callee-saved registers, and notes what it finds afterwards.  The argument area is followed by a pattern:
