@@ -507,9 +507,7 @@ TEST(HostIntegers, CallbacksBearAnyArguments) {
         {"cbModEval", {"7", "1", "3", "1", "3", "A", "['x' = 1]"}},
     };
     const auto text = [](const std::string &name, const std::vector<std::string> &arguments) {
-        std::string list;
-        for (const std::string &argument : arguments) list += (list.empty() ? "" : ", ") + argument;
-        return name + "(" + list + ")";
+        return name + "(" + joined(arguments) + ")";
     };
     int refused = 0;
     for (const auto &[name, arguments] : calls) {
