@@ -140,6 +140,27 @@ void with_all_instructions(Test test) {
     best_rows = best;
 }
 
+// Lines that run upward through memory, which a BLAS would read from their other end.
+TEST(Rows, StepsOfEitherSign) {
+    with_all_instructions([] {
+        alignas(16) StoredDouble x[16], y[16];
+        for (const int32_t step : {1, -1, 3, -3}) {
+            for (int32_t k = 0; k < 16; k++) x[k] = 1.0 + k, y[k] = 100.0 + k;
+            const Line<StoredDouble, AnyStep> target = {y + 8, {step}}, source = {x + 8, {step}};
+            EXPECT_EQ(sum_products(float_ring(101), source, target, 3),
+                      9.0 * 108 + (9.0 + step) * (108 + step) + (9.0 + 2 * step) * (108 + 2 * step));
+            add_multiple(float_ring(101), target, source, 3, 2.0);
+            swap_lines(target, source, 2);
+            for (int32_t k = 0; k < 16; k++) {
+                const int32_t place = (k - 8) % step ? -1 : (k - 8) / step;
+                const double sum = 100.0 + k + (place >= 0 && place < 3 ? 2 * (1.0 + k) : 0);
+                EXPECT_EQ(place >= 0 && place < 2 ? x[k] : y[k], sum) << k << ", step " << step;
+                EXPECT_EQ(place >= 0 && place < 2 ? y[k] : x[k], 1.0 + k) << k << ", step " << step;
+            }
+        }
+    });
+}
+
 TEST(Rows, FollowTheModel) {
     with_all_instructions([] {
         for (size_t trial = 0; trial < 4 * 71; trial++) {
