@@ -395,12 +395,17 @@ def log_position(value, low, high, first, last):
 
 
 def ratio_picture(report):
-    """A bar for each row: the best 64-bit peer's time divided by modLA's; a tick at the goal."""
+    """A bar for each row, from 1 to the best 64-bit peer's time divided by modLA's; a tick at the goal."""
     summaries = [s for s in (summary_of(result, report) for result in report['results']) if 'ratio64' in s]
     height, left, right = 50 + 16 * len(summaries), 470, 940
-    low, high = 0.01, 10
-    parts = [text(10, 20, 'Speed of modLA (32-bit); the best 64-bit peer is 1, ticks are goals')]
-    for mark in (0.01, 0.1, 0.5, 1, 2, 5, 10):
+    low, high = 0.2, 10
+    one = log_position(1, low, high, left, right)
+    parts = [text(10, 20, 'Speed of modLA (32-bit) beside the best 64-bit peer = 1: times as fast')]
+    for i, (colour, words) in enumerate((('#c73', 'slower'), ('#38c', 'faster, below the goal (tick)'),
+                                         ('#2a7', 'goal reached'))):
+        parts += [f'<rect x="{left + 80 * i + 110 * (i > 1)}" y="10" width="11" height="11" fill="{colour}"/>',
+                  text(left + 80 * i + 110 * (i > 1) + 16, 20, words)]
+    for mark in (0.2, 0.5, 1, 2, 5, 10):
         x = log_position(mark, low, high, left, right)
         parts += [line(x, 40, x, height - 5, '#444' if mark == 1 else '#ddd'), text(x, 36, mark, 'middle')]
     for i, s in enumerate(summaries):
@@ -411,7 +416,7 @@ def ratio_picture(report):
         if row.p < 65536 and row.datatype == FLOATS:
             name += ', floats'
         parts += [text(left - 6, y + 11, f'{name}, p = {row.p}, n = {row.n}', 'end'),
-                  f'<rect x="{left}" y="{y + 2}" width="{max(x - left, 1):.1f}" height="11" fill="{colour}"/>',
+                  f'<rect x="{min(x, one):.1f}" y="{y + 2}" width="{max(abs(x - one), 1):.1f}" height="11" fill="{colour}"/>',
                   text(right + 8, y + 11, ratio_text(s['ratio64']))]
         if s['goal']:
             x = log_position(s['goal'], low, high, left, right)
@@ -432,19 +437,26 @@ def product_picture(report):
                 curves[row.p, 'peer'].append((row.n, operations_of(row) / s[64][0] / 1e9))
     if not curves:
         return None
-    left, right, top, bottom, low, high = 60, 560, 40, 400, 1, 1000
+    left, right, top, bottom = 60, 560, 40, 400
+    rates = [rate for points in curves.values() for _, rate in points]
+    marks = [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000]
+    low = max([mark for mark in marks if mark <= min(rates)], default=1)
+    high = min([mark for mark in marks if mark >= max(rates)], default=5000)
     parts = [text(10, 20, 'Products of n x n matrices, Gop/s: modLA (32-bit) solid, the best 64-bit peer dashed')]
     for n in (64, 256, 1024, 2048):
         x = log_position(n, 64, 2048, left, right)
         parts += [line(x, top, x, bottom, '#eee'), text(x, bottom + 18, f'n = {n}', 'middle')]
-    for rate in (1, 2, 5, 10, 20, 50, 100, 200, 500, 1000):
+    for rate in [mark for mark in marks if low <= mark <= high]:
         y = log_position(rate, low, high, bottom, top)
         parts += [line(left, y, right, y, '#eee'), text(left - 6, y + 4, rate, 'end')]
     for (p, who), points in sorted(curves.items()):
         places = ' '.join(f'{log_position(n, 64, 2048, left, right):.1f},'
                           f'{log_position(rate, low, high, bottom, top):.1f}' for n, rate in sorted(points))
-        dashes = ' stroke-dasharray="6 4"' if who == 'peer' else ''
+        # Peers that do the same work for two moduli lie on one line: their dashes take turns.
+        dashes = f' stroke-dasharray="6 6" stroke-dashoffset="{6 * (list(colours).index(p) % 2)}"' * (who == 'peer')
         parts.append(f'<polyline points="{places}" fill="none" stroke="{colours[p]}" stroke-width="2"{dashes}/>')
+        parts += [f'<circle cx="{place.split(",")[0]}" cy="{place.split(",")[1]}" r="3" fill="{colours[p]}"/>'
+                  for place in places.split()]
     for i, (p, colour) in enumerate(colours.items()):
         parts += [line(right + 20, top + 20 * i, right + 50, top + 20 * i, colour, 'stroke-width="3"'),
                   text(right + 56, top + 4 + 20 * i, f'p = {p}')]
