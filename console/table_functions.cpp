@@ -8,6 +8,7 @@
 #include "console/matrix_file.h"
 #include "console/number.h"
 #include "console/print.h"
+#include "console/spy.h"
 #include "console/table.h"
 
 namespace modla::console {
@@ -217,6 +218,16 @@ Object write_matrix(const Arguments &arguments) {
     return null_value();
 }
 
+// Spy(A, "file.png") or Spy([A, B, ...], "file.png")
+Object draw_spy(const Arguments &arguments) {
+    std::vector<Pattern> patterns;
+    const bool several = has_type(arguments[0], type_list) && size_of(arguments[0]) > 0;
+    for (uint32_t i = 0; i < (several ? size_of(arguments[0]) : 1); i++)
+        patterns.push_back(pattern_of(table_argument(several ? element(arguments[0], i) : arguments[0])));
+    write_spy(patterns, string_argument(arguments[1], "argument 2, the file,"));
+    return null_value();
+}
+
 // ReadLists("file"): a list of integers for every line; # starts a comment.
 Object read_lists(const Arguments &arguments) {
     const std::string name = string_argument(arguments[0], "argument 1, the file,");
@@ -270,6 +281,7 @@ std::vector<Function> table_functions() {
         {"ReadMatrix", 1, 4, read_matrix},
         {"WriteMatrix", 2, 2, write_matrix},
         {"ReadLists", 1, 1, read_lists},
+        {"Spy", 2, 2, draw_spy},
     };
 }
 
