@@ -69,7 +69,8 @@ add_library(modla SHARED
 set_target_properties(modla PROPERTIES SOVERSION 1 VERSION ${PROJECT_VERSION} CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/modla.map
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
-target_include_directories(modla PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR})
+target_include_directories(modla PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(modla PRIVATE modla_warnings modla_cblas modla_engine)
 set_target_properties(modla_engine PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_include_directories(modla_engine PRIVATE ${PROJECT_SOURCE_DIR})

@@ -1,8 +1,10 @@
 #include "console/library.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <limits>
 
 #include "console/callbacks.h"
@@ -33,6 +35,17 @@ Object find_callback(const std::vector<Object> &arguments) {
 }
 
 }  // namespace
+
+std::string find_library() {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+    const std::string program = length < 0 ? "" : std::string(path, static_cast<size_t>(length));
+    const std::string directory = program.substr(0, program.rfind('/') + 1);
+    for (const char *place : {"libmodla.so", MODLA_LIBRARY_PLACE "/libmodla.so.1"}) {
+        if (access((directory + place).c_str(), R_OK) == 0) return directory + place;
+    }
+    return "libmodla.so.1";
+}
 
 void *library_symbol(const char *name) {
     return library ? dlsym(library, name) : nullptr;

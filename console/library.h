@@ -5,6 +5,9 @@
 
 namespace modla::console {
 
+// The library that belongs to this program: beside it, or where both are installed, or else its bare name.
+std::string find_library();
+
 // Loads the library, registers the callback dispatcher and defines a protected name for every entry point that the
 // library has.  Throws HostError.
 void load_library(const std::string &path);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -29,7 +28,7 @@ constexpr const char *usage =
     "  FILE             run a script, to which the name arguments gives its arguments as a list of texts;\n"
     "                   without FILE, or for -: standard input, or a prompt on a terminal\n"
     "  -e TEXT          run a text; several are run in order, then FILE\n"
-    "  --library FILE   the libmodla.so to load (default: the one beside this program)\n"
+    "  --library FILE   the libmodla.so to load (default: the one beside this program, or installed)\n"
     "  --help           this text and the list of functions\n"
     "  --version        the version\n";
 
@@ -69,12 +68,6 @@ bool run_lines(std::istream &input, const std::string &place) {
 std::string directory_of(const std::string &path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash);
-}
-
-std::string own_directory() {
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-    return length < 0 ? "." : directory_of(std::string(path, static_cast<size_t>(length)));
 }
 
 // The rest of a stream; false when it cannot be read.
@@ -154,7 +147,7 @@ void define_arguments(const std::vector<std::string> &arguments) {
 
 int run(const Options &options) {
     try {
-        load_library(options.library.empty() ? own_directory() + "/libmodla.so" : options.library);
+        load_library(options.library.empty() ? find_library() : options.library);
     } catch (const std::exception &error) {
         return complain(error.what());
     }
