@@ -13,7 +13,7 @@ blocks() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/d;p;}" "$2"; }
 cmake --install "$2" --prefix "$scratch/first" >"$scratch/log"
 mv "$scratch/first" "$scratch/prefix"  # nothing knows where it was installed
 prefix=$scratch/prefix
-export PATH="$prefix/bin:$PATH" PKG_CONFIG_PATH=$prefix/share/pkgconfig CMAKE_PREFIX_PATH=$prefix
+export PATH="$prefix/bin:$PATH" PKG_CONFIG_PATH=$prefix/lib/pkgconfig CMAKE_PREFIX_PATH=$prefix
 
 # The console finds its library.
 [ "$(modla -e 'Det(101, matrix([[1, 2], [3, 4]]))')" = 99 ] || fail "the console does not work"
@@ -54,6 +54,23 @@ if command -v man >/dev/null; then
     for section in 1 3; do
         man --warnings -E UTF-8 -l -Tutf8 -Z "$prefix/share/man/man$section/modla.$section.gz" 2>&1 >/dev/null |
             grep . && fail "modla($section) is not well formed"
+    done
+fi
+# The Debian package: unpacked, it works, and it asks for the packages of all libraries.
+if command -v dpkg-shlibdeps >/dev/null; then
+    (cd "$scratch" && cpack --config "$2/CPackConfig.cmake" -B "$scratch/package") >>"$scratch/log" 2>&1
+    package=$(echo "$scratch"/package/modla_*_i386.deb)
+    dpkg-deb -x "$package" "$scratch/unpacked"
+    depends=$(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g')
+    for needed in $(readelf -dW "$prefix/bin/modla" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
+        name=$(dpkg -S "/*lib/i386-linux-gnu/$needed" | sed 's/:.*//;q')
+        case ",$depends," in *[\ ,]"$name"[\ ,]*) ;; *) fail "$needed is of $name; the package asks for $depends" ;; esac
+    done
+    unset LD_LIBRARY_PATH
+    "$scratch/unpacked/usr/bin/modla" "$source/examples/linear_system.modla" |
+        diff "$source/examples/linear_system.expected" -
+    for file in copyright changelog.gz; do
+        [ -s "$scratch/unpacked/usr/share/doc/modla/$file" ] || fail "the package lacks $file"
     done
 fi
 echo "$(wc -l <commands) lines of commands, $(find "$prefix" -type f | wc -l) files"
