@@ -5,13 +5,13 @@
 
 #include "modla.h"
 
-/* 1/p, rounded upward: what the kernels for doubles multiply by instead of dividing. */
+/* A little more than 1/p: what the kernels for doubles multiply by instead of dividing. */
 static double inverse_of(double p) {
     return (1 + 0x1p-52) / p;
 }
 
 /* How many products of residues may be added to a residue before the sum has to be reduced: what is called L in the
- * product kernels, maxpending in those of elimination and c in those of gcds.  limit: 2^32 for words, 2^53 for doubles. */
+ * product kernels, maxpending in those of elimination and c in gcds.  limit: 2^32 for words, 2^53 for doubles. */
 static int32_t delay(double limit, double p) {
     const double room = (limit - p) / ((p - 1) * (p - 1));
     return room < 2147483646 ? (int32_t)room : 2147483646;
