@@ -115,6 +115,8 @@ bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operan
 }  // namespace
 
 bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
+    // Below what any route repays, so that the smallest products do not wait for the choice.
+    if (int64_t{m} * k * n < (doubles ? 700 : 64)) return false;
     Route route;
     return choose(p, m, k, n, doubles, &route);
 }

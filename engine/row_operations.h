@@ -2,6 +2,7 @@
 // for newer processors include it.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 namespace modla {
@@ -33,6 +34,16 @@ struct RowOperations {
                                     Modulus modulus);
 };
 
+// y = A*x for lines of A that are side by side, `step` entries from each to the next.  x and y are contiguous, x holds
+// residues; y overlaps nothing.  False, with anything in y: A holds something else.
+template <class Entry, class Modulus>
+struct VectorProducts {
+    bool (*by_rows)(int32_t rows, int32_t columns, const Entry *A, ptrdiff_t step, const Entry *x, Entry *y,
+                    Modulus modulus);
+    bool (*by_columns)(int32_t rows, int32_t columns, const Entry *A, ptrdiff_t step, const Entry *x, Entry *y,
+                       Modulus modulus);
+};
+
 struct RowInstructions {
     RowOperations<uint32_t, WordModulus> words;
     RowOperations<double, FloatModulus> doubles;
@@ -41,6 +52,8 @@ struct RowInstructions {
     void (*add_two_multiples)(double *y, const double *x, int32_t count, double f, double g, FloatModulus modulus);
     // The same on residues stored as 16 bits, less 2^15.
     void (*add_two_packed_multiples)(uint16_t *y, const uint16_t *x, int32_t count, uint32_t f, uint32_t g, uint32_t p);
+    VectorProducts<uint32_t, WordModulus> word_vectors;
+    VectorProducts<double, FloatModulus> double_vectors;
 };
 
 extern const RowInstructions rows_with_avx2, rows_with_avx512;

@@ -6,10 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <type_traits>
 #include <utility>
 
 #include "blocks/matrix.h"
+#include "blocks/operand.h"
 #include "engine/blas.h"
 #include "engine/row_operations.h"
 #include "residue/ring.h"
@@ -40,6 +42,14 @@ inline const auto *row_operations(const WordRing &, int32_t count) {
 inline const auto *row_operations(const FloatRing &, int32_t count) {
     const RowInstructions *const best = count < shortest_row ? nullptr : row_instructions();
     return best ? &best->doubles : nullptr;
+}
+
+inline const auto &vector_products(const WordRing &, const RowInstructions &rows) {
+    return rows.word_vectors;
+}
+
+inline const auto &vector_products(const FloatRing &, const RowInstructions &rows) {
+    return rows.double_vectors;
 }
 
 inline WordModulus row_modulus(const WordRing &ring) {
@@ -231,6 +241,44 @@ inline void add_two_multiples(const RowInstructions &rows, const FloatRing &ring
                               const Line<StoredDouble, UnitStep> &target, const Line<StoredDouble, UnitStep> &source,
                               int32_t count, double f, double g) {
     rows.add_two_multiples(raw(target), raw(source), count, f, g, row_modulus(ring));
+}
+
+// Where the engine multiplies a matrix with a vector.
+enum class VectorProduct { done, not_residues, not_served };
+
+// y = A*x mod p for a column x; y overlaps neither.  Nothing is written unless it is done, which takes that all entries of
+// A and x are residues: A is read once to see and to use them.
+template <class Ring>
+VectorProduct multiply_vector(const Ring &ring, int32_t m, int32_t k, Operand<const typename Ring::Entry> A,
+                              Operand<const typename Ring::Entry> x, Operand<typename Ring::Entry> y) {
+    using Entry = typename Ring::Entry;
+    constexpr int32_t few = 512;
+    const bool by_rows = A.steps.column == 1;
+    if (modulus_of(ring.p) < 2 || (!by_rows && A.steps.row != 1)) return VectorProduct::not_served;
+    const auto *const rows = row_operations(ring, by_rows ? k : m);
+    if (!rows) return VectorProduct::not_served;
+    const int64_t needed = int64_t{m} + k;
+    Entry on_stack[few];
+    Entry *memory = nullptr;
+    if (needed > few) {
+        if (needed > PTRDIFF_MAX / static_cast<int64_t>(sizeof(Entry))) return VectorProduct::not_served;
+        memory = static_cast<Entry *>(std::malloc(static_cast<size_t>(needed) * sizeof(Entry)));
+        if (!memory) return VectorProduct::not_served;
+    }
+    Entry *const result = memory ? memory : on_stack, *const factors = result + m;
+    for (int32_t t = 0; t < k; t++) factors[t] = x.at(t, 0);
+    bool exact = is_canonical_line(ring, Line<Entry, UnitStep>{factors, {}}, k);
+    if (exact) {
+        const auto &products = vector_products(ring, *row_instructions());
+        const Line<const Entry, UnitStep> entries = {A.data, {}};
+        const auto multiply = by_rows ? products.by_rows : products.by_columns;
+        const ptrdiff_t step = by_rows ? A.steps.row : A.steps.column;
+        exact = multiply(m, k, raw(entries), step, raw(Line<Entry, UnitStep>{factors, {}}),
+                         raw(Line<Entry, UnitStep>{result, {}}), row_modulus(ring));
+    }
+    for (int32_t i = 0; exact && i < m; i++) y.at(i, 0) = result[i];
+    std::free(memory);
+    return exact ? VectorProduct::done : VectorProduct::not_residues;
 }
 
 template <class AnyLine>

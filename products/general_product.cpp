@@ -29,8 +29,12 @@ bool provide(const HostApi *api, const Workspace<Entry> &given, int64_t needed, 
 }
 
 // The engine's product, where it is faster than the routes below.  It takes no memory of the host.
-template <class Entry>
-bool multiply_packed(uint32_t p, const Product<Entry> &product) {
+template <class Ring, class Entry = typename Ring::Entry>
+bool multiply_packed(const Ring &ring, const Product<Entry> &product) {
+    // Words are divided twice for every entry of the result, where the plain product of small ones divides by multiplying.
+    constexpr int64_t least_vector_product = std::is_same_v<Entry, uint32_t> ? 1024 : 64;
+    if (product.m == 1 || product.n == 1) return multiply_vector(ring, product, least_vector_product);
+    const uint32_t p = modulus_of(ring.p);
     if (!gemm_serves(p, product.m, product.k, product.n, std::is_same_v<Entry, StoredDouble>)) return false;
     return with_standard_mode(
         [&] { return gemm(p, Update::store, product.m, product.k, product.n, product.A, product.B, product.C); });
@@ -43,12 +47,12 @@ bool modla::multiply(const HostApi *api, const WordRing &ring, const Product<uin
     *created = 0;
     const int32_t m = product.m, k = product.k, n = product.n;
     if (std::min({m, k, n}) <= std::max(given.threshold, 1)) {
-        if (!multiply_packed(ring.p, product)) multiply_classically(ring, product);
+        if (!multiply_packed(ring, product)) multiply_classically(ring, product);
         return true;
     }
     uint32_t *workspace;
     if (!provide(api, given, strassen_workspace(m, k, n), MODLA_INTEGER4, &workspace, created)) return false;
-    if (multiply_packed(ring.p, product)) return true;
+    if (multiply_packed(ring, product)) return true;
     multiply_by_strassen(ring, product, workspace, std::max(given.threshold, strassen_words_break_even));
     return true;
 }
@@ -57,24 +61,23 @@ bool modla::multiply(const HostApi *api, const FloatRing &ring, const Product<St
                      const Workspace<StoredDouble> &given, HostObject *created) {
     *created = 0;
     const int32_t m = product.m, k = product.k, n = product.n;
-    const uint32_t modulus = modulus_of(ring.p);
     const int32_t L = delay_bound(ring);
     if (k > 1 && k <= L) {
-        if (multiply_packed(modulus, product)) return true;
+        if (multiply_packed(ring, product)) return true;
         with_standard_mode([&] { multiply_with_blas(ring, product); });
         return true;
     }
     const BlasRecursion recursion = blas_recursion(m, k, n, L);
     const bool blas_base = int64_t{recursion.m} * recursion.n > blas_recursion_least;
     if (k == 1 || (!blas_base && !with_standard_mode([&] { return strassen_pays(m, k, n); }))) {
-        if (multiply_packed(modulus, product)) return true;
+        if (multiply_packed(ring, product)) return true;
         with_standard_mode([&] { multiply_classically(ring, product); });
         return true;
     }
     StoredDouble *workspace;
     const int64_t needed = blas_base ? recursion.workspace : strassen_workspace(m, k, n);
     if (!provide(api, given, needed, MODLA_FLOAT8, &workspace, created)) return false;
-    if (multiply_packed(modulus, product)) return true;
+    if (multiply_packed(ring, product)) return true;
     with_standard_mode([&] { multiply_by_strassen(ring, product, workspace, L, blas_base); });
     return true;
 }

@@ -148,12 +148,22 @@ bool multiply_natively(const HostApi *api, const Ring &ring, const MultiplyReque
         done = B.data != nullptr;
         if (done) with_standard_mode([&] { scale_entries<Ring, Entry>(ring, s, shape_of(request.B), B, result); });
     } else {
-        const Operand<const Entry> A = usable_factor(api, ring, request.A, C, &held_a);
-        if (!A.data) return false;
-        B = usable_factor(api, ring, request.B, C, &held_b);
         const int32_t m = row_count(request.A), k = column_count(request.A), n = column_count(request.B);
+        Product<Entry> product = {m, k, n, operand_of<const Entry>(request.A), B, result, request.sparse};
+        const bool apart = !overlap(request.A, C) && !overlap(request.B, C);
+        // Looks at the entries itself, which pays early; it needs neither copies nor a workspace.
+        if (apart && multiply_vector(ring, product, 64)) return true;
+        // Both looks in one change of the floating-point mode, which counts for small products.
+        const bool usable = apart && with_standard_mode([&] {
+                                return holds_residues(ring, {m, k}, product.A) && holds_residues(ring, {k, n}, B);
+                            });
+        if (!usable) {
+            product.A = usable_factor(api, ring, request.A, C, &held_a);
+            if (!product.A.data) return false;
+            product.B = usable_factor(api, ring, request.B, C, &held_b);
+        }
         HostObject workspace;
-        done = B.data && multiply(api, ring, Product<Entry>{m, k, n, A, B, result, request.sparse}, {}, &workspace);
+        done = product.B.data && multiply(api, ring, product, {}, &workspace);
     }
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);

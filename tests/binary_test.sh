@@ -74,6 +74,7 @@ for name in snprintf sprintf strcpy strcat printf; do
     [ -n "$(beyond $name "$calls")" ] || fail "an object calls $name"
 done
 for object in "$@"; do
+    case $object in *avx*) nm -C "$object" | grep ' W ' && fail "the linker may keep the copy in $object for all" ;; esac
     sections=$(readelf -SW "$object")
     has "$sections" ' \.text.* AX ' && ! has "$sections" ' \.eh_frame ' && [ "${object%.S.o}" = "$object" ] &&
         fail "$object cannot be unwound"

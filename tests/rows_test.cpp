@@ -180,4 +180,55 @@ TEST(Rows, FollowTheModel) {
     });
 }
 
+// A matrix times a vector in both orders, with steps of its own for the vectors; an entry that is no residue leaves the
+// result alone.
+template <class Ring>
+void check_vector_product(const Ring &ring, uint32_t p, int32_t m, int32_t k, bool by_rows, bool largest) {
+    using Entry = typename Ring::Entry;
+    const int32_t gap = 3, lines = by_rows ? m : k, length = by_rows ? k : m;
+    const Integers a = residues(p, static_cast<size_t>(lines * (length + gap)), largest);
+    const Integers x = residues(p, static_cast<size_t>(2 * k), largest);
+    std::vector<Entry> A(a.size()), X(x.size()), y(static_cast<size_t>(3 * m) + 1, Entry{1});
+    for (size_t i = 0; i < a.size(); i++) A[i] = static_cast<typename Ring::Value>(a[i]);
+    for (size_t i = 0; i < x.size(); i++) X[i] = static_cast<typename Ring::Value>(x[i]);
+    const ptrdiff_t across = length + gap;
+    const Steps steps = by_rows ? Steps{across, 1} : Steps{1, across};
+    const auto run = [&] {
+        return multiply_vector(ring, m, k, Operand<const Entry>{A.data(), steps}, {X.data(), {2, 1}},
+                               Operand<Entry>{y.data(), {3, 1}});
+    };
+    const bool served = best_rows && length >= shortest_row;
+    ASSERT_EQ(run(), served ? VectorProduct::done : VectorProduct::not_served);
+    if (!served) return;
+    for (int32_t i = 0; i < m; i++) {
+        uint64_t sum = 0;
+        for (int32_t t = 0; t < k; t++) {
+            sum += a[static_cast<size_t>(i * steps.row + t * steps.column)] * x[static_cast<size_t>(2 * t)] % p;
+        }
+        EXPECT_EQ(static_cast<typename Ring::Value>(y[static_cast<size_t>(3 * i)]), sum % p) << "p " << p << ", " << k;
+    }
+    Entry &spoiled = random_bits() % 2
+                         ? A[static_cast<size_t>((lines - 1) * across) + random_bits() % static_cast<size_t>(length)]
+                         : X[static_cast<size_t>(2 * (random_bits() % static_cast<uint32_t>(k)))];
+    spoiled = static_cast<typename Ring::Value>(p);
+    std::vector<Entry> before(y);
+    EXPECT_EQ(run(), VectorProduct::not_residues);
+    for (size_t i = 0; i < y.size(); i++) EXPECT_EQ(+y[i], +before[i]);
+}
+
+TEST(Rows, VectorProductsFollowTheModel) {
+    with_all_instructions([] {
+        for (const auto &[m, k] : {std::pair{1, 1030}, {1030, 1}, {9, 8}, {33, 37}, {5, 300}, {600, 30}, {530, 41}}) {
+            for (const int form : {0, 1, 2, 3}) {
+                for (const uint32_t p : {2u, 251u, 65521u, 65535u}) {
+                    check_vector_product(word_ring(p), p, m, k, form % 2, form / 2);
+                }
+                for (const uint32_t p : {2u, 65521u, 1048573u, 33554393u, 33554431u}) {
+                    check_vector_product(float_ring(p), p, m, k, form % 2, form / 2);
+                }
+            }
+        }
+    });
+}
+
 }  // namespace
