@@ -28,10 +28,13 @@ constexpr bool has_engine = std::is_same_v<Ring, WordRing> || std::is_same_v<Rin
 // Do blocks pay for a matrix of this size?  A kernel may be called with any modulus.
 template <class Ring>
 bool blocks_pay(const Ring &ring, const BlockSizes &sizes, int32_t rows, int32_t columns) {
+    using Entry = typename Ring::Entry;
     constexpr bool doubles = std::is_same_v<Ring, FloatRing>;
     constexpr int32_t block = 64;  // as products of large matrices have
+    constexpr Steps steps = {block, 1};
     return rows >= sizes.least && columns >= sizes.least && ring.p >= 2 && ring.p < (doubles ? 33554432 : 65536) &&
-           gemm_serves(modulus_of(ring.p), block, block, block, doubles);
+           gemm_serves(modulus_of(ring.p), block, block, block, Operand<const Entry>{nullptr, steps},
+                       Operand<const Entry>{nullptr, steps}, Operand<Entry>{nullptr, steps});
 }
 
 template <class Entry, bool c_order>

@@ -31,94 +31,136 @@ bool route_takes(Route route, uint32_t p, bool doubles) {
     return false;
 }
 
+namespace {
+
+// Rows of A, B and C with unit steps are read and written fastest.  The transposed product has the same entries.
+void turn_to_rows(GemmTask *task) {
+    const int plain = (task->a_column == 1) + (task->b_column == 1) + (task->c_column == 1);
+    const int exchanged = (task->a_row == 1) + (task->b_row == 1) + (task->c_row == 1);
+    if (exchanged <= plain) return;
+    std::swap(task->m, task->n);
+    std::swap(task->A, task->B);
+    std::swap(task->a_row, task->b_column);
+    std::swap(task->a_column, task->b_row);
+    std::swap(task->c_row, task->c_column);
+}
+
+}  // namespace
+
 bool gemm_with(Route route, GemmTask task) {
     if (task.m <= 0 || task.n <= 0 || task.k <= 0 || !route_takes(route, task.p, task.doubles)) return false;
-    // Rows of A, B and C with unit steps are read and written fastest.  The transposed product has the same entries.
-    const int plain = (task.a_column == 1) + (task.b_column == 1) + (task.c_column == 1);
-    const int exchanged = (task.a_row == 1) + (task.b_row == 1) + (task.c_row == 1);
-    if (exchanged > plain) {
-        std::swap(task.m, task.n);
-        std::swap(task.A, task.B);
-        std::swap(task.a_row, task.b_column);
-        std::swap(task.a_column, task.b_row);
-        std::swap(task.c_row, task.c_column);
-    }
+    turn_to_rows(&task);
     const bool avx2 = route == Route::pairs2 || route == Route::balanced2;
     return avx2 ? multiply_with_avx2(route, task) : multiply_with_avx512(route, task);
 }
 
 namespace {
 
-// Is the product large enough for its packing to pay?  Measured against the plain products of n x n and thin operands:
-// those of words are slower than CBLAS, which doubles leave when its sums would be too short.
-bool pays(Route route, uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
-    const int64_t products = int64_t{m} * k * n;
-    const bool with_blas = doubles && p <= 1u << 22;
-    int32_t rows = doubles ? 3 : 2, columns = with_blas ? 5 : 2, least = doubles ? 700 : 64;
+// What a call, an entry of A and an entry of B cost the engine, in products of the plain route: packing, and for B that
+// rows are multiplied by the tile.
+struct Cost {
+    int32_t call, left, right;
+};
+
+// Fitted to products of all shapes with sides from 2 to 256, against the plain routes: CBLAS for sums of doubles that stay
+// below 2^53, else the classical product.
+Cost cost_of(Route route, bool with_blas) {
     switch (route) {
-        case Route::pairs2:
-            if (doubles) least = 4000;
-            break;
-        case Route::balanced2:
-            rows = with_blas ? 16 : 6;
-            if (doubles) least = with_blas ? 14000 : 1000;
-            break;
+        case Route::bits:
+            return with_blas ? Cost{200, 2, 1} : Cost{100, 0, 1};
+        case Route::bytes:
+        case Route::pairs:
+            return with_blas ? Cost{200, 2, 1} : Cost{60, 0, 1};
+        case Route::triple:
+            return with_blas ? Cost{1000, 3, 1} : Cost{60, 0, 2};
         case Route::limbs:
         case Route::wide:
-            if (with_blas) rows = 8;
-            break;
-        default:
-            break;
+            return with_blas ? Cost{400, 2, 2} : Cost{80, 0, 1};
+        case Route::pairs2:
+            return with_blas ? Cost{600, 10, 0} : Cost{60, 0, 3};
+        case Route::balanced2:
+            return with_blas ? Cost{8000, 20, 3} : Cost{60, 0, 3};
     }
-    return m >= rows && n >= columns && products >= least && (!with_blas || int64_t{m} * n >= 64);
+    return {};
 }
 
-// The fastest route, where there is one that pays.
-bool choose(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles, Route *route) {
+bool has_blas(const GemmTask &task) {
+    const uint64_t largest = uint64_t{task.p - 1} * (task.p - 1);
+    uint64_t sum;
+    return task.doubles && task.k > 1 && !__builtin_mul_overflow(largest, static_cast<uint64_t>(task.k), &sum) &&
+           sum <= FloatRing::limit - task.p;
+}
+
+// The fastest route for rows, where there is one that pays.
+bool choose(const GemmTask &task, Route *route) {
+    const int64_t m = task.m, k = task.k, n = task.n, products = m * k * n;
     // Limbs take three packed forms of each operand, which thin ones do not repay.
     const bool thin = m < 32 || k < 32 || n < 32;
     const Route by_speed[] = {
         Route::bits,  Route::bytes, Route::pairs,  Route::triple,   thin ? Route::wide : Route::limbs,
         Route::limbs, Route::wide,  Route::pairs2, Route::balanced2};
     for (const Route candidate : by_speed) {
-        if (!route_takes(candidate, p, doubles)) continue;
+        if (!route_takes(candidate, task.p, task.doubles)) continue;
         *route = candidate;
-        return pays(candidate, p, m, k, n, doubles);
+        const Cost cost = cost_of(candidate, has_blas(task));
+        return products > cost.call + k * (cost.left * m + cost.right * n);
     }
     return false;
+}
+
+// Asked first, so that the smallest products do not wait for the choice.  One row or column is for rows.h.
+bool may_pay(int32_t m, int32_t k, int32_t n) {
+    return int64_t{m} * k * n > 60 && m != 1 && n != 1;
+}
+
+template <class Entry>
+GemmTask task_of(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
+                 Operand<const Entry> B, Operand<Entry> C) {
+    GemmTask task = {p,
+                     static_cast<int>(update),
+                     m,
+                     k,
+                     n,
+                     sizeof(Entry) == sizeof(double),
+                     A.data,
+                     A.steps.row,
+                     A.steps.column,
+                     B.data,
+                     B.steps.row,
+                     B.steps.column,
+                     C.data,
+                     C.steps.row,
+                     C.steps.column};
+    turn_to_rows(&task);
+    return task;
 }
 
 template <class Entry>
 bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
               Operand<const Entry> B, Operand<Entry> C) {
-    constexpr bool doubles = sizeof(Entry) == sizeof(double);
+    if (!may_pay(m, k, n)) return false;
+    const GemmTask task = task_of(p, update, m, k, n, A, B, C);
     Route route;
-    if (!choose(p, m, k, n, doubles, &route)) return false;
-    const GemmTask task = {p,
-                           static_cast<int>(update),
-                           m,
-                           k,
-                           n,
-                           doubles,
-                           A.data,
-                           A.steps.row,
-                           A.steps.column,
-                           B.data,
-                           B.steps.row,
-                           B.steps.column,
-                           C.data,
-                           C.steps.row,
-                           C.steps.column};
-    return gemm_with(route, task);
+    return choose(task, &route) && gemm_with(route, task);
+}
+
+template <class Entry>
+bool serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const Entry> A, Operand<const Entry> B,
+            Operand<Entry> C) {
+    Route route;
+    return may_pay(m, k, n) && choose(task_of(p, Update::store, m, k, n, A, B, C), &route);
 }
 
 }  // namespace
 
-bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles) {
-    // Below what any route repays, so that the smallest products do not wait for the choice.
-    if (int64_t{m} * k * n < (doubles ? 700 : 64)) return false;
-    Route route;
-    return choose(p, m, k, n, doubles, &route);
+bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A, Operand<const uint32_t> B,
+                 Operand<uint32_t> C) {
+    return serves(p, m, k, n, A, B, C);
+}
+
+bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
+                 Operand<const StoredDouble> B, Operand<StoredDouble> C) {
+    return serves(p, m, k, n, A, B, C);
 }
 
 bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,

@@ -17,7 +17,10 @@ namespace modla {
 enum class Update { store, add, subtract };
 
 // Would a product of this size be served, if there is memory?
-bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, bool doubles);
+bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A, Operand<const uint32_t> B,
+                 Operand<uint32_t> C);
+bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
+                 Operand<const StoredDouble> B, Operand<StoredDouble> C);
 
 bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,
           Operand<const uint32_t> B, Operand<uint32_t> C);

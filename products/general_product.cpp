@@ -35,9 +35,10 @@ bool multiply_packed(const Ring &ring, const Product<Entry> &product) {
     constexpr int64_t least_vector_product = std::is_same_v<Entry, uint32_t> ? 1024 : 64;
     if (product.m == 1 || product.n == 1) return multiply_vector(ring, product, least_vector_product);
     const uint32_t p = modulus_of(ring.p);
-    if (!gemm_serves(p, product.m, product.k, product.n, std::is_same_v<Entry, StoredDouble>)) return false;
+    const auto &[m, k, n, A, B, C, sparse] = product;
+    if (!gemm_serves(p, m, k, n, A, B, C)) return false;
     return with_standard_mode(
-        [&] { return gemm(p, Update::store, product.m, product.k, product.n, product.A, product.B, product.C); });
+        [&, m = m, k = k, n = n, A = A, B = B, C = C] { return gemm(p, Update::store, m, k, n, A, B, C); });
 }
 
 }  // namespace
