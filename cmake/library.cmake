@@ -66,6 +66,12 @@ add_library(modla SHARED
   ${PROJECT_SOURCE_DIR}/values/polynomial.cpp
   ${PROJECT_SOURCE_DIR}/residue/power.cpp
   ${PROJECT_SOURCE_DIR}/values/rand_fill.cpp)
+# The classical loops that small products run in differ by a fifth with the place that the linker gives them.
+set_source_files_properties(
+  ${PROJECT_SOURCE_DIR}/products/add_mult.cpp ${PROJECT_SOURCE_DIR}/products/blas_product.cpp
+  ${PROJECT_SOURCE_DIR}/products/exports.cpp ${PROJECT_SOURCE_DIR}/products/general_product.cpp
+  ${PROJECT_SOURCE_DIR}/products/multiply.cpp ${PROJECT_SOURCE_DIR}/products/strassen.cpp
+  PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-falign-functions=64;-falign-loops=64;-falign-jumps=32>")
 set_target_properties(modla PROPERTIES SOVERSION 1 VERSION ${PROJECT_VERSION} CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/modla.map
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
