@@ -109,8 +109,9 @@ bool choose(const GemmTask &task, Route *route) {
 }
 
 // Asked first, so that the smallest products do not wait for the choice.  One row or column is for rows.h.
+template <class Entry>
 bool may_pay(int32_t m, int32_t k, int32_t n) {
-    return int64_t{m} * k * n > 60 && m != 1 && n != 1;
+    return int64_t{m} * k * n > (sizeof(Entry) == sizeof(double) ? 100 : 64) && m != 1 && n != 1;
 }
 
 template <class Entry>
@@ -138,7 +139,7 @@ GemmTask task_of(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Ope
 template <class Entry>
 bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
               Operand<const Entry> B, Operand<Entry> C) {
-    if (!may_pay(m, k, n)) return false;
+    if (!may_pay<Entry>(m, k, n)) return false;
     const GemmTask task = task_of(p, update, m, k, n, A, B, C);
     Route route;
     return choose(task, &route) && gemm_with(route, task);
@@ -148,7 +149,7 @@ template <class Entry>
 bool serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const Entry> A, Operand<const Entry> B,
             Operand<Entry> C) {
     Route route;
-    return may_pay(m, k, n) && choose(task_of(p, Update::store, m, k, n, A, B, C), &route);
+    return may_pay<Entry>(m, k, n) && choose(task_of(p, Update::store, m, k, n, A, B, C), &route);
 }
 
 }  // namespace
