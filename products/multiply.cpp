@@ -105,6 +105,10 @@ void scale_entries(const Ring &ring, typename Ring::Value s, Shape shape, Operan
 
 template <class Ring, class Entry>
 bool holds_residues(const Ring &ring, Shape shape, Operand<const Entry> block) {
+    const auto [down, right] = block.steps;
+    if ((right == 1 && down == shape.columns) || (down == 1 && right == shape.rows)) {  // one line
+        return is_canonical_line(ring, Line<const Entry, UnitStep>{block.data, {}}, shape.rows * shape.columns);
+    }
     bool canonical = true;
     walk<1>(shape, {block.steps}, false, [&](const auto &offsets, const auto &inner, int32_t count, auto unit) {
         if (!canonical) return;
