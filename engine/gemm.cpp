@@ -67,12 +67,12 @@ struct Cost {
 Cost cost_of(Route route, bool with_blas) {
     switch (route) {
         case Route::bits:
-            return with_blas ? Cost{200, 2, 1} : Cost{100, 0, 1};
+            return with_blas ? Cost{200, 2, 1} : Cost{130, 0, 1};
         case Route::bytes:
         case Route::pairs:
-            return with_blas ? Cost{200, 2, 1} : Cost{60, 0, 1};
+            return with_blas ? Cost{200, 2, 1} : Cost{100, 0, 1};
         case Route::triple:
-            return with_blas ? Cost{1000, 3, 1} : Cost{60, 0, 2};
+            return with_blas ? Cost{1000, 3, 1} : Cost{100, 0, 2};
         case Route::limbs:
         case Route::wide:
             return with_blas ? Cost{400, 2, 2} : Cost{80, 0, 1};
