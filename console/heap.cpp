@@ -168,7 +168,7 @@ void destroy(Object x) {
 
 // Table data, all bits zero.  Pages of their own are zero already: what is never written, as work space for products often
 // is, then costs nothing.
-constexpr size_t least_pages = size_t{1} << 20;
+constexpr size_t least_pages = size_t{64} << 10;
 
 void *take_data(size_t bytes) {
     if (bytes < least_pages) {
