@@ -402,7 +402,7 @@ struct Wide {
     using Mask = __mmask8;
     static constexpr int rows = tile_rows, vectors = tile_rows, line_rows = 1, columns = 8, planes = 1, stride = 2112;
     static constexpr int products[1] = {1}, entry[1] = {8};
-    static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 56, block_columns = 256;
+    static constexpr int32_t group_products = 4, group_rows = 1, block_rows = 112, block_columns = 128;
     static constexpr bool across_first = false, doubles = false;
     static constexpr bool folds = false;
     static constexpr int32_t depth = 256;
