@@ -540,8 +540,12 @@ void *lend_memory(uint32_t bytes) {
     if (heap().limit > 0 && bytes > heap().limit) throw HostError("out of memory");
     void *const memory = std::malloc(bytes ? bytes : 1);
     if (!memory) throw HostError("out of memory");
-    heap().lent.push_back(memory);
+    lend(memory);
     return memory;
+}
+
+void lend(void *memory) {
+    heap().lent.push_back(memory);
 }
 
 bool return_memory(void *memory) {

@@ -80,6 +80,7 @@ Table &table_of(Object x);
 
 // Work memory.
 void *lend_memory(uint32_t bytes);
+void lend(void *memory);            // that the C heap gave
 bool return_memory(void *memory);   // false: it was not lent
 size_t lent_count();                // blocks that are out
 void reclaim_memory(size_t count);  // takes back all but the first `count` lent blocks

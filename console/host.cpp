@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "console/algebra.h"
+#include "console/library.h"
 #include "console/number.h"
 #include "console/print.h"
 #include "console/table.h"
@@ -46,25 +47,28 @@ constexpr int abandoning = 2;          // as many abandon a call
 // Leaves the library's frames with the stored message.  No frame between here and the landing is the console's, other
 // than operations that hold nothing.
 [[noreturn]] void leave() {
+    if (innermost) innermost->operations = 1;  // the way out is no part of the library either
     if (innermost && innermost->jumps) siglongjmp(innermost->landing, 1);
     throw HostError(*error_message());
 }
+
+// While one is alive, no interrupt leaves the call that runs.
+struct Operation {
+    LibraryCall *call = innermost;
+    Operation() {
+        if (call) call->operations = call->operations + 1;
+    }
+    ~Operation() {
+        if (call) call->operations = call->operations - 1;
+    }
+};
 
 // Runs the body of an operation; its errors leave the library in the chosen way, and so does an interrupt that came
 // too early to leave from where it was.
 template <class Body>
 auto operation(Body body) -> decltype(body()) {
-    struct Running {
-        LibraryCall *call = innermost;
-        Running() {
-            if (call) call->operations = call->operations + 1;
-        }
-        ~Running() {
-            if (call) call->operations = call->operations - 1;
-        }
-    };
     try {
-        const Running running;
+        const Operation running;
         if (innermost && interrupts >= abandoning) throw HostError("interrupted");
         return body();
     } catch (const std::exception &error) {
@@ -77,7 +81,8 @@ void put(const char *text) {
     if (write(STDOUT_FILENO, text, std::strlen(text)) < 0) return;
 }
 
-// The library holds nothing but what the host lent it: its frames may be left anywhere.  Operations of the host may not.
+// The library holds nothing but what the host lent it: its frames may be left anywhere.  Operations of the host may not,
+// nor those of the C heap (library_heap.cpp).
 void on_interrupt(int) {
     interrupts = interrupts + 1;
     LibraryCall *const call = innermost;
@@ -262,6 +267,17 @@ const HostApi &host_api() {
     return api;
 }
 
+bool enter_operation() {
+    if (!innermost || innermost->operations > 0) return false;
+    innermost->operations = 1;
+    return true;
+}
+
+void leave_operation() {
+    innermost->operations = 0;
+    if (interrupts >= abandoning) siglongjmp(innermost->landing, 1);
+}
+
 void set_unwinding(Unwinding chosen) {
     unwinding = chosen;
 }
@@ -286,16 +302,14 @@ Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &argum
     reclaim_memory(lent);
     if (interrupts == 0) throw HostError(*error_message());
     std::fesetenv(&modes);
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigprocmask(SIG_UNBLOCK, &signals, nullptr);  // for a jump from its handler
+    if (!innermost) unload_library();  // OpenBLAS counts memory as used that it was working with
     throw HostError(abandoned_message(name, arguments));
 }
 
 void catch_interrupts() {
     struct sigaction action = {};
     action.sa_handler = on_interrupt;
+    action.sa_flags = SA_NODEFER;  // it may jump away
     sigaction(SIGINT, &action, nullptr);
     set_guard([] {
         if (interrupts > 0) throw HostError("interrupted");

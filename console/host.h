@@ -30,6 +30,11 @@ void set_unwinding(Unwinding unwinding);
 // was taken back.
 Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &arguments, const char *name = "the call");
 
+// What a call of the library asks of the C library is an operation of the host too, if it is not to be left within.
+// False when no call runs, or an operation of the host for it.
+bool enter_operation();
+void leave_operation();  // and the call with it, when that is to be abandoned
+
 // From now on an interrupt (SIGINT) does not end the program.  It ends what the interpreter runs with the error
 // "interrupted"; a call of the library goes on until it returns, unless a second one abandons it: that leaves the
 // library as an error of the host would.

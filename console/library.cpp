@@ -3,9 +3,11 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <limits>
+#include <utility>
 
 #include "console/callbacks.h"
 #include "console/host.h"
@@ -16,11 +18,17 @@ namespace modla::console {
 
 namespace {
 
+std::string library_path;
 void *library = nullptr;
 
-constexpr std::array entry_points = {"Create",      "Fill",     "Copy",      "Swap",     "Permute", "Mod",
-                                     "AddMult",     "Multiply", "RowReduce", "LUDecomp", "ForSub",  "BackSub",
-                                     "Determinant", "MatBasis", "MatGcd",    "ZigZag"};
+constexpr std::array names = {"Create",      "Fill",     "Copy",      "Swap",     "Permute", "Mod",
+                              "AddMult",     "Multiply", "RowReduce", "LUDecomp", "ForSub",  "BackSub",
+                              "Determinant", "MatBasis", "MatGcd",    "ZigZag"};
+EntryPoint entry_points[names.size()];
+
+EntryPoint entry_point(const char *name) {
+    return reinterpret_cast<EntryPoint>(library_symbol((std::string("modLA_") + name).c_str()));
+}
 
 // Maps a callback's name to the procedure that a program gave it, or to the console's own.
 Object find_callback(const std::vector<Object> &arguments) {
@@ -32,6 +40,24 @@ Object find_callback(const std::vector<Object> &arguments) {
     const bool named = arguments.size() == 1 && has_type(arguments[0], type_name);
     throw HostError("no procedure " + (named ? text_of(arguments[0]) : std::string("of this name")) +
                     " is defined for matrices of host integers");
+}
+
+// Loads the library, for the first time or again.
+void load_entry_points() {
+    library = dlopen(library_path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) throw HostError(dlerror());
+    std::transform(names.begin(), names.end(), entry_points, entry_point);
+    const EntryPoint enroll = entry_point("Register");
+    if (!enroll) {
+        unload_library();
+        throw HostError(library_path + " is no modLA library");
+    }
+    static const Object dispatcher = [] {
+        const Object procedure = make_native("callbacks", find_callback);
+        keep(procedure);  // the library's own reference is not seen by the collector
+        return procedure;
+    }();
+    call_entry_point(enroll, {dispatcher});
 }
 
 }  // namespace
@@ -51,24 +77,22 @@ void *library_symbol(const char *name) {
     return library ? dlsym(library, name) : nullptr;
 }
 
+void unload_library() {
+    if (library) dlclose(std::exchange(library, nullptr));
+}
+
 void load_library(const std::string &path) {
-    library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!library) throw HostError(dlerror());
-    for (const char *name : entry_points) {
-        const auto entry = reinterpret_cast<EntryPoint>(library_symbol((std::string("modLA_") + name).c_str()));
-        if (!entry) continue;
-        const auto call = [entry, name](const std::vector<Object> &arguments) {
-            return call_entry_point(entry, arguments, name);
-        };
-        const Object procedure = make_native(name, call);
+    library_path = path;
+    load_entry_points();
+    for (size_t i = 0; i < names.size(); i++) {
+        if (!entry_points[i]) continue;
+        const Object procedure = make_native(names[i], [i](const std::vector<Object> &arguments) {
+            if (!library) load_entry_points();
+            return call_entry_point(entry_points[i], arguments, names[i]);
+        });
         procedure_of(procedure)->is_entry_point = true;
-        define_protected(name, procedure);
+        define_protected(names[i], procedure);
     }
-    const auto enroll = reinterpret_cast<EntryPoint>(library_symbol("modLA_Register"));
-    if (!enroll) throw HostError(path + " is no modLA library");
-    const Object dispatcher = make_native("callbacks", find_callback);
-    keep(dispatcher);  // the library's own reference is not seen by the collector
-    call_entry_point(enroll, {dispatcher});
     for (const char *word : {"true", "false", "integer", "float", "identity", "random", "C_order", "Fortran_order",
                              "transpose", "sparse", "upper", "uppernodiag", "lower", "lowernodiag"}) {
         define_protected(word, 0);

@@ -12,6 +12,9 @@ std::string find_library();
 // library has.  Throws HostError.
 void load_library(const std::string &path);
 
+// Unloads the library while no call of it runs; the next call of an entry point loads it again, as if it were new.
+void unload_library();
+
 // A symbol of the loaded library, or null.
 void *library_symbol(const char *name);
 

@@ -679,11 +679,17 @@ TEST_F(Program, ReadsAndWritesMatricesByStandardStreams) {
     expect(console({"convert.modla"}, "1 2 M\n1 1 1\n1 2 -2\n0 0 0\n"), 0, file, "");
 }
 
-// Writing takes no longer than reading twice, but for what the machine does beside.
+// Writing takes no longer than reading twice.  The best of several turns counts: the machine does other things beside.
 TEST_F(Files, AreWrittenFast) {
-    EXPECT_EQ(run("A := Create(65521, 500, 500, random, float[8]); w := time(WriteMatrix(\"" + path("a.mtx") +
-                  "\", A)); r := time(ReadMatrix(65521, \"" + path("a.mtx") + "\", float[8])); w < 4*r + 0.1"),
-              "true\n");
+    for (const char *datatype : {"integer[4]", "float[8]", "integer"}) {
+        const std::string file = "\"" + path("a.mtx") + "\"";
+        EXPECT_EQ(run("A := Create(65521, 400, 400, random, " + std::string(datatype) +
+                      "); w := 100; r := 100; for i to 5 do t := time(WriteMatrix(" + file +
+                      ", A)); if t < w then w := t end; t := time(ReadMatrix(65521, " + file + ", " + datatype +
+                      ")); if t < r then r := t end end; if w < 2*r then true else [w, r] end"),
+                  "true\n")
+            << datatype;
+    }
 }
 
 TEST_F(Program, FindsFilesBesideTheScript) {
@@ -867,6 +873,35 @@ TEST_F(Prompt, InterruptsCallsOfTheLibrary) {
                   std::string::npos);
         EXPECT_EQ(enter("rows(A) > 5; Mod(7, [1/3], float[8])"), "true\n[5.0]\n");
     }
+    EXPECT_EQ(finish(), 0);
+}
+
+// Every abandoned call is as the first one, and the process does not grow.
+TEST_F(Prompt, AbandonsCallsWithoutATrace) {
+    const auto abandon = [&] {
+        send("print(\"runs\"); Multiply(65521, A, A)\n");
+        read_until("\nruns");
+        usleep(20000);
+        send("\x03");
+        read_until("abandons it\n");
+        send("\x03");
+        EXPECT_NE(read_until("\n> ").find("Multiply was abandoned\n"), std::string::npos);
+    };
+    const auto megabytes = [&] {
+        size_t pages = 0;
+        std::ifstream("/proc/" + std::to_string(child_) + "/statm") >> pages;
+        return pages >> 8;
+    };
+    read_until("\n> ");
+    enter("A := Create(65521, 2500, 2500, random, float[8]); B := Create(65521, 100, 100, random, float[8])");
+    enter("C := Multiply(65521, B, B)");
+    for (int i = 0; i < 5; i++) abandon();
+    const size_t before = megabytes();
+    for (int i = 0; i < 20; i++) abandon();
+#if !defined(__SANITIZE_ADDRESS__)  // the sanitizer's heap is not the console's
+    EXPECT_LT(megabytes(), before + 100) << "before: " << before;
+#endif
+    EXPECT_EQ(enter("equal(C, Multiply(65521, B, B))"), "true\n");
     EXPECT_EQ(finish(), 0);
 }
 
