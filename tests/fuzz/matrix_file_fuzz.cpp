@@ -2,6 +2,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "console/matrix_file.h"
@@ -33,6 +34,10 @@ bool is_in_order(const MatrixFile &file) {
         const MatrixEntry &last = file.entries[k - 1];
         if (last.row > x.row || (last.row == x.row && last.column >= x.column)) return false;
     }
+    for (const auto &[place, fraction] : file.fractions) {
+        const auto &[row, column] = place;
+        if (row < 1 || row > file.rows || column < 1 || column > file.columns || fraction.get_den() < 1) return false;
+    }
     return true;
 }
 
@@ -60,10 +65,17 @@ int open_memory(const uint8_t *data, size_t size) {
     return file;
 }
 
+constexpr unsigned long modulus = 65521;
+
+void require_residue(const Table &table, int32_t row, int32_t column, const mpq_class &value) {
+    const mpz_class difference = integer_of(get_entry(table, row, column)) * value.get_den() - value.get_num();
+    require(mpz_divisible_ui_p(difference.get_mpz_t(), modulus), "a Matrix has the file's values");
+}
+
 // The console's functions on the same file.
 void check_functions(const std::string &name, const MatrixFile *matrix) {
     Roots arguments;
-    arguments.values = {integer_object(int64_t{65521}), new_string(name), evaluate_text("integer[4]")};
+    arguments.values = {integer_object(int64_t{modulus}), new_string(name), evaluate_text("integer[4]")};
     Roots result;
     bool read = false;
     in_session([&] {
@@ -73,9 +85,17 @@ void check_functions(const std::string &name, const MatrixFile *matrix) {
         require(matrix && table_rows(table) == matrix->rows && table_columns(table) == matrix->columns,
                 "a Matrix has the file's size");
         for (const MatrixEntry &entry : matrix->entries) {
-            mpz_class residue;
-            mpz_mod_ui(residue.get_mpz_t(), entry.value.get_mpz_t(), 65521);
-            require(integer_of(get_entry(table, entry.row, entry.column)) == residue, "a Matrix has the file's values");
+            if (!matrix->fractions.contains({entry.row, entry.column})) {
+                require_residue(table, entry.row, entry.column, entry.value);
+            }
+        }
+        for (const auto &[place, fraction] : matrix->fractions) {
+            const auto same_place = [&](const MatrixEntry &entry) {
+                return place == std::pair(entry.row, entry.column);
+            };
+            const auto whole = std::find_if(matrix->entries.begin(), matrix->entries.end(), same_place);
+            require_residue(table, place.first, place.second,
+                            whole == matrix->entries.end() ? fraction : mpq_class(whole->value + fraction));
         }
     });
     require(!read || matrix, "only matrices are read");
