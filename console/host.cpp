@@ -44,10 +44,15 @@ LibraryCall *volatile innermost = nullptr;
 volatile sig_atomic_t interrupts = 0;  // since the last statement of the prompt began
 constexpr int abandoning = 2;          // as many abandon a call
 
+// The way out of a call is no part of the library: its memory is not the call's to lose.
+void begin_leaving() {
+    if (innermost) innermost->operations = 1;
+}
+
 // Leaves the library's frames with the stored message.  No frame between here and the landing is the console's, other
 // than operations that hold nothing.
 [[noreturn]] void leave() {
-    if (innermost) innermost->operations = 1;  // the way out is no part of the library either
+    begin_leaving();
     if (innermost && innermost->jumps) siglongjmp(innermost->landing, 1);
     throw HostError(*error_message());
 }
@@ -72,6 +77,7 @@ auto operation(Body body) -> decltype(body()) {
         if (innermost && interrupts >= abandoning) throw HostError("interrupted");
         return body();
     } catch (const std::exception &error) {
+        begin_leaving();
         *error_message() = error.what();
     }
     leave();
