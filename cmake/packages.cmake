@@ -41,6 +41,13 @@ find_path(MODLA_STB_HEADERS stb/stb_image_write.h PATHS /usr/include NO_DEFAULT_
 if(NOT MODLA_STB_HEADERS)
   message(FATAL_ERROR "stb/stb_image_write.h is missing: install libstb-dev")
 endif()
+# Headers only, of the console's command line.
+foreach(header CLI/CLI.hpp nlohmann/json.hpp)
+  find_path(MODLA_HAS_${header} ${header} PATHS /usr/include NO_DEFAULT_PATH)
+  if(NOT MODLA_HAS_${header})
+    message(FATAL_ERROR "${header} is missing: install libcli11-dev and nlohmann-json3-dev")
+  endif()
+endforeach()
 if(MODLA_TESTS)
   modla_find_library(modla_gtest libgtest-dev:i386 libgtest.a /usr/include)
 endif()

@@ -12,6 +12,7 @@
 #include "console/interpreter.h"
 #include "console/number.h"
 #include "console/print.h"
+#include "console/progress.h"
 #include "console/reference.h"
 
 namespace modla::console {
@@ -135,6 +136,12 @@ Object previous_prime(const Arguments &arguments) {
     return integer_object(p);
 }
 
+Object report_progress(const Arguments &arguments) {
+    show_progress(to_plain(arguments[0]), small_integer(arguments[1], "a number"),
+                  small_integer(arguments[2], "a number"));
+    return null_value();
+}
+
 Object seed_random(const Arguments &arguments) {
     const unsigned seed = static_cast<unsigned>(small_integer(arguments[0], "a seed"));
     std::srand(seed);
@@ -241,6 +248,7 @@ std::vector<Function> value_functions() {
         {"timer", 1, 1, set_timer},
         {"previous_prime", 1, 1, previous_prime},
         {"help", 0, 1, show_help},
+        {"_progress", 3, 3, report_progress},
     };
 }
 
@@ -268,7 +276,8 @@ void define_functions() {
     for (const Function &function : all_functions()) {
         define_protected(function.name, make_native(function.name, [&function](const Arguments &arguments) {
                              if (arguments.size() < function.least || arguments.size() > function.most) {
-                                 throw HostError("usage: " + find_reference(function.name)->call);
+                                 const ReferenceEntry *const entry = find_reference(function.name);
+                                 throw HostError(entry ? "usage: " + entry->call : "wrong number of arguments");
                              }
                              return function.run(arguments);
                          }));

@@ -18,13 +18,16 @@
 #include "console/print.h"
 #include "console/prompt.h"
 #include "console/reference.h"
+#include "console/verbs.h"
 
 using namespace modla::console;
 
 namespace {
 
 constexpr const char *usage =
-    "usage: modla [options] [FILE [ARGUMENTS]]\n"
+    "usage: modla VERB [options] FILE...\n"
+    "       modla [options] [FILE [ARGUMENTS]]\n"
+    "  VERB             what to compute from matrix files, one of those below; modla VERB --help tells more\n"
     "  FILE             run a script, to which the name arguments gives its arguments as a list of texts;\n"
     "                   without FILE, or for -: standard input, or a prompt on a terminal\n"
     "  -e TEXT          run a text; several are run in order, then FILE\n"
@@ -94,7 +97,9 @@ int read_options(int count, char **arguments, Options *options) {
     for (int i = 1; i < count; i++) {
         const std::string argument = arguments[i];
         if (argument == "--help" || argument == "-h") {
-            std::cout << usage << "\nThe functions, those of the library first:\n" << describe_functions();
+            std::cout << usage << "\nThe verbs:\n"
+                      << describe_verbs() << "\nThe functions, those of the library first:\n"
+                      << describe_functions();
             return 1;
         }
         if (argument == "--version") {
@@ -145,13 +150,17 @@ void define_arguments(const std::vector<std::string> &arguments) {
     define_protected("arguments", new_collection(type_list, new_sequence(texts.values)));
 }
 
+void prepare(const std::string &library) {
+    load_library(library.empty() ? find_library() : library);
+    define_functions();
+}
+
 int run(const Options &options) {
     try {
-        load_library(options.library.empty() ? find_library() : options.library);
+        prepare(options.library);
     } catch (const std::exception &error) {
         return complain(error.what());
     }
-    define_functions();
     define_arguments(options.arguments);
     for (const std::string &text : options.texts) {
         if (!run_text(text, "")) return 1;
@@ -172,9 +181,14 @@ int run(const Options &options) {
 int main(int count, char **arguments) {
     set_stack_base(__builtin_frame_address(0));
     parse_text = evaluate_text;
-    Options options;
-    const int early = read_options(count, arguments, &options);
-    const int status = early ? early - 1 : run(options);
+    int status;
+    if (count > 1 && is_verb(arguments[1])) {
+        status = run_verb(count, arguments, prepare);
+    } else {
+        Options options;
+        const int early = read_options(count, arguments, &options);
+        status = early ? early - 1 : run(options);
+    }
     std::cout.flush();
     if (!std::cout && status == 0) return complain("cannot write standard output");
     return status;

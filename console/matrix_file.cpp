@@ -15,7 +15,13 @@ namespace {
 constexpr size_t longest_word = 1'000'001;  // a sign and a million digits
 constexpr int64_t longest_real = 10'000;    // digits that a real value may have when written out
 constexpr int64_t most_cells = int64_t{1} << 31;
-constexpr const char *blanks = " \t\r\v\f";
+constexpr std::string_view blanks = " \t\r\v\f";
+
+// A character that no text file has?
+bool is_foreign(char c) {
+    const bool control = (c >= 0 && c < ' ') || c == '\x7f';
+    return control && blanks.find(c) == std::string_view::npos;
+}
 
 bool is_number(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
@@ -57,6 +63,7 @@ std::string quoted(std::string_view text) {
 struct Reader {
     std::istream &in;
     const std::string &name;
+    const std::function<void(uint64_t line)> &progress;
     uint64_t number = 0;  // of the line
     std::string line = {};
     std::string_view rest = {};  // of the line, from the next word on
@@ -71,12 +78,9 @@ struct Reader {
         while (std::getline(in, line)) {
             number++;
             if (number == 1 && line.starts_with("\xef\xbb\xbf")) line.erase(0, 3);  // a byte-order mark
-            for (const char c : line) {
-                const bool control = (c >= 0 && c < ' ') || c == '\x7f';
-                if (control && std::string_view(blanks).find(c) == std::string_view::npos) {
-                    fail("not a text file: byte " + std::to_string(c));
-                }
-            }
+            if (progress && number % 65536 == 0) progress(number);
+            const auto foreign = std::find_if(line.begin(), line.end(), is_foreign);
+            if (foreign != line.end()) fail("not a text file: byte " + std::to_string(*foreign));
             rest = line;
             skip_blanks();
             if (!rest.empty() && (comment == '\0' || rest[0] != comment)) return true;
@@ -121,6 +125,12 @@ mpz_class parse_integer(const Reader &reader, std::string_view text) {
     std::string_view digits = text;
     const bool negative = take_sign(digits);
     if (!is_number(digits)) reader.fail("value " + quoted(text) + " is not a number");
+    constexpr size_t most_small_digits = 9;
+    if (digits.size() <= most_small_digits) {
+        long value = 0;
+        for (const char digit : digits) value = 10 * value + (digit - '0');
+        return negative ? -value : value;
+    }
     const mpz_class magnitude(std::string(digits), 10);
     return negative ? mpz_class(-magnitude) : magnitude;
 }
@@ -252,11 +262,36 @@ struct Collector {
         return true;
     }
 
+    // By row, then column.  Files are in order already, or come by columns: then their entries go to their rows first.
+    void sort_entries() {
+        auto &entries = matrix.entries;
+        const auto before = [](const MatrixEntry &a, const MatrixEntry &b) {
+            return std::tie(a.row, a.column) < std::tie(b.row, b.column);
+        };
+        if (std::is_sorted(entries.begin(), entries.end(), before)) return;
+        constexpr size_t most_copied = size_t{1} << 24;
+        const auto rows = static_cast<size_t>(matrix.rows);
+        if (entries.size() > most_copied || rows > entries.size()) {
+            std::sort(entries.begin(), entries.end(), before);
+            return;
+        }
+        std::vector<size_t> next(rows + 1);  // the place of the next entry of a row
+        for (const MatrixEntry &entry : entries) next[static_cast<size_t>(entry.row)]++;
+        for (size_t i = 1; i <= rows; i++) next[i] += next[i - 1];
+        std::vector<MatrixEntry> sorted(entries.size());
+        for (MatrixEntry &entry : entries) std::swap(sorted[next[static_cast<size_t>(entry.row) - 1]++], entry);
+        entries.swap(sorted);
+        for (auto row = entries.begin(); row != entries.end();) {
+            const auto end = std::find_if(row, entries.end(), [&](const MatrixEntry &e) { return e.row != row->row; });
+            if (!std::is_sorted(row, end, before)) std::sort(row, end, before);
+            row = end;
+        }
+    }
+
     MatrixFile finish() {
         const auto place = [](const MatrixEntry &entry) { return std::tie(entry.row, entry.column); };
         auto &entries = matrix.entries;
-        std::sort(entries.begin(), entries.end(),
-                  [&](const MatrixEntry &a, const MatrixEntry &b) { return place(a) < place(b); });
+        sort_entries();
         size_t kept = 0;
         for (MatrixEntry &entry : entries) {
             if (kept > 0 && place(entries[kept - 1]) == place(entry))
@@ -276,6 +311,7 @@ constexpr const char *unknown_header =
 MatrixFile read_sms(Reader &reader, size_t memory_limit) {
     Collector matrix(reader, Symmetry::general, memory_limit);
     const std::string type = lower(reader.word("type letter"));
+    matrix.matrix.kind = "SMS";
     if (type.size() != 1 || type[0] < 'a' || type[0] > 'z') reader.fail(quoted(type) + " is not a type letter");
     reader.expect_line_end();
     do {
@@ -297,6 +333,7 @@ size_t read_keyword(Reader &reader, std::initializer_list<std::string_view> know
 MatrixFile read_market(Reader &reader, size_t memory_limit) {
     if (lower(reader.word()) != "%%matrixmarket") reader.fail(unknown_header);
     read_keyword(reader, {"matrix"}, "vector");
+    const std::string header = lower(reader.rest);
     const bool coordinate = read_keyword(reader, {"array", "coordinate"}) == 1;
     const auto field = static_cast<Field>(read_keyword(reader, {"integer", "real", "pattern"}, "complex"));
     const auto symmetry =
@@ -307,6 +344,7 @@ MatrixFile read_market(Reader &reader, size_t memory_limit) {
     reader.comment = '%';
     if (!reader.next_line()) reader.fail("file ends before the size line");
     Collector matrix(reader, symmetry, memory_limit);
+    matrix.matrix.kind = "Matrix Market, " + header;
     const int64_t count = coordinate ? reader.whole("number of entries") : matrix.array_length();
     if (count < 0) reader.fail("number of entries is negative");
     reader.expect_line_end();
@@ -354,8 +392,9 @@ void write_nonzero(std::ostream &out, int32_t rows, int32_t columns, const Entry
 
 }  // namespace
 
-MatrixFile read_matrix_file(std::istream &in, const std::string &name, size_t memory_limit) {
-    Reader reader{in, name};
+MatrixFile read_matrix_file(std::istream &in, const std::string &name, size_t memory_limit,
+                            const std::function<void(uint64_t line)> &progress) {
+    Reader reader{in, name, progress};
     if (!in) reader.fail("file cannot be read");
     try {
         return read_any(reader, memory_limit);
@@ -380,7 +419,10 @@ void write_matrix_market(std::ostream &out, int32_t rows, int32_t columns, const
 }
 
 void write_sms(std::ostream &out, int32_t rows, int32_t columns, const EntryText &value) {
-    out << joined(rows, columns, "M");
+    bool fractions = false;
+    for (int32_t i = 1; i <= rows && !fractions; ++i)
+        for (int32_t j = 1; j <= columns && !fractions; ++j) fractions = value(i, j).find('/') != std::string::npos;
+    out << joined(rows, columns, fractions ? "R" : "M");
     write_nonzero(out, rows, columns, value);
     out << joined(0, 0, "0");
 }

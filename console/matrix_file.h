@@ -28,6 +28,7 @@ struct MatrixFile {
     int32_t rows, columns;
     std::vector<MatrixEntry> entries;
     std::map<std::pair<int32_t, int32_t>, mpq_class> fractions;
+    std::string kind = {};  // of the file, as its header tells it
 };
 
 struct MatrixFileError : std::runtime_error {
@@ -36,13 +37,15 @@ struct MatrixFileError : std::runtime_error {
 
 // Reads either format, told apart by the first line. Values that a coordinate file gives for one place are
 // added, and symmetric files yield both triangles. Throws MatrixFileError "NAME:LINE: reason" when the file
-// is malformed or its entries would take more than memory_limit bytes.
-MatrixFile read_matrix_file(std::istream &in, const std::string &name, size_t memory_limit = size_t{1} << 30);
+// is malformed or its entries would take more than memory_limit bytes. Now and then progress is told the line.
+constexpr size_t default_memory_limit = size_t{1} << 30;
+MatrixFile read_matrix_file(std::istream &in, const std::string &name, size_t memory_limit = default_memory_limit,
+                            const std::function<void(uint64_t line)> &progress = nullptr);
 
 // The decimal text of the entry at (row, column), counted from 1. The writers may ask for an entry twice.
 using EntryText = std::function<std::string(int32_t row, int32_t column)>;
 
-// An array file when most entries are nonzero, else a coordinate file.
+// An array file when most entries are nonzero, else a coordinate file. SMS files of fractions have type R.
 void write_matrix_market(std::ostream &out, int32_t rows, int32_t columns, const EntryText &value);
 void write_sms(std::ostream &out, int32_t rows, int32_t columns, const EntryText &value);
 

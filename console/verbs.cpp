@@ -1,0 +1,462 @@
+#include "console/verbs.h"
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <functional>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "console/error.h"
+#include "console/host.h"
+#include "console/number.h"
+#include "console/print.h"
+#include "console/progress.h"
+#include "console/table.h"
+#include "console/verb_files.h"
+
+namespace modla::console {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Verb;
+
+struct Request {
+    const Verb *verb;
+    std::vector<std::string> files;
+    std::string modulus, datatype, output, format, part = "packed", library;
+    bool json = false;
+    mpz_class p = 0;  // 0: over the integers
+    int32_t stored_as = MODLA_INTEGER;
+};
+
+// What a verb found: a text for a line of its own, or a Matrix; more for --json.
+struct Result {
+    std::string text;
+    MatrixText matrix = {};
+    Json facts = Json::object();
+};
+
+enum Need { prime, any_modulus, prime_or_integers, nothing };
+
+struct Verb {
+    const char *name, *summary, *more;  // the last with what is worth knowing, and an example
+    size_t least_files, most_files;
+    Need modulus;
+    bool gives_matrix;
+    Result (*run)(const Request &request);
+};
+
+// ---- Values
+
+Object call(const char *function, const std::vector<Object> &arguments) {
+    Roots held;
+    held.values = arguments;
+    const Object result = call_procedure(evaluate(global_name(function)), arguments);
+    keep(result);  // until the end of the program, which is near
+    return result;
+}
+
+mpz_class integer_value(Object x) {
+    return is_integer(x) ? integer_of(x) : integral_float(x);
+}
+
+std::vector<std::string> texts_of(Object list) {
+    std::vector<std::string> texts;
+    for (uint32_t i = 0; i < size_of(list); i++) texts.push_back(integer_value(element(list, i)).get_str());
+    return texts;
+}
+
+MatrixText text_of_table(Object table) {
+    return {table_rows(table_of(table)), table_columns(table_of(table)),
+            [table](int32_t i, int32_t j) { return integer_text(table_of(table), i, j); }};
+}
+
+std::string shape_of(const MatrixFile &file) {
+    return std::to_string(file.rows) + " x " + std::to_string(file.columns);
+}
+
+Object modulus_of(const Request &request) {
+    return integer_object(request.p);
+}
+
+void describe(const MatrixFile &file, Result *result) {
+    result->facts["rows"] = file.rows;
+    result->facts["columns"] = file.columns;
+}
+
+// The first file's Matrix, over the ring of the request.
+Object read_matrix(const Request &request, size_t which, Result *result, bool square = false) {
+    const std::string &name = request.files[which];
+    const MatrixFile file = read_input(name);
+    if (which == 0) describe(file, result);
+    if (square && file.rows != file.columns) {
+        throw VerbError(2, name + " is " + shape_of(file) + ", but " + request.verb->name + " wants a square Matrix");
+    }
+    const Object matrix = request.p > 0 ? residue_matrix(file, request.p, request.stored_as) : integer_matrix(file);
+    keep(matrix);
+    return matrix;
+}
+
+// ---- The verbs
+
+Result find_rank(const Request &request) {
+    Result result;
+    const Object A = read_matrix(request, 0, &result);
+    const Object rank = call("_reduce_for_rank", {modulus_of(request), A});
+    result.text = to_plain(rank);
+    result.facts["rank"] = immediate_value(rank);
+    return result;
+}
+
+Result find_determinant(const Request &request) {
+    Result result;
+    const Object A = read_matrix(request, 0, &result, true);
+    result.text = integer_value(call("Det", {modulus_of(request), A})).get_str();
+    result.facts["determinant"] = result.text;
+    return result;
+}
+
+Result find_reduced_form(const Request &request) {
+    Result result;
+    const Object R = call("Rref", {modulus_of(request), read_matrix(request, 0, &result)});
+    result.matrix = text_of_table(R);
+    const auto is_zero_row = [&](int32_t i) {
+        for (int32_t j = 1; j <= result.matrix.columns; j++) {
+            if (result.matrix.entry(i, j) != "0") return false;
+        }
+        return true;
+    };
+    int32_t rank = result.matrix.rows;
+    while (rank > 0 && is_zero_row(rank)) rank--;
+    result.facts["rank"] = rank;
+    return result;
+}
+
+Result find_nullspace(const Request &request) {
+    Result result;
+    const Object A = read_matrix(request, 0, &result);
+    const Object basis = call("Nullspace", {modulus_of(request), A});
+    const auto dimension = static_cast<int32_t>(size_of(basis));
+    result.matrix = {table_columns(table_of(A)), dimension, [basis](int32_t i, int32_t j) {
+                         return integer_text(table_of(element(basis, static_cast<uint32_t>(j - 1))), i, 1);
+                     }};
+    result.facts["dimension"] = dimension;
+    return result;
+}
+
+Result find_factors(const Request &request) {
+    Result result;
+    const Object factors = call("_lu", {modulus_of(request), read_matrix(request, 0, &result, true)});
+    const Object F = element(factors, 0), order = element(factors, 1);
+    result.facts["order"] = Json::array();
+    for (uint32_t i = 0; i < size_of(order); i++) result.facts["order"].push_back(immediate_value(element(order, i)));
+    result.facts["determinant"] = integer_value(element(factors, 2)).get_str();
+    const MatrixText packed = result.matrix = text_of_table(F);
+    if (request.part == "L") {
+        result.matrix.entry = [packed](int32_t i, int32_t j) {
+            return i > j ? packed.entry(i, j) : std::string(i == j ? "1" : "0");
+        };
+    } else if (request.part == "U") {
+        result.matrix.entry = [packed](int32_t i, int32_t j) { return i > j ? "0" : packed.entry(i, j); };
+    } else if (request.part == "P") {
+        result.matrix.entry = [order](int32_t i, int32_t j) {
+            return std::string(element(order, static_cast<uint32_t>(i - 1)) == immediate(j) ? "1" : "0");
+        };
+    }
+    return result;
+}
+
+Result find_solution(const Request &request) {
+    Result result;
+    const Object A = read_matrix(request, 0, &result), B = read_matrix(request, 1, &result);
+    if (table_rows(table_of(A)) != table_rows(table_of(B))) {
+        throw VerbError(2, request.files[0] + " has " + std::to_string(table_rows(table_of(A))) + " rows, but " +
+                               request.files[1] + " has " + std::to_string(table_rows(table_of(B))));
+    }
+    const Object X = call("_solution", {modulus_of(request), A, B});
+    if (!has_type(X, type_table)) throw VerbError(1, "there is no solution");
+    result.matrix = text_of_table(X);
+    return result;
+}
+
+Result find_product(const Request &request) {
+    Result result;
+    Object product = read_matrix(request, 0, &result);
+    for (size_t k = 1; k < request.files.size(); k++) {
+        const Object factor = read_matrix(request, k, &result);
+        if (table_columns(table_of(product)) != table_rows(table_of(factor))) {
+            throw VerbError(2, request.files[k] + " has " + std::to_string(table_rows(table_of(factor))) +
+                                   " rows, but what stands before it has " +
+                                   std::to_string(table_columns(table_of(product))) + " columns");
+        }
+        product = call("Multiply", {modulus_of(request), product, factor});
+    }
+    result.matrix = text_of_table(product);
+    return result;
+}
+
+void give_polynomial(Object coefficients, Result *result) {
+    result->text = to_text(call("_polynomial", {coefficients, global_name("x")}));
+    result->facts["polynomial"] = result->text;
+    result->facts["coefficients"] = texts_of(coefficients);
+}
+
+Result find_gcd(const Request &request) {
+    Result result;
+    give_polynomial(call("_gcd_of_rows", {modulus_of(request), read_matrix(request, 0, &result)}), &result);
+    return result;
+}
+
+Result find_characteristic_polynomial(const Request &request) {
+    Result result;
+    const Object A = read_matrix(request, 0, &result, true);
+    give_polynomial(call("_characteristic", {modulus_of(request), A}), &result);
+    return result;
+}
+
+// Is A its own transpose, or -1 times it?
+std::string symmetry_of(const std::map<std::pair<int32_t, int32_t>, mpq_class> &entries, const MatrixFile &file) {
+    bool symmetric = file.rows == file.columns, skew = symmetric;
+    for (const auto &[place, value] : entries) {
+        const auto other = entries.find({place.second, place.first});
+        symmetric = symmetric && other != entries.end() && other->second == value;
+        skew = skew && other != entries.end() && other->second == -value;
+    }
+    return symmetric ? "symmetric" : skew ? "skew-symmetric" : "none";
+}
+
+Result describe_file(const Request &request) {
+    Result result;
+    const MatrixFile file = read_input(request.files[0]);
+    std::map<std::pair<int32_t, int32_t>, mpq_class> entries = file.fractions;
+    for (const MatrixEntry &entry : file.entries) entries[{entry.row, entry.column}] += entry.value;
+    std::erase_if(entries, [](const auto &entry) { return entry.second == 0; });
+    const double cells = double(file.rows) * file.columns;
+    const bool has_zero = double(entries.size()) < cells;
+    mpq_class least = has_zero ? mpq_class(0) : entries.begin()->second, largest = least;
+    for (const auto &[place, value] : entries) {
+        if (value < least) least = value;
+        if (value > largest) largest = value;
+    }
+    Json &facts = result.facts;
+    facts["kind"] = file.kind;
+    describe(file, &result);
+    facts["nonzero"] = entries.size();
+    facts["density"] = double(entries.size()) / cells;
+    facts["smallest"] = least.get_str();
+    facts["largest"] = largest.get_str();
+    facts["symmetry"] = symmetry_of(entries, file);
+    for (const auto &[name, value] : facts.items()) {
+        result.text += (result.text.empty() ? "" : "\n") + name + std::string(10 - name.size(), ' ') +
+                       (value.is_string() ? value.get<std::string>() : value.dump());
+    }
+    return result;
+}
+
+constexpr const char *packed_help =
+    "The factors of a nonsingular Matrix, P*A = L*U, where P permutes rows, L has 1s on its diagonal, U is upper\n"
+    "triangular.  The packed Matrix has U in its upper triangle and L below; --part gives L, U or P as a Matrix of\n"
+    "its own.  With --json, \"order\" tells which row of A is row 1, 2, ... of P*A.\n\n"
+    "    modla lu -p 65521 --part L A.mtx";
+
+const Verb verbs[] = {
+    {"rank", "the rank", "    modla rank -p 7 A.mtx", 1, 1, prime, false, find_rank},
+    {"det", "the determinant", "    modla det -p 65521 A.mtx", 1, 1, prime, false, find_determinant},
+    {"rref", "the reduced row echelon form", "    modla rref -p 7 A.sms -o R.sms", 1, 1, prime, true,
+     find_reduced_form},
+    {"nullspace", "a basis of the nullspace",
+     "The basis stands in the columns of a Matrix N with A*N = 0, which has 0 columns when A has none.\n\n"
+     "    modla nullspace -p 7 A.mtx -o N.mtx",
+     1, 1, prime, true, find_nullspace},
+    {"lu", "the factors of a nonsingular Matrix", packed_help, 1, 1, prime, true, find_factors},
+    {"solve", "a solution X of A*X = B",
+     "FILEs are A and B, which has a column for every system.  Unknowns that are free are 0.\n\n"
+     "    modla solve -p 65521 A.mtx B.mtx -o X.mtx",
+     2, 2, prime, true, find_solution},
+    {"mul", "the product of Matrices", "P may be composite.\n\n    modla mul -p 7 A.mtx B.mtx C.mtx -o product.mtx", 2,
+     1000, any_modulus, true, find_product},
+    {"gcd", "the greatest common divisor of polynomials",
+     "Each row of the Matrix is a polynomial, the constant coefficient first.  The result is monic, 0 if all rows\n"
+     "are 0; with --json there is a list of its coefficients too, in the same order.\n\n"
+     "    modla gcd -p 65521 polynomials.mtx",
+     1, 1, prime, false, find_gcd},
+    {"charpoly", "the characteristic polynomial det(x - A)",
+     "With --json there is a list of its coefficients too, the constant one first.\n\n"
+     "    modla charpoly -p 65521 A.mtx",
+     1, 1, prime, false, find_characteristic_polynomial},
+    {"info", "what a file holds",
+     "Kind, size, nonzero entries, density, smallest and largest entry, symmetry.\n\n    modla info A.mtx.gz", 1, 1,
+     nothing, false, describe_file},
+};
+
+constexpr const char *common_help =
+    "\n\nFILEs are in Matrix Market or SMS format, packed by gzip if they end in .gz; - is standard input.\n"
+    "Exit status: 0 done; 1 there is no such thing (no solution, a singular Matrix); 2 anything else.";
+
+// ---- The call
+
+mpz_class read_modulus(const Request &request) {
+    const Need need = request.verb->modulus;
+    mpz_class p;
+    if (request.modulus.empty()) {
+        if (need == prime_or_integers || need == nothing) return 0;
+        throw VerbError(2,
+                        std::string("-p is missing: ") + request.verb->name + " works modulo a prime, as in -p 65521");
+    }
+    if (p.set_str(request.modulus, 10) != 0 || p < 2) {
+        throw VerbError(2, "-p " + request.modulus + ": the modulus must be an integer above 1");
+    }
+    constexpr int rounds = 25;
+    if (need != any_modulus && mpz_probab_prime_p(p.get_mpz_t(), rounds) == 0) {
+        throw VerbError(2, "-p " + request.modulus + " is not a prime");
+    }
+    return p;
+}
+
+// The datatype that was asked for, or the smallest that holds residues of p.
+int32_t choose_datatype(const Request &request) {
+    const std::pair<const char *, std::pair<int32_t, int32_t>> kinds[] = {{"integer[4]", {MODLA_INTEGER4, 65535}},
+                                                                          {"float[8]", {MODLA_FLOAT8, 33554431}},
+                                                                          {"integer", {MODLA_INTEGER, 0}}};
+    for (const auto &[name, kind] : kinds) {
+        const auto &[datatype, largest] = kind;
+        const bool fits = largest == 0 || request.p <= largest;
+        if (request.datatype.empty() ? fits : request.datatype == name) {
+            if (fits) return datatype;
+            throw VerbError(2, "-p " + request.modulus + " is too large for " + name + ", which holds moduli up to " +
+                                   std::to_string(largest));
+        }
+    }
+    return MODLA_INTEGER;
+}
+
+Json entries_of(const MatrixText &matrix) {
+    Json entries = Json::array();
+    for (int32_t i = 1; i <= matrix.rows; i++) {
+        for (int32_t j = 1; j <= matrix.columns; j++) {
+            const std::string entry = matrix.entry(i, j);
+            if (entry != "0") entries.push_back({i, j, entry});
+        }
+    }
+    return {{"rows", matrix.rows}, {"columns", matrix.columns}, {"entries", std::move(entries)}};
+}
+
+void run(Request *request, void (*prepare)(const std::string &library)) {
+    const auto start = std::chrono::steady_clock::now();
+    const Verb &verb = *request->verb;
+    request->p = read_modulus(*request);
+    request->stored_as = choose_datatype(*request);
+    const Format format = verb.gives_matrix ? format_of(request->format, request->output) : Format::matrix_market;
+    prepare(request->library);
+    if (!request->datatype.empty()) {
+        // As the prelude knows it.
+        set_value(global_name("_wanted"), parse_text(request->datatype));
+    }
+    allow_progress();
+    const Result result = verb.run(*request);
+    if (!request->json || !request->output.empty()) {
+        if (verb.gives_matrix) {
+            write_matrix(request->output, format, result.matrix);
+        } else {
+            write_text(request->output, result.text + "\n");
+        }
+    }
+    clear_progress();
+    if (!request->json) return;
+    Json object = {{"verb", verb.name}, {"file", request->files[0]}};
+    if (request->files.size() > 1) object["files"] = request->files;
+    object["p"] = request->p > 0 ? Json(request->p.get_str()) : Json();
+    object.update(result.facts);
+    if (verb.gives_matrix && request->output.empty()) object["matrix"] = entries_of(result.matrix);
+    if (!request->output.empty()) object["output"] = request->output;
+    object["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::cout << object.dump() << std::endl;
+}
+
+void add_options(CLI::App *app, Request *request) {
+    const Verb &verb = *request->verb;
+    app->add_option("FILE", request->files, "the Matrix, or Matrices")
+        ->required()
+        ->expected(static_cast<int>(verb.least_files), static_cast<int>(verb.most_files));
+    if (verb.modulus != nothing) {
+        app->add_option("-p", request->modulus,
+                        verb.modulus == any_modulus ? "the modulus" : "the modulus, a prime of any size")
+            ->type_name("P");
+        app->add_option("--datatype", request->datatype, "integer[4], float[8] or integer; by default as P allows")
+            ->check(CLI::IsMember({"integer[4]", "float[8]", "integer"}))
+            ->type_name("TYPE");
+    }
+    if (verb.gives_matrix) {
+        app->add_option("--format", request->format, "mtx or sms; by default as -o ends, or mtx")
+            ->check(CLI::IsMember({"mtx", "sms"}))
+            ->type_name("FORMAT");
+    }
+    if (verb.run == find_factors) {
+        app->add_option("--part", request->part, "L, U or P in the place of the packed Matrix")
+            ->check(CLI::IsMember({"L", "U", "P"}))
+            ->type_name("PART");
+    }
+    app->add_option("-o,--output", request->output, "write the result to this file")->type_name("OUT");
+    app->add_flag("--json", request->json,
+                  verb.gives_matrix ? "one JSON object on standard output, with the Matrix unless -o takes it"
+                                    : "one JSON object on standard output");
+    app->add_option("--library", request->library, "the libmodla.so to load")->type_name("LIB");
+}
+
+std::string first_line(const std::string &text) {
+    return text.substr(0, text.find('\n'));
+}
+
+}  // namespace
+
+bool is_verb(const std::string &word) {
+    return std::any_of(std::begin(verbs), std::end(verbs), [&](const Verb &verb) { return word == verb.name; });
+}
+
+std::string describe_verbs() {
+    std::string text;
+    for (const Verb &verb : verbs) {
+        text += "  " + std::string(verb.name) + std::string(17 - std::string_view(verb.name).size(), ' ') +
+                verb.summary + "\n";
+    }
+    return text;
+}
+
+int run_verb(int count, char **arguments, void (*prepare)(const std::string &library)) {
+    Request request;
+    request.verb = std::find_if(std::begin(verbs), std::end(verbs),
+                                [&](const Verb &verb) { return std::string_view(arguments[1]) == verb.name; });
+    const std::string name = std::string("modla ") + request.verb->name;
+    const auto complain = [&](int status, const std::string &message) {
+        clear_progress();
+        std::cerr << name << ": " << first_line(message) << std::endl;
+        return status;
+    };
+    CLI::App app(std::string(request.verb->summary), name);
+    app.footer(std::string(request.verb->more) + common_help);
+    add_options(&app, &request);
+    try {
+        app.parse(count - 1, arguments + 1);
+        run(&request, prepare);
+        return 0;
+    } catch (const CLI::CallForHelp &) {
+        std::cout << app.help();
+        return 0;
+    } catch (const CLI::ParseError &error) {
+        return complain(2, std::string(error.what()) + " (" + name + " --help tells more)");
+    } catch (const VerbError &error) {
+        return complain(error.status, error.what());
+    } catch (const std::bad_alloc &) {
+        return complain(2, "out of memory");
+    } catch (const std::exception &error) {
+        const std::string message = error.what();
+        if (message == "matrix is singular") return complain(1, "the Matrix is singular");
+        return complain(2, message);
+    }
+}
+
+}  // namespace modla::console
