@@ -2,7 +2,7 @@
 
 modla_packages="cmake ninja-build g++-multilib libopenblas-serial-dev:i386 libgmp-dev:i386 libreadline-dev
 libreadline8:i386 libgtest-dev:i386 libbenchmark-dev:i386 libflint-dev libflint17:i386 zlib1g-dev zlib1g:i386
-libcli11-dev nlohmann-json3-dev libstb-dev"
+libcli11-dev nlohmann-json3-dev libxxhash-dev libstb-dev"
 # For ./check only.  (libclang-rt-14-dev of amd64 holds the 32-bit runtimes; that of i386 would remove g++-multilib.)
 check_packages="clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev:amd64 qemu-user python3 pkgconf dpkg-dev"
 # For bench/run only.

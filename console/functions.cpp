@@ -12,7 +12,6 @@
 #include "console/interpreter.h"
 #include "console/number.h"
 #include "console/print.h"
-#include "console/progress.h"
 #include "console/reference.h"
 
 namespace modla::console {
@@ -136,12 +135,6 @@ Object previous_prime(const Arguments &arguments) {
     return integer_object(p);
 }
 
-Object report_progress(const Arguments &arguments) {
-    show_progress(to_plain(arguments[0]), small_integer(arguments[1], "a number"),
-                  small_integer(arguments[2], "a number"));
-    return null_value();
-}
-
 Object seed_random(const Arguments &arguments) {
     const unsigned seed = static_cast<unsigned>(small_integer(arguments[0], "a seed"));
     std::srand(seed);
@@ -216,7 +209,7 @@ Object show_help(const Arguments &arguments) {
 const std::vector<Function> &all_functions() {
     static const auto *const all = [] {
         auto *const list = new std::vector<Function>(value_functions());
-        for (const auto &more : {table_functions(), expression_functions()}) {
+        for (const auto &more : {table_functions(), expression_functions(), multimodular_functions()}) {
             list->insert(list->end(), more.begin(), more.end());
         }
         return list;
@@ -248,7 +241,6 @@ std::vector<Function> value_functions() {
         {"timer", 1, 1, set_timer},
         {"previous_prime", 1, 1, previous_prime},
         {"help", 0, 1, show_help},
-        {"_progress", 3, 3, report_progress},
     };
 }
 

@@ -24,6 +24,7 @@ struct Function {
 std::vector<Function> value_functions();
 std::vector<Function> table_functions();  // Matrices and files
 std::vector<Function> expression_functions();
+std::vector<Function> multimodular_functions();  // what the prelude's functions over the integers stand on
 
 // Defines them as protected names, and the callbacks as names that programs may give other procedures.
 void define_functions();

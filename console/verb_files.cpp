@@ -83,7 +83,7 @@ Object integer_matrix(const MatrixFile &file) {
     return matrix;
 }
 
-Format format_of(const std::string &option, const std::string &output) {
+Format format_of(const std::string &option, const std::string &output, Format usual) {
     if (!option.empty()) return option == "sms" ? Format::sms : Format::matrix_market;
     std::string_view name = output;
     if (name.ends_with(".gz")) name.remove_suffix(3);
@@ -91,7 +91,7 @@ Format format_of(const std::string &option, const std::string &output) {
     if (!name.empty() && !name.ends_with(".mtx")) {
         throw VerbError(2, output + " must end in .mtx or .sms (before .gz), or give --format");
     }
-    return Format::matrix_market;
+    return name.empty() ? usual : Format::matrix_market;
 }
 
 void write_text(const std::string &output, const std::string &text) {
@@ -126,6 +126,9 @@ void write_matrix(const std::string &output, Format format, const MatrixText &ma
         write_sms(text, matrix.rows, matrix.columns, matrix.entry);
     } else {
         write_matrix_market(text, matrix.rows, matrix.columns, matrix.entry);
+        if (text.view().find('/') != std::string_view::npos) {
+            throw VerbError(2, "the result has fractions, which only SMS files can hold: give --format sms");
+        }
     }
     write_text(output, std::move(text).str());
 }

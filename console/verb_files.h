@@ -31,8 +31,8 @@ struct MatrixText {
 
 enum class Format { matrix_market, sms };
 
-// By the option --format, or the ending of the output file, or Matrix Market.
-Format format_of(const std::string &option, const std::string &output);
+// By the option --format, or the ending of the output file, or as usual.
+Format format_of(const std::string &option, const std::string &output, Format usual);
 
 // Into the file, which is there with all of its text or as it was before; on standard output for "".
 void write_text(const std::string &output, const std::string &text);

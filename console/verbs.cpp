@@ -4,15 +4,18 @@
 #include <chrono>
 #include <functional>
 #include <iostream>
-#include <nlohmann/json.hpp>
+#include <random>
 #include <utility>
 #include <vector>
 
 #include "console/error.h"
+#include "console/functions.h"
 #include "console/host.h"
+#include "console/multimodular.h"
 #include "console/number.h"
 #include "console/print.h"
 #include "console/progress.h"
+#include "console/shards.h"
 #include "console/table.h"
 #include "console/verb_files.h"
 
@@ -20,24 +23,25 @@ namespace modla::console {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct Verb;
 
 struct Request {
     const Verb *verb;
     std::vector<std::string> files;
-    std::string modulus, datatype, output, format, part = "packed", library;
-    bool json = false;
+    std::string modulus, datatype, output, format, part = "packed", library, shard;
+    bool json = false, prove = false;
+    size_t jobs = 1;
     mpz_class p = 0;  // 0: over the integers
     int32_t stored_as = MODLA_INTEGER;
 };
 
-// What a verb found: a text for a line of its own, or a Matrix; more for --json.
+// What a verb found: a text for a line of its own, or a Matrix; more for --json; a remark for standard error.
 struct Result {
     std::string text;
     MatrixText matrix = {};
     Json facts = Json::object();
+    std::string remark = {};
+    bool is_shard = false;  // written already
 };
 
 enum Need { prime, any_modulus, prime_or_integers, nothing };
@@ -101,11 +105,75 @@ Object read_matrix(const Request &request, size_t which, Result *result, bool sq
     return matrix;
 }
 
+// ---- Over the integers
+
+void take_combined(const Lines &lines, Result *result) {
+    bool complete;
+    std::vector<size_t> missing;
+    Combined combined = combine_lines(lines, &complete, &missing);
+    if (combined.status != 0) throw VerbError(combined.status, combined.text);
+    if (!complete) {
+        const std::string what = missing.size() == 1 ? "prime " : "primes ";
+        throw VerbError(1, what + list_numbers(missing) + " of " + lines.front()["of"].dump() + " missing");
+    }
+    result->text = combined.text;
+    result->matrix = combined.matrix;
+    result->facts.update(combined.facts);
+}
+
+// Shares the primes out, if that is asked for.
+bool is_shared(const Request &request, Object A, Object B, Result *result) {
+    if (!request.shard.empty()) {
+        write_shard(make_task(request.verb->name, A, B, request.files), request.shard, request.output);
+        result->is_shard = true;
+    } else if (request.jobs > 1) {
+        take_combined(share_among_processes(make_task(request.verb->name, A, B, {}), request.jobs), result);
+    }
+    return result->is_shard || request.jobs > 1;
+}
+
+constexpr double accepted_error = 0x1p-40;
+
+void find_rank_over_integers(const Request &request, Object A, Result *result) {
+    const mpz_class bound = minors_bound(table_of(A));
+    size_t count = 1;
+    while (rank_error(bound, count) > accepted_error) count++;
+    const bool prove = request.prove || rank_error(bound, count) == 0;
+    random_source().seed(std::random_device()());
+    const Object rank =
+        prove ? call("RankZ", {A})
+              : call("_rank_modulo", {A, integer_object(static_cast<int64_t>(count)), global_name("true")});
+    const int32_t full = std::min(table_rows(table_of(A)), table_columns(table_of(A)));
+    result->text = to_plain(rank);
+    result->facts["rank"] = immediate_value(rank);
+    result->facts["proved"] = prove || immediate_value(rank) == full;
+    if (result->facts["proved"]) return;
+    char error[20];
+    std::snprintf(error, sizeof error, "%.1g", rank_error(bound, count));
+    result->facts["error_probability"] = rank_error(bound, count);
+    result->remark = "the rank is " + result->text + " or, with a probability below " + error +
+                     ", more; --prove makes sure, by " + std::to_string(primes_beyond(bound)) + " primes";
+}
+
+void find_solution_over_integers(Object A, Object B, Result *result) {
+    const Object X = call("_exact_solution", {A, B});
+    if (X == global_name("false")) throw VerbError(1, "there is no solution");
+    if (X == immediate(0)) {
+        throw VerbError(1, "the columns of the Matrix are dependent: there is not exactly one solution");
+    }
+    result->matrix = {table_rows(table_of(X)), table_columns(table_of(X)),
+                      [X](int32_t i, int32_t j) { return to_plain(get_entry(table_of(X), i, j)); }};
+}
+
 // ---- The verbs
 
 Result find_rank(const Request &request) {
     Result result;
     const Object A = read_matrix(request, 0, &result);
+    if (request.p == 0) {
+        if (!is_shared(request, A, 0, &result)) find_rank_over_integers(request, A, &result);
+        return result;
+    }
     const Object rank = call("_reduce_for_rank", {modulus_of(request), A});
     result.text = to_plain(rank);
     result.facts["rank"] = immediate_value(rank);
@@ -115,7 +183,8 @@ Result find_rank(const Request &request) {
 Result find_determinant(const Request &request) {
     Result result;
     const Object A = read_matrix(request, 0, &result, true);
-    result.text = integer_value(call("Det", {modulus_of(request), A})).get_str();
+    if (request.p == 0 && is_shared(request, A, 0, &result)) return result;
+    result.text = integer_value(request.p > 0 ? call("Det", {modulus_of(request), A}) : call("DetZ", {A})).get_str();
     result.facts["determinant"] = result.text;
     return result;
 }
@@ -177,7 +246,11 @@ Result find_solution(const Request &request) {
         throw VerbError(2, request.files[0] + " has " + std::to_string(table_rows(table_of(A))) + " rows, but " +
                                request.files[1] + " has " + std::to_string(table_rows(table_of(B))));
     }
-    const Object X = call("_solution", {modulus_of(request), A, B});
+    if (request.p == 0) {
+        if (!is_shared(request, A, B, &result)) find_solution_over_integers(A, B, &result);
+        return result;
+    }
+    const Object X = element(call("_solution", {modulus_of(request), A, B}), 1);
     if (!has_type(X, type_table)) throw VerbError(1, "there is no solution");
     result.matrix = text_of_table(X);
     return result;
@@ -215,6 +288,15 @@ Result find_characteristic_polynomial(const Request &request) {
     Result result;
     const Object A = read_matrix(request, 0, &result, true);
     give_polynomial(call("_characteristic", {modulus_of(request), A}), &result);
+    return result;
+}
+
+Result combine_shards(const Request &request) {
+    Result result;
+    const Lines lines = read_shards(request.files);
+    result.facts["of"] = lines.front()["verb"];
+    result.facts["matrix"] = lines.front()["matrix"];
+    take_combined(lines, &result);
     return result;
 }
 
@@ -263,9 +345,31 @@ constexpr const char *packed_help =
     "its own.  With --json, \"order\" tells which row of A is row 1, 2, ... of P*A.\n\n"
     "    modla lu -p 65521 --part L A.mtx";
 
+constexpr const char *rank_help =
+    "Without -p, the rank over the integers: the largest one modulo a few random primes, with a word on standard\n"
+    "error on how certain that is unless it is certain.  --prove, --jobs and --shard go on until it is.\n\n"
+    "    modla rank -p 7 A.mtx\n"
+    "    modla rank --prove --jobs 4 A.mtx";
+constexpr const char *det_help =
+    "Without -p, the determinant over the integers.\n\n"
+    "    modla det -p 65521 A.mtx\n"
+    "    modla det A.mtx";
+constexpr const char *solve_help =
+    "FILEs are A and B, which has a column for every system.  Unknowns that are free are 0.  Without -p, the only\n"
+    "solution over the rationals, as an SMS file if -o and --format do not say otherwise: Matrix Market files have no\n"
+    "fractions.\n\n"
+    "    modla solve -p 65521 A.mtx B.mtx -o X.mtx\n"
+    "    modla solve A.mtx B.mtx -o X.sms";
+constexpr const char *combine_help =
+    "The exact result of det, rank or solve from the lines that --shard wrote, as many as there are.  If primes are\n"
+    "missing, standard error tells which, and the status is 1.\n\n"
+    "    modla det A.mtx --shard 1/2 -o 1.jsonl\n"
+    "    modla det A.mtx --shard 2/2 -o 2.jsonl\n"
+    "    modla combine 1.jsonl 2.jsonl";
+
 const Verb verbs[] = {
-    {"rank", "the rank", "    modla rank -p 7 A.mtx", 1, 1, prime, false, find_rank},
-    {"det", "the determinant", "    modla det -p 65521 A.mtx", 1, 1, prime, false, find_determinant},
+    {"rank", "the rank", rank_help, 1, 1, prime_or_integers, false, find_rank},
+    {"det", "the determinant", det_help, 1, 1, prime_or_integers, false, find_determinant},
     {"rref", "the reduced row echelon form", "    modla rref -p 7 A.sms -o R.sms", 1, 1, prime, true,
      find_reduced_form},
     {"nullspace", "a basis of the nullspace",
@@ -273,10 +377,7 @@ const Verb verbs[] = {
      "    modla nullspace -p 7 A.mtx -o N.mtx",
      1, 1, prime, true, find_nullspace},
     {"lu", "the factors of a nonsingular Matrix", packed_help, 1, 1, prime, true, find_factors},
-    {"solve", "a solution X of A*X = B",
-     "FILEs are A and B, which has a column for every system.  Unknowns that are free are 0.\n\n"
-     "    modla solve -p 65521 A.mtx B.mtx -o X.mtx",
-     2, 2, prime, true, find_solution},
+    {"solve", "a solution X of A*X = B", solve_help, 2, 2, prime_or_integers, true, find_solution},
     {"mul", "the product of Matrices", "P may be composite.\n\n    modla mul -p 7 A.mtx B.mtx C.mtx -o product.mtx", 2,
      1000, any_modulus, true, find_product},
     {"gcd", "the greatest common divisor of polynomials",
@@ -291,6 +392,7 @@ const Verb verbs[] = {
     {"info", "what a file holds",
      "Kind, size, nonzero entries, density, smallest and largest entry, symmetry.\n\n    modla info A.mtx.gz", 1, 1,
      nothing, false, describe_file},
+    {"combine", "the result of shards", combine_help, 1, 1000000, nothing, true, combine_shards},
 };
 
 constexpr const char *common_help =
@@ -350,7 +452,16 @@ void run(Request *request, void (*prepare)(const std::string &library)) {
     const Verb &verb = *request->verb;
     request->p = read_modulus(*request);
     request->stored_as = choose_datatype(*request);
-    const Format format = verb.gives_matrix ? format_of(request->format, request->output) : Format::matrix_market;
+    const bool is_solve_over_integers = verb.gives_matrix && request->p == 0;
+    const Format usual = is_solve_over_integers ? Format::sms : Format::matrix_market;
+    const bool asks_for_format = verb.gives_matrix && request->shard.empty() && verb.run != combine_shards;
+    Format format = asks_for_format ? format_of(request->format, request->output, usual) : usual;
+    if (request->p > 0 && (!request->shard.empty() || request->jobs > 1)) {
+        throw VerbError(2, "--jobs and --shard share primes out, -p is only one");
+    }
+    if (!request->shard.empty() && std::count(request->files.begin(), request->files.end(), "-") > 0) {
+        throw VerbError(2, "a shard tells which file it belongs to: standard input will not do");
+    }
     prepare(request->library);
     if (!request->datatype.empty()) {
         // As the prelude knows it.
@@ -358,20 +469,26 @@ void run(Request *request, void (*prepare)(const std::string &library)) {
     }
     allow_progress();
     const Result result = verb.run(*request);
+    if (result.is_shard) return;
+    const bool has_matrix = result.matrix.rows > 0;
+    if (has_matrix && !asks_for_format) format = format_of(request->format, request->output, usual);
     if (!request->json || !request->output.empty()) {
-        if (verb.gives_matrix) {
+        if (has_matrix) {
             write_matrix(request->output, format, result.matrix);
         } else {
             write_text(request->output, result.text + "\n");
         }
     }
     clear_progress();
-    if (!request->json) return;
+    if (!request->json) {
+        if (!result.remark.empty()) std::cerr << "modla " << verb.name << ": " << result.remark << std::endl;
+        return;
+    }
     Json object = {{"verb", verb.name}, {"file", request->files[0]}};
     if (request->files.size() > 1) object["files"] = request->files;
     object["p"] = request->p > 0 ? Json(request->p.get_str()) : Json();
     object.update(result.facts);
-    if (verb.gives_matrix && request->output.empty()) object["matrix"] = entries_of(result.matrix);
+    if (has_matrix && request->output.empty()) object["matrix"] = entries_of(result.matrix);
     if (!request->output.empty()) object["output"] = request->output;
     object["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::cout << object.dump() << std::endl;
@@ -384,7 +501,10 @@ void add_options(CLI::App *app, Request *request) {
         ->expected(static_cast<int>(verb.least_files), static_cast<int>(verb.most_files));
     if (verb.modulus != nothing) {
         app->add_option("-p", request->modulus,
-                        verb.modulus == any_modulus ? "the modulus" : "the modulus, a prime of any size")
+                        verb.modulus == any_modulus ? "the modulus"
+                        : verb.modulus == prime_or_integers
+                            ? "the modulus, a prime of any size; without it, the integers"
+                            : "the modulus, a prime of any size")
             ->type_name("P");
         app->add_option("--datatype", request->datatype, "integer[4], float[8] or integer; by default as P allows")
             ->check(CLI::IsMember({"integer[4]", "float[8]", "integer"}))
@@ -395,6 +515,17 @@ void add_options(CLI::App *app, Request *request) {
             ->check(CLI::IsMember({"mtx", "sms"}))
             ->type_name("FORMAT");
     }
+    if (verb.modulus == prime_or_integers) {
+        app->add_option("--jobs", request->jobs, "over the integers: share the primes among N processes")
+            ->type_name("N")
+            ->check(CLI::Range(1, 1000));
+        app->add_option(
+               "--shard", request->shard,
+               "over the integers: write a JSON line for every N-th prime, from the I-th on, to OUT, which is\n"
+               "continued if it is there, or standard output")
+            ->type_name("I/N");
+    }
+    if (verb.run == find_rank) app->add_flag("--prove", request->prove, "over the integers: a rank beyond doubt");
     if (verb.run == find_factors) {
         app->add_option("--part", request->part, "L, U or P in the place of the packed Matrix")
             ->check(CLI::IsMember({"L", "U", "P"}))
