@@ -4,7 +4,7 @@ modla_packages="cmake ninja-build g++-multilib libopenblas-serial-dev:i386 libgm
 libreadline8:i386 libgtest-dev:i386 libbenchmark-dev:i386 libflint-dev libflint17:i386 zlib1g-dev zlib1g:i386
 libcli11-dev nlohmann-json3-dev libxxhash-dev libstb-dev"
 # For ./check only.  (libclang-rt-14-dev of amd64 holds the 32-bit runtimes; that of i386 would remove g++-multilib.)
-check_packages="clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev:amd64 qemu-user python3 pkgconf dpkg-dev"
+check_packages="clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev:amd64 qemu-user parallel python3 pkgconf dpkg-dev"
 # For bench/run only.
 peer_packages="python3 libflint-dev libntl-dev libm4ri-dev fflas-ffpack libgivaro-dev libopenblas-serial-dev:amd64"
 peer_packages_i386="libflint-dev libflint17 libntl-dev libntl44 libm4ri-dev fflas-ffpack libgivaro-dev libgivaro9

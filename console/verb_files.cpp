@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -100,9 +101,15 @@ void write_text(const std::string &output, const std::string &text) {
         std::cout << text << std::flush;
         return;
     }
-    const std::string temporary = output + "." + std::to_string(getpid()) + ".part";
+    // A link stays one, and a device or pipe is written to.
+    std::error_code none;
+    const std::filesystem::file_status there = std::filesystem::status(output, none);
+    const bool in_place = std::filesystem::exists(there) && !std::filesystem::is_regular_file(there);
+    const std::filesystem::path real = std::filesystem::weakly_canonical(output, none);
+    const std::string target = none ? output : real.string();
+    const std::string temporary = in_place ? target : target + "." + std::to_string(getpid()) + ".part";
     const auto fail = [&] {
-        std::remove(temporary.c_str());
+        if (!in_place) std::remove(temporary.c_str());
         throw VerbError(2, "cannot write " + output);
     };
     if (output.ends_with(".gz")) {
@@ -117,7 +124,7 @@ void write_text(const std::string &output, const std::string &text) {
         file.close();
         if (!file) fail();
     }
-    if (std::rename(temporary.c_str(), output.c_str()) != 0) fail();
+    if (!in_place && std::rename(temporary.c_str(), target.c_str()) != 0) fail();
 }
 
 void write_matrix(const std::string &output, Format format, const MatrixText &matrix) {

@@ -137,7 +137,8 @@ constexpr double accepted_error = 0x1p-40;
 void find_rank_over_integers(const Request &request, Object A, Result *result) {
     const mpz_class bound = minors_bound(table_of(A));
     size_t count = 1;
-    while (rank_error(bound, count) > accepted_error) count++;
+    constexpr size_t most = 64;  // whatever the error then is: it will be told
+    while (count < most && rank_error(bound, count) > accepted_error) count++;
     const bool prove = request.prove || rank_error(bound, count) == 0;
     random_source().seed(std::random_device()());
     const Object rank =
@@ -300,38 +301,53 @@ Result combine_shards(const Request &request) {
     return result;
 }
 
-// Is A its own transpose, or -1 times it?
-std::string symmetry_of(const std::map<std::pair<int32_t, int32_t>, mpq_class> &entries, const MatrixFile &file) {
-    bool symmetric = file.rows == file.columns, skew = symmetric;
-    for (const auto &[place, value] : entries) {
-        const auto other = entries.find({place.second, place.first});
-        symmetric = symmetric && other != entries.end() && other->second == value;
-        skew = skew && other != entries.end() && other->second == -value;
-    }
-    return symmetric ? "symmetric" : skew ? "skew-symmetric" : "none";
+mpq_class entry_at(const MatrixFile &file, int32_t i, int32_t j) {
+    const auto before = [](const MatrixEntry &entry, const std::pair<int32_t, int32_t> &place) {
+        return std::pair(entry.row, entry.column) < place;
+    };
+    const std::pair place(i, j);
+    const auto found = std::lower_bound(file.entries.begin(), file.entries.end(), place, before);
+    const bool is_there = found != file.entries.end() && found->row == i && found->column == j;
+    mpq_class value = is_there ? found->value : mpz_class(0);
+    const auto fraction = file.fractions.find(place);
+    if (fraction != file.fractions.end()) value += fraction->second;
+    return value;
 }
 
 Result describe_file(const Request &request) {
     Result result;
     const MatrixFile file = read_input(request.files[0]);
-    std::map<std::pair<int32_t, int32_t>, mpq_class> entries = file.fractions;
-    for (const MatrixEntry &entry : file.entries) entries[{entry.row, entry.column}] += entry.value;
-    std::erase_if(entries, [](const auto &entry) { return entry.second == 0; });
+    size_t count = 0;
+    mpq_class least, largest;
+    bool symmetric = file.rows == file.columns, skew = symmetric;
+    const auto look_at = [&](int32_t i, int32_t j) {
+        const mpq_class value = entry_at(file, i, j);
+        if (value == 0) return;
+        if (count == 0 || value < least) least = value;
+        if (count == 0 || value > largest) largest = value;
+        count++;
+        if (!symmetric && !skew) return;
+        const mpq_class other = entry_at(file, j, i);
+        symmetric = symmetric && other == value;
+        skew = skew && other == -value;
+    };
+    for (const MatrixEntry &entry : file.entries) {
+        if (!file.fractions.contains({entry.row, entry.column})) look_at(entry.row, entry.column);
+    }
+    for (const auto &[place, fraction] : file.fractions) look_at(place.first, place.second);
     const double cells = double(file.rows) * file.columns;
-    const bool has_zero = double(entries.size()) < cells;
-    mpq_class least = has_zero ? mpq_class(0) : entries.begin()->second, largest = least;
-    for (const auto &[place, value] : entries) {
-        if (value < least) least = value;
-        if (value > largest) largest = value;
+    if (double(count) < cells) {  // there are zeros
+        least = std::min(least, mpq_class(0));
+        largest = std::max(largest, mpq_class(0));
     }
     Json &facts = result.facts;
     facts["kind"] = file.kind;
     describe(file, &result);
-    facts["nonzero"] = entries.size();
-    facts["density"] = double(entries.size()) / cells;
+    facts["nonzero"] = count;
+    facts["density"] = double(count) / cells;
     facts["smallest"] = least.get_str();
     facts["largest"] = largest.get_str();
-    facts["symmetry"] = symmetry_of(entries, file);
+    facts["symmetry"] = symmetric ? "symmetric" : skew ? "skew-symmetric" : "none";
     for (const auto &[name, value] : facts.items()) {
         result.text += (result.text.empty() ? "" : "\n") + name + std::string(10 - name.size(), ' ') +
                        (value.is_string() ? value.get<std::string>() : value.dump());
@@ -498,6 +514,7 @@ void add_options(CLI::App *app, Request *request) {
     const Verb &verb = *request->verb;
     app->add_option("FILE", request->files, "the Matrix, or Matrices")
         ->required()
+        ->type_name("")
         ->expected(static_cast<int>(verb.least_files), static_cast<int>(verb.most_files));
     if (verb.modulus != nothing) {
         app->add_option("-p", request->modulus,
@@ -516,14 +533,16 @@ void add_options(CLI::App *app, Request *request) {
             ->type_name("FORMAT");
     }
     if (verb.modulus == prime_or_integers) {
-        app->add_option("--jobs", request->jobs, "over the integers: share the primes among N processes")
-            ->type_name("N")
-            ->check(CLI::Range(1, 1000));
+        CLI::Option *const jobs =
+            app->add_option("--jobs", request->jobs, "over the integers: share the primes among N processes")
+                ->type_name("N")
+                ->check(CLI::Range(1, 1000));
         app->add_option(
                "--shard", request->shard,
                "over the integers: write a JSON line for every N-th prime, from the I-th on, to OUT, which is\n"
                "continued if it is there, or standard output")
-            ->type_name("I/N");
+            ->type_name("I/N")
+            ->excludes(jobs);
     }
     if (verb.run == find_rank) app->add_flag("--prove", request->prove, "over the integers: a rank beyond doubt");
     if (verb.run == find_factors) {
