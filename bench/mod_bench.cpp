@@ -31,9 +31,9 @@ void make_integers() {
     for (uint32_t i = 0; i < size; i++) {
         Roots line;
         for (uint32_t j = 0; j < size; j++) line.values.push_back(random_integer(source));
-        lines.values.push_back(new_collection(type_list, new_sequence(line.values)));
+        lines.values.push_back(new_collection(type_list, line.values));
     }
-    assign_global(global_name("L"), new_collection(type_list, new_sequence(lines.values)));
+    assign_global(global_name("L"), new_collection(type_list, lines.values));
 }
 
 void mod_integers(benchmark::State &state, const char *statement) {

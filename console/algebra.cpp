@@ -33,6 +33,11 @@ void need_operands(Object a, Object b) {
     }
 }
 
+// Does a product begin with a number?
+bool has_number(Object x) {
+    return has_type(x, type_product) && is_scalar(words(x)[1]) && is_one(words(x)[2]);
+}
+
 // ---- Order
 
 enum class Kind { number, complex, name, indexed, product, power, sum, polynomial, other };
@@ -102,9 +107,8 @@ struct Factors {
             own[0] = words(x)[1];
             own[1] = words(x)[2];
         } else if (has_type(x, type_product)) {
-            const bool number = is_scalar(words(x)[1]) && is_one(words(x)[2]);
-            at = words(x) + (number ? 3 : 1);
-            count = length_of(x) / 2 - number;
+            at = words(x) + (has_number(x) ? 3 : 1);
+            count = length_of(x) / 2 - has_number(x);
         }
     }
     Factors(const Factors &) = delete;
@@ -295,7 +299,7 @@ void split_product(Object x, Object *number, Pairs *factors) {
         *number = multiply(*number, words(x)[2]);
         return;
     }
-    if (has_type(x, type_product) && is_scalar(words(x)[1]) && is_one(words(x)[2])) *number = words(x)[1];
+    if (has_number(x)) *number = words(x)[1];
     const Factors parts(x);
     for (uint32_t i = 0; i < parts.count; i++) {
         factors->push_back(parts.base(i));
@@ -310,7 +314,7 @@ void split_sum(Object x, Object *number, Pairs *terms) {
             *number = multiply(term, coefficient);
             return;
         }
-        if (has_type(term, type_product) && is_scalar(words(term)[1]) && is_one(words(term)[2])) {
+        if (has_number(term)) {
             coefficient = multiply(coefficient, words(term)[1]);
             term = product_of_factors(Pairs(words(term) + 3, words(term) + length_of(term)));
         }
@@ -401,30 +405,36 @@ Object join(Object (*operation)(Object, Object), Roots &parts, Object neutral) {
     return values.empty() ? neutral : values[0];
 }
 
-// Rebuilds an expression; parts that are shared are done once.
+// Rebuilds an expression, or lists, sets, equations and ranges of them; parts that are shared are done once.
 class Substitution {
   public:
     explicit Substitution(const std::function<Object(Object)> &value) : value_(value) {}
 
     Object operator()(Object x) {
         check_stack();
-        if (!is_expression(x) && !has_type(x, type_name)) return x;
+        const bool pair = has_type(x, type_equation) || has_type(x, type_range), name = has_type(x, type_name);
+        if (!name && !pair && !is_expression(x) && !is_collection(x)) return x;
         const auto found = done_.find(x);
         if (found != done_.end()) return found->second;
-        const Object result = is_expression(x) ? rebuilt(x) : value_(x);
+        const Object result = name ? value_(x) : rebuilt(x, pair);
         done_.emplace(x, result);
+        held_.values.push_back(result);
         return result;
     }
 
   private:
-    Object rebuilt(Object x) {
+    Object rebuilt(Object x, bool pair) {
+        const Object whole = is_collection(x) ? sequence_of(x) : x;
         bool changed = false;
-        Pairs parts;
-        for (uint32_t i = 1; i < length_of(x); i++) {
-            parts.push_back((*this)(words(x)[i]));
-            changed |= parts.back() != words(x)[i];
+        Roots held;
+        std::vector<Object> &parts = held.values;
+        for (uint32_t i = 1; i < length_of(whole); i++) {
+            parts.push_back((*this)(words(whole)[i]));
+            changed |= parts.back() != words(whole)[i];
         }
         if (!changed) return x;
+        if (is_collection(x)) return new_collection(static_cast<Type>(type_of(x)), parts);
+        if (pair) return new_pair(static_cast<Type>(type_of(x)), parts[0], parts[1]);
         if (has_type(x, type_power)) return to_power(parts[0], parts[1]);
         const bool sum = has_type(x, type_sum);
         Roots joined;
@@ -436,6 +446,7 @@ class Substitution {
 
     const std::function<Object(Object)> &value_;
     std::unordered_map<Object, Object> done_;
+    Roots held_;  // the results
 };
 
 // Multiplies out; counts the products of terms that it makes.
@@ -500,7 +511,6 @@ class Expansion {
 }  // namespace
 
 Object substitute(Object x, const std::function<Object(Object)> &value) {
-    const HoldCollection hold;
     return Substitution(value)(x);
 }
 

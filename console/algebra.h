@@ -46,7 +46,8 @@ void split_sum(Object x, Object *number, Pairs *terms);
 // A product with that number and those factors, in order and with different bases.
 Object build_product(Object number, const Pairs &factors);
 
-// The expression with names replaced, simplified anew; value gives a name's replacement, or the name itself.
+// The expression, or a list, set, equation or range of them, with names replaced and simplified anew; value gives a
+// name's replacement, or the name itself.
 Object substitute(Object x, const std::function<Object(Object name)> &value);
 
 // The expression with the values of its names.

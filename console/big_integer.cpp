@@ -12,17 +12,12 @@ namespace {
 // A host's digit, base 10000, is two digits of base 100, in which GMP reads and writes bytes.
 constexpr uint32_t byte_base = 100;
 
-// Bytes on the stack for most integers.
-struct Bytes {
-    unsigned char few[256];
-    std::vector<unsigned char> many;
-
-    unsigned char *of(size_t count) {
-        if (count <= sizeof few) return few;
-        many.resize(count);
-        return many.data();
-    }
-};
+// Memory for so many bytes, until the next call.
+unsigned char *take_bytes(size_t count) {
+    static auto *const bytes = new std::vector<unsigned char>;
+    if (bytes->size() < count) bytes->resize(count);
+    return bytes->data();
+}
 
 }  // namespace
 
@@ -30,8 +25,7 @@ void read_magnitude(Object x, mpz_ptr value) {
     uint32_t digits = length_of(x) - 1;
     while (digits > 0 && words(x)[digits] == 0) digits--;
     if (digits == 0) return mpz_set_ui(value, 0);
-    Bytes memory;
-    unsigned char *const bytes = memory.of(2 * size_t{digits});
+    unsigned char *const bytes = take_bytes(2 * size_t{digits});
     unsigned char *at = bytes;
     for (uint32_t i = digits; i >= 1; i--) {
         const uint32_t digit = words(x)[i];
@@ -57,8 +51,7 @@ Object host_integer(const mpz_class &value) {
     if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value.get_si()));
     mpz_class limbs = value;  // destroyed by the conversion
     const mp_size_t size = static_cast<mp_size_t>(mpz_size(value.get_mpz_t()));
-    Bytes memory;
-    unsigned char *const bytes = memory.of(static_cast<size_t>(size) * GMP_NUMB_BITS / 6 + 2);
+    unsigned char *const bytes = take_bytes(static_cast<size_t>(size) * GMP_NUMB_BITS / 6 + 2);
     const size_t written = mpn_get_str(bytes, byte_base, mpz_limbs_modify(limbs.get_mpz_t(), size), size);
     const unsigned char *const first = std::find_if(bytes, bytes + written, [](unsigned char b) { return b != 0; });
     const unsigned char *at = bytes + written;
@@ -72,11 +65,12 @@ Object host_integer(const mpz_class &value) {
     return x;
 }
 
-Object host_integer(uint64_t value) {
-    if (value <= immediate_limit) return immediate(static_cast<int32_t>(value));
+Object host_integer(int64_t value) {
+    if (value >= -immediate_limit && value <= immediate_limit) return immediate(static_cast<int32_t>(value));
     uint32_t digits[5];
-    const uint32_t count = split_digits(value, digits);
-    const Object x = new_object(count + 1, type_positive);
+    const uint64_t magnitude = static_cast<uint64_t>(value);
+    const uint32_t count = split_digits(value < 0 ? 0 - magnitude : magnitude, digits);
+    const Object x = new_object(count + 1, value < 0 ? type_negative : type_positive);
     std::copy_n(digits, count, words(x) + 1);
     return x;
 }

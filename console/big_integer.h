@@ -10,6 +10,6 @@ namespace modla::console {
 void read_integer(Object x, mpz_class *value);
 void read_magnitude(Object x, mpz_ptr value);  // of an integer that is not immediate
 Object host_integer(const mpz_class &value);
-Object host_integer(uint64_t value);  // below 2^63
+Object host_integer(int64_t value);
 
 }  // namespace modla::console

@@ -11,11 +11,7 @@ namespace {
 
 bool word_moduli = true;
 
-// Never destroyed: the values are kept for ever.
-std::vector<std::pair<std::string, Object>> &own_callbacks() {
-    static auto *const callbacks = new std::vector<std::pair<std::string, Object>>;
-    return *callbacks;
-}
+std::vector<std::pair<std::string, Object>> own_callbacks;
 
 Object make_callback(const CallbackDefinition &callback) {
     const Object procedure = make_native(callback.name, [callback](const Arguments &arguments) {
@@ -31,25 +27,25 @@ Object make_callback(const CallbackDefinition &callback) {
 }  // namespace
 
 void define_callbacks() {
-    if (own_callbacks().empty()) {
+    if (own_callbacks.empty()) {
         for (const auto &list : {elimination_callbacks(), product_callbacks(), entry_callbacks()}) {
             for (const CallbackDefinition &callback : list) {
-                own_callbacks().emplace_back(callback.name, make_callback(callback));
+                own_callbacks.emplace_back(callback.name, make_callback(callback));
             }
         }
     }
-    for (const auto &[name, procedure] : own_callbacks()) assign_global(global_name(name), procedure);
+    for (const auto &[name, procedure] : own_callbacks) assign_global(global_name(name), procedure);
 }
 
 Object own_callback(const std::string &wanted) {
-    for (const auto &[name, procedure] : own_callbacks()) {
+    for (const auto &[name, procedure] : own_callbacks) {
         if (name == wanted) return procedure;
     }
     return 0;
 }
 
-void set_word_moduli(bool words) {
-    word_moduli = words;
+void set_word_moduli(bool on) {
+    word_moduli = on;
 }
 
 bool is_word_modulus(const mpz_class &p) {

@@ -15,7 +15,7 @@ void define_callbacks();
 Object own_callback(const std::string &name);
 
 // Whether moduli below 2^32 take machine words (the default) or the arithmetic of the larger ones.
-void set_word_moduli(bool words);
+void set_word_moduli(bool on);
 
 // One callback.
 struct CallbackDefinition {

@@ -78,12 +78,10 @@ Object run_reduce(const Arguments &arguments) {
     block.rows = rows;
     const int32_t mode = count_argument(arguments[13]);
     const bool detonly = flag_argument(arguments[14]);
-    return with_residue(arguments[6], [&](const auto &residue) {
-        using Residue = std::decay_t<decltype(residue)>;
-        using Entry = typename Residue::Entry;
+    return with_residue(arguments[6], [&]<class Residue>(const Residue &residue) {
         Entries<Residue> entries = read_block(residue, block);
         entries.resize(static_cast<size_t>(written_rows) * static_cast<size_t>(columns));
-        Entry det = 0, pivprod = 0;
+        typename Residue::Entry det = 0, pivprod = 0;
         int32_t rank = 0, pivsig = 0, extra = 0;
         std::vector<int32_t> counters(static_cast<size_t>(rows) + 1);
         const auto wanted = [&](size_t i, auto &value) { return is_wanted(outputs[i]) ? &value : nullptr; };
@@ -113,14 +111,12 @@ Object run_lu(const Arguments &arguments) {
     const IntegerBlock block = integer_block(arguments[0], 0, n, 0, n);
     const Table &permutation = vector_argument(arguments[1], n - 1);
     const Object det = output_argument(arguments[4]);
-    return with_residue(arguments[3], [&](const auto &residue) {
-        using Residue = std::decay_t<decltype(residue)>;
-        using Entry = typename Residue::Entry;
+    return with_residue(arguments[3], [&]<class Residue>(const Residue &residue) {
         Entries<Residue> entries = read_block(residue, block);
         std::vector<int32_t> exchanges(static_cast<size_t>(steps) + 1), counters(static_cast<size_t>(n) + 1);
         const bool host_integers = permutation.settings.datatype == MODLA_INTEGER;
         int32_t *const perm = host_integers ? exchanges.data() : static_cast<int32_t *>(permutation.data);
-        Entry value;
+        typename Residue::Entry value;
         const DelayedReductions delayed = {counters.data(), pending_limit(residue)};
         const LUStatus status = lu_factor(LUFactorization<Residue, Rows<Residue>>{
             residue, matrix_of(entries, n), n, perm, is_wanted(det) ? &value : nullptr, delayed});
@@ -186,8 +182,7 @@ Object run_gcd(const Arguments &arguments) {
     const int32_t polynomials = count_argument(arguments[1]), columns = count_argument(arguments[2]);
     if (polynomials < 1) throw HostError("a gcd needs at least one polynomial");
     const IntegerBlock block = integer_block(arguments[0], 0, polynomials, 0, columns);
-    return with_residue(arguments[3], [&](const auto &residue) {
-        using Residue = std::decay_t<decltype(residue)>;
+    return with_residue(arguments[3], [&]<class Residue>(const Residue &residue) {
         Entries<Residue> entries = read_block(residue, block);
         const int32_t degree = find_row_gcd(RowGcd<Residue, Rows<Residue>>{
             residue, matrix_of(entries, columns), polynomials, columns, pending_limit(residue)});
@@ -199,8 +194,7 @@ Object run_gcd(const Arguments &arguments) {
 Object run_zigzag(const Arguments &arguments) {
     const int32_t n = count_argument(arguments[1]);
     const IntegerBlock block = integer_block(arguments[0], 0, n, 0, n);
-    return with_residue(arguments[2], [&](const auto &residue) {
-        using Residue = std::decay_t<decltype(residue)>;
+    return with_residue(arguments[2], [&]<class Residue>(const Residue &residue) {
         Entries<Residue> entries = read_block(residue, block);
         const ZigZagStatus status =
             make_zigzag(ZigZag<Residue, Rows<Residue>>{residue, matrix_of(entries, n), n, pending_limit(residue)});

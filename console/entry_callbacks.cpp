@@ -75,12 +75,8 @@ Object run_mod(const Arguments &arguments) {
 Object run_mod_evaluating(const Arguments &arguments) {
     const IntegerBlock block = mod_block(arguments);
     const Object evaluations = arguments[6];
-    std::vector<Object> equations;  // parts of an argument
-    if (is_collection(evaluations)) {
-        for (uint32_t i = 0; i < size_of(evaluations); i++) equations.push_back(element(evaluations, i));
-    } else {
-        equations.push_back(evaluations);
-    }
+    const std::vector<Object> equations =  // parts of an argument
+        is_collection(evaluations) ? elements_of(evaluations) : std::vector<Object>{evaluations};
     return with_residue(arguments[0], [&](const auto &residue) { return reduce_values(block, equations, residue); });
 }
 

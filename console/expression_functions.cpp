@@ -1,4 +1,3 @@
-#include <functional>
 #include <unordered_map>
 
 #include "console/algebra.h"
@@ -12,8 +11,6 @@
 namespace modla::console {
 
 namespace {
-
-using Replacement = std::function<Object(Object)>;
 
 // The factors of a product, or base and exponent of a power.
 void list_factors(Object x, Roots &parts) {
@@ -36,7 +33,7 @@ void list_operands(Object x, Roots &parts) {
     switch (type_of(x)) {
         case type_list:
         case type_set:
-            for (uint32_t i = 0; i < size_of(x); i++) parts.values.push_back(element(x, i));
+            parts.values = elements_of(x);
             break;
         case type_sum:
             if (length_of(x) == 3) return list_factors(x, parts);
@@ -59,35 +56,6 @@ void list_operands(Object x, Roots &parts) {
             throw HostError(to_line(x) + " has no operands");
     }
 }
-
-// The value with names replaced, inside lists, sets, equations and ranges too; shared lists are done once.
-class Rebuilding {
-  public:
-    explicit Rebuilding(const Replacement &value) : value_(value) {}
-
-    Object operator()(Object x) {
-        check_stack();
-        if (is_expression(x) || has_type(x, type_name)) return substitute(x, value_);
-        const bool pair = has_type(x, type_equation) || has_type(x, type_range);
-        if (!pair && (is_immediate(x) || !is_collection(x))) return x;
-        const auto found = done_.find(x);
-        if (found != done_.end()) return held_.values[found->second];
-        Roots parts;
-        list_operands(x, parts);
-        for (Object &part : parts.values) part = (*this)(part);
-        const auto type = static_cast<Type>(type_of(x));
-        const Object result =
-            pair ? new_pair(type, parts.values[0], parts.values[1]) : new_collection(type, new_sequence(parts.values));
-        done_.emplace(x, held_.values.size());
-        held_.values.push_back(result);
-        return result;
-    }
-
-  private:
-    const Replacement &value_;
-    std::unordered_map<Object, size_t> done_;
-    Roots held_;
-};
 
 Object operands(const Arguments &arguments) {
     if (is_collection(arguments[0])) return sequence_of(arguments[0]);
@@ -172,22 +140,21 @@ Object coefficient_value(const Arguments &arguments) {
 
 // eval(a): with the values that names have now.  eval(a, x = b) or eval(a, [x = b, y = c]): with these instead.
 Object eval_value(const Arguments &arguments) {
-    if (arguments.size() == 1) return Rebuilding([](Object name) { return evaluate(name); })(arguments[0]);
+    if (arguments.size() == 1) return substitute(arguments[0], evaluate);
     const Object given = arguments[1];
     const bool one = has_type(given, type_equation);
     if (!one && !is_collection(given)) throw HostError("argument 2 must be an equation or a list of them");
     std::unordered_map<Object, Object> values;
-    for (uint32_t i = 0; i < (one ? 1 : size_of(given)); i++) {
-        const Object equation = one ? given : element(given, i);
+    for (const Object equation : one ? std::vector<Object>{given} : elements_of(given)) {
         if (!has_type(equation, type_equation) || !has_type(words(equation)[1], type_name)) {
             throw HostError("expected an equation name = value, got " + to_line(equation));
         }
         values.emplace(words(equation)[1], words(equation)[2]);
     }
-    return Rebuilding([&](Object name) {
+    return substitute(arguments[0], [&](Object name) {
         const auto found = values.find(name);
         return found == values.end() ? name : found->second;
-    })(arguments[0]);
+    });
 }
 
 }  // namespace

@@ -23,12 +23,6 @@ Object collection_argument(Object x) {
     return x;
 }
 
-std::vector<Object> elements_of(Object x) {
-    std::vector<Object> elements;
-    for (uint32_t i = 0; i < size_of(x); i++) elements.push_back(element(x, i));
-    return elements;
-}
-
 Object print_values(const Arguments &arguments) {
     std::string line;
     for (size_t i = 0; i < arguments.size(); i++) {
@@ -65,16 +59,14 @@ Object fixed_text(const Arguments &arguments) {
 Object sort_values(const Arguments &arguments) {
     std::vector<Object> elements = elements_of(collection_argument(arguments[0]));
     std::stable_sort(elements.begin(), elements.end(), [](Object a, Object b) { return compare_values(a, b) < 0; });
-    return new_collection(type_list, new_sequence(elements));
+    return new_collection(type_list, elements);
 }
 
 // A sorted list without repetitions.
 Object unique_values(const Arguments &arguments) {
-    const Object sorted = sort_values(arguments);
-    std::vector<Object> elements = elements_of(sorted);
-    const auto end = std::unique(elements.begin(), elements.end(), same_value);
-    elements.erase(end, elements.end());
-    return new_collection(type_list, new_sequence(elements));
+    std::vector<Object> elements = elements_of(sort_values(arguments));
+    elements.erase(std::unique(elements.begin(), elements.end(), same_value), elements.end());
+    return new_collection(type_list, elements);
 }
 
 Object find_position(const Arguments &arguments) {
@@ -104,7 +96,7 @@ Object without(const Arguments &arguments) {
     const int32_t i = small_integer(arguments[1], "a position");
     if (i < 1 || static_cast<size_t>(i) > elements.size()) throw HostError("position outside the list");
     elements.erase(elements.begin() + (i - 1));
-    return new_collection(type_list, new_sequence(elements));
+    return new_collection(type_list, elements);
 }
 
 // A list with the elements of all the given lists.
@@ -113,11 +105,7 @@ Object concatenate(const Arguments &arguments) {
     for (const Object list : arguments) {
         for (const Object x : elements_of(collection_argument(list))) elements.push_back(x);
     }
-    return new_collection(type_list, new_sequence(elements));
-}
-
-Object equal_values(const Arguments &arguments) {
-    return global_name(same_value(arguments[0], arguments[1]) ? "true" : "false");
+    return new_collection(type_list, elements);
 }
 
 Object time_value(const Arguments &) {
@@ -148,13 +136,10 @@ Object assign_value(const Arguments &arguments) {
     return null_value();
 }
 
-bool &timer() {
-    static bool on = false;
-    return on;
-}
+bool timer = false;
 
 Object set_timer(const Arguments &arguments) {
-    timer() = arguments[0] == global_name("true");
+    timer = arguments[0] == global_name("true");
     return null_value();
 }
 
@@ -184,10 +169,6 @@ Object run_file(const Arguments &arguments) {
         throw here;
     }
     return null_value();
-}
-
-Object raise_error(const Arguments &arguments) {
-    throw HostError(to_line(arguments[0]));
 }
 
 Object show_help(const Arguments &arguments) {
@@ -231,11 +212,11 @@ std::vector<Function> value_functions() {
         {"bisect", 2, 2, find_sorted},
         {"without", 2, 2, without},
         {"concat", 0, 1000, concatenate},
-        {"equal", 2, 2, equal_values},
+        {"equal", 2, 2, [](const Arguments &values) { return truth(same_value(values[0], values[1])); }},
         {"time", 0, 0, time_value},
         {"seed", 1, 1, seed_random},
         {"assign", 2, 2, assign_value},
-        {"error", 1, 1, raise_error},
+        {"error", 1, 1, [](const Arguments &message) -> Object { throw HostError(to_line(message[0])); }},
         {"run", 1, 1, run_file},
         {"variables", 0, 0, list_variables},
         {"timer", 1, 1, set_timer},
@@ -245,7 +226,7 @@ std::vector<Function> value_functions() {
 }
 
 bool timer_is_on() {
-    return timer();
+    return timer;
 }
 
 gmp_randclass &random_source() {

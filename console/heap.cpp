@@ -49,10 +49,11 @@ struct ContentHash {
     }
 };
 
-// Are the words of such values no values?
-bool has_raw_words(uint32_t type) {
-    return type == type_negative || type == type_positive || type == type_float || type == type_string ||
-           type == type_procedure;
+// The words of a value that are values themselves begin behind the header; where do they end?
+uint32_t end_of_values(uint32_t type, uint32_t length) {
+    const bool raw = type == type_negative || type == type_positive || type == type_float || type == type_string ||
+                     type == type_procedure || type == type_table;
+    return raw ? 1 : type == type_polynomial ? 2 : type == type_name ? 3 : length;
 }
 
 constexpr uintptr_t table_record = sizeof(Object);  // where a table's record is in its value
@@ -104,9 +105,6 @@ struct Marker {
     void mark(const std::vector<Object> &values) {
         for (const Object x : values) mark(x);
     }
-    void mark_parts(Object x, uint32_t end) {
-        for (uint32_t i = 1; i < end; i++) mark(words(x)[i]);
-    }
 
     bool is_value(uintptr_t word) const {
         return std::binary_search(addresses.begin(), addresses.end(), static_cast<Object>(word));
@@ -139,12 +137,9 @@ struct Marker {
         while (!grey.empty()) {
             const Object x = grey.back();
             grey.pop_back();
-            const uint32_t type = type_of(x);
-            if (type == type_table && table_of(x).block) mark_data(*table_of(x).block);
-            if (type == type_polynomial) mark_parts(x, 2);
-            if (type == type_name) mark_parts(x, 3);
-            const bool parts = type != type_table && type != type_polynomial && type != type_name;
-            if (parts && !has_raw_words(type)) mark_parts(x, length_of(x));
+            if (type_of(x) == type_table && table_of(x).block) mark_data(*table_of(x).block);
+            const uint32_t end = end_of_values(type_of(x), length_of(x));
+            for (uint32_t i = 1; i < end; i++) mark(words(x)[i]);
         }
     }
 };
@@ -347,8 +342,8 @@ Object new_sequence(const std::vector<Object> &elements) {
     return x;
 }
 
-Object new_collection(Type type, Object sequence) {
-    const Object x = new_object(2, type);
+Object new_collection(Type type, const std::vector<Object> &elements) {
+    const Object sequence = new_sequence(elements), x = new_object(2, type);
     words(x)[1] = sequence;
     return x;
 }
@@ -379,6 +374,11 @@ Object null_value() {
         return x;
     }();
     return null;
+}
+
+std::vector<Object> elements_of(Object x) {
+    const Object *const first = words(sequence_of(x)) + 1;
+    return {first, first + size_of(x)};
 }
 
 Object local_name(const std::string &text) {
@@ -464,9 +464,9 @@ Object unique_object(Type type, const std::vector<Object> &parts) {
     if (found != heap().unique.end()) return found->second;
     const HoldCollection hold;
     Prefix counted{};
-    const bool raw = has_raw_words(type) || type == type_polynomial;
-    if (raw) counted.size = static_cast<uint32_t>(content.size());
-    for (size_t i = 0; i < (type == type_polynomial ? 1 : raw ? 0 : parts.size()); i++) count_part(parts[i], counted);
+    const uint32_t length = static_cast<uint32_t>(content.size()), end = end_of_values(type, length);
+    if (end < length) counted.size = length;
+    for (uint32_t i = 1; i < end; i++) count_part(content[i], counted);
     if (counted.depth > deepest_expression) throw HostError("expression nested too deeply");
     if (counted.size > largest_expression) throw HostError("expression too large");
     const Object x = new_sequence(parts);
@@ -482,9 +482,8 @@ Object unique_value(Object x) {
     if (is_unique(x)) return x;
     const HoldCollection hold;
     std::vector<Object> parts(words(x) + 1, words(x) + length_of(x));
-    if (!has_raw_words(type_of(x))) {
-        for (Object &part : parts) part = unique_value(part);
-    }
+    const uint32_t end = end_of_values(type_of(x), length_of(x));
+    for (uint32_t i = 1; i < end; i++) parts[i - 1] = unique_value(parts[i - 1]);
     return unique_object(static_cast<Type>(type_of(x)), parts);
 }
 
@@ -494,6 +493,10 @@ Object global_name(const std::string &text) {
     const Object name = local_name(text);
     heap().names.emplace(text, name);
     return name;
+}
+
+Object truth(bool value) {
+    return global_name(value ? "true" : "false");
 }
 
 std::string text_of(Object x) {

@@ -38,11 +38,12 @@ struct Table {
 Object new_object(uint32_t length, uint32_t type_id);
 Object new_string(const std::string &text);
 Object new_sequence(const std::vector<Object> &elements);
-Object new_collection(Type type, Object sequence);
-Object new_pair(Type type, Object first, Object second);  // range, equation, indexed name, rational
+Object new_collection(Type type, const std::vector<Object> &elements);  // a list or a set
+Object new_pair(Type type, Object first, Object second);                // range, equation, indexed name, rational
 Object new_float(double value);
 Object new_procedure(std::shared_ptr<Procedure> procedure);
 Object null_value();
+std::vector<Object> elements_of(Object x);  // of a sequence, a list or a set; for the caller to hold
 
 // Unique objects: the same type and parts give the same object as long as it is in use, so that identity tells equal
 // expressions.  The parts are immediate, names or unique objects themselves.  The size of an expression, written out in
@@ -63,6 +64,7 @@ struct HoldCollection {
 // The name of a text; the same text gives the same name.  A local name is a new one each time.
 Object global_name(const std::string &text);
 Object local_name(const std::string &text);
+Object truth(bool value);   // the name true or false
 void protect(Object name);  // from assignment
 bool is_protected(Object name);
 std::vector<std::string> assigned_names();

@@ -26,10 +26,7 @@ Object (*parse_text)(const std::string &text) = nullptr;
 namespace {
 
 Unwinding unwinding = Unwinding::exception;
-std::string *error_message() {
-    static std::string *const message = new std::string;
-    return message;
-}
+std::string error_message;
 
 // A call of the library: where errors and interrupts land.
 struct LibraryCall {
@@ -54,7 +51,7 @@ void begin_leaving() {
 [[noreturn]] void leave() {
     begin_leaving();
     if (innermost && innermost->jumps) siglongjmp(innermost->landing, 1);
-    throw HostError(*error_message());
+    throw HostError(error_message);
 }
 
 // While one is alive, no interrupt leaves the call that runs.
@@ -78,7 +75,7 @@ auto operation(Body body) -> decltype(body()) {
         return body();
     } catch (const std::exception &error) {
         begin_leaving();
-        *error_message() = error.what();
+        error_message = error.what();
     }
     leave();
 }
@@ -164,7 +161,7 @@ int32_t upper_bound(Object x, uint32_t dimension) {
 void raise_error(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    operation([&] { *error_message() = fill_placeholders(format, placeholder_values(format, arguments)); });
+    operation([&] { error_message = fill_placeholders(format, placeholder_values(format, arguments)); });
     va_end(arguments);
     leave();
 }
@@ -306,7 +303,7 @@ Object call_entry_point(EntryPoint entry_point, const std::vector<Object> &argum
         if (interrupts == 0) throw;
     }
     reclaim_memory(lent);
-    if (interrupts == 0) throw HostError(*error_message());
+    if (interrupts == 0) throw HostError(error_message);
     std::fesetenv(&modes);
     if (!innermost) unload_library();  // OpenBLAS counts memory as used that it was working with
     throw HostError(abandoned_message(name, arguments));

@@ -40,10 +40,6 @@ struct Run {
 
 Object value_of(Run &run, const Node &node);
 
-Object truth(bool value) {
-    return global_name(value ? "true" : "false");
-}
-
 bool condition(Run &run, const Node &node) {
     const Object value = value_of(run, node);
     if (value == global_name("true")) return true;
@@ -58,9 +54,9 @@ void collect_values(Run &run, const Node &node, size_t first, std::vector<Object
         const Object value = value_of(run, *node.parts[i]);
         if (!has_type(value, type_sequence)) {
             values.push_back(value);
-            continue;
+        } else {
+            for (const Object x : elements_of(value)) values.push_back(x);
         }
-        for (uint32_t k = 0; k < size_of(value); k++) values.push_back(element(value, k));
     }
 }
 
@@ -74,29 +70,24 @@ Object name_value(Run &run, const Node &node) {
 Object set_of(const std::vector<Object> &values) {
     std::vector<Object> unique;
     for (const Object value : values) {
-        bool known = false;
-        for (const Object other : unique) known |= same_value(value, other);
-        if (!known) unique.push_back(value);
+        const auto is_same = [=](Object other) { return same_value(value, other); };
+        if (std::ranges::none_of(unique, is_same)) unique.push_back(value);
     }
-    return new_collection(type_set, new_sequence(unique));
+    return new_collection(type_set, unique);
 }
 
 Object binary_value(Run &run, const Node &node) {
-    Roots operands;
-    operands.values = {value_of(run, *node.parts[0]), 0};
+    Object value = value_of(run, *node.parts[0]);
     for (size_t i = 1; i < node.parts.size(); i++) {
-        operands.values[1] = value_of(run, *node.parts[i]);
-        operands.values[0] = node.operations[i - 1](operands.values[0], operands.values[1]);
+        value = node.operations[i - 1](value, value_of(run, *node.parts[i]));
     }
-    return operands.values[0];
+    return value;
 }
 
 // A name with indices; where they can stand in an expression, the same name and indices give the same object.
 Object indexed_name(Object name, const std::vector<Object> &indices) {
     const auto is_plain = [](Object x) { return is_operand(x) || has_type(x, type_string) || has_type(x, type_name); };
-    Roots parts;
-    parts.values.push_back(new_sequence(indices));
-    const Object result = new_pair(type_indexed, name, parts.values[0]);
+    const Object result = new_pair(type_indexed, name, new_sequence(indices));
     return std::all_of(indices.begin(), indices.end(), is_plain) ? unique_value(result) : result;
 }
 
@@ -133,17 +124,14 @@ Object slice(Object collection, Object range) {
     if (first < 1 || last > bound || first > last + 1) {
         throw HostError("range " + to_line(range) + " is outside 1.." + std::to_string(bound));
     }
-    Roots elements;
-    for (int32_t i = first; i <= last; i++)
-        elements.values.push_back(element(collection, static_cast<uint32_t>(i - 1)));
-    const Object sequence = new_sequence(elements.values);
-    return is_collection(collection) ? new_collection(static_cast<Type>(type_of(collection)), sequence) : sequence;
+    const Object *const all = words(sequence_of(collection)) + 1;
+    const std::vector<Object> elements(all + first - 1, all + last);
+    if (!is_collection(collection)) return new_sequence(elements);
+    return new_collection(static_cast<Type>(type_of(collection)), elements);
 }
 
 Object index_value(Run &run, const Node &node) {
-    Roots held;
-    held.values.push_back(value_of(run, *node.parts[0]));
-    const Object object = held.values[0];
+    const Object object = value_of(run, *node.parts[0]);
     Roots indices;
     collect_values(run, node, 1, indices.values);
     if (has_type(object, type_table)) {
@@ -191,18 +179,17 @@ void explain_call(HostError &error, const Procedure &procedure, const Node &node
 
 Object call_value(Run &run, const Node &node) {
     if (is_timing(node)) return timing_value(run, node);
-    Roots held;
-    held.values.push_back(value_of(run, *node.parts[0]));
-    if (!has_type(held.values[0], type_procedure)) {
-        const std::string name = to_line(held.values[0]);
+    const Object called = value_of(run, *node.parts[0]);
+    if (!has_type(called, type_procedure)) {
+        const std::string name = to_line(called);
         throw HostError("there is no function " + name + nearest_function(name));
     }
     Roots arguments;
     collect_values(run, node, 1, arguments.values);
     try {
-        return call_procedure(held.values[0], arguments.values);
+        return call_procedure(called, arguments.values);
     } catch (ProgramError &error) {
-        const Procedure &procedure = *procedure_of(held.values[0]);
+        const Procedure &procedure = *procedure_of(called);
         if (procedure.is_prelude) {
             HostError inner(error.what());
             explain_call(inner, procedure, node, arguments.values);
@@ -214,7 +201,7 @@ Object call_value(Run &run, const Node &node) {
         error.outer_line = node.line;
         throw;
     } catch (HostError &error) {
-        explain_call(error, *procedure_of(held.values[0]), node, arguments.values);
+        explain_call(error, *procedure_of(called), node, arguments.values);
         throw;
     }
 }
@@ -233,7 +220,7 @@ Object value_of(Run &run, const Node &node) {
             Roots values;
             collect_values(run, node, 0, values.values);
             if (node.kind == NodeKind::set) return set_of(values.values);
-            return new_collection(type_list, new_sequence(values.values));
+            return new_collection(type_list, values.values);
         }
         case NodeKind::call:
             return call_value(run, node);
@@ -265,8 +252,6 @@ void assign_name(Run &run, const Node &name, Object value) {
 }
 
 void assign(Run &run, const Node &target, Object value) {
-    Roots held;
-    held.values.push_back(value);
     if (target.kind == NodeKind::name) return assign_name(run, target, value);
     const Node &name = *target.parts[0];
     const Object object = name_value(run, name);
@@ -277,11 +262,9 @@ void assign(Run &run, const Node &target, Object value) {
         enter(table_of(object), i, j, value);
     } else if (has_type(object, type_list)) {
         // Lists are values: the name gets a changed copy.
-        const uint32_t k = element_position(object, indices.values);
-        Roots elements;
-        for (uint32_t i = 0; i < size_of(object); i++) elements.values.push_back(element(object, i));
-        elements.values[k] = value;
-        assign_name(run, name, new_collection(type_list, new_sequence(elements.values)));
+        std::vector<Object> elements = elements_of(object);
+        elements[element_position(object, indices.values)] = value;
+        assign_name(run, name, new_collection(type_list, elements));
     } else {
         throw HostError("cannot assign to an element of " + to_line(object));
     }
@@ -307,23 +290,20 @@ bool loop_turn(Run &run, const Node &body) {
 }
 
 void execute_for_range(Run &run, const Node &node) {
-    Roots state;  // current, to, by
-    state.values.push_back(value_of(run, *node.parts[1]));
-    state.values.push_back(node.parts[2] ? value_of(run, *node.parts[2]) : null_value());
-    state.values.push_back(value_of(run, *node.parts[3]));
-    const int direction = compare_numbers(state.values[2], immediate(0));
+    Object current = value_of(run, *node.parts[1]);
+    const Object end = node.parts[2] ? value_of(run, *node.parts[2]) : null_value();
+    const Object step = value_of(run, *node.parts[3]);
+    const int direction = compare_numbers(step, immediate(0));
     if (direction == 0) throw HostError("a loop needs a step other than 0");
-    while (!node.parts[2] || compare_numbers(state.values[0], state.values[1]) * (direction > 0 ? 1 : -1) <= 0) {
-        assign_name(run, *node.parts[0], state.values[0]);
+    while (!node.parts[2] || compare_numbers(current, end) * (direction > 0 ? 1 : -1) <= 0) {
+        assign_name(run, *node.parts[0], current);
         if (!loop_turn(run, *node.parts[4])) return;
-        state.values[0] = add(state.values[0], state.values[2]);
+        current = add(current, step);
     }
 }
 
 void execute_for_in(Run &run, const Node &node) {
-    Roots collection;
-    collection.values.push_back(value_of(run, *node.parts[1]));
-    const Object object = collection.values[0];
+    const Object object = value_of(run, *node.parts[1]);
     if (!is_collection(object) && !has_type(object, type_sequence)) {
         throw HostError("cannot loop over " + to_line(object));
     }

@@ -147,7 +147,7 @@ int run_script(const std::string &name) {
 void define_arguments(const std::vector<std::string> &arguments) {
     Roots texts;
     for (const std::string &argument : arguments) texts.values.push_back(new_string(argument));
-    define_protected("arguments", new_collection(type_list, new_sequence(texts.values)));
+    define_protected("arguments", new_collection(type_list, texts.values));
 }
 
 void prepare(const std::string &library) {

@@ -1,6 +1,7 @@
 #include "console/matrix_file.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <initializer_list>
 #include <limits>
@@ -46,8 +47,7 @@ bool parse_whole(std::string_view text, int64_t *value) {
 
 std::string lower(std::string_view text) {
     std::string result(text);
-    for (char &c : result)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    for (char &c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return result;
 }
 

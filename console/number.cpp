@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <string>
 
-#include "console/big_integer.h"
 #include "console/error.h"
 #include "console/print.h"
 
@@ -19,9 +19,9 @@ mpq_class rational_of(Object x) {
     return mpq_class(integer_of(words(x)[1]), integer_of(words(x)[2]));
 }
 
-void need_numbers(Object a, Object b) {
+void need(bool (*suits)(Object), Object a, Object b) {
     for (const Object x : {a, b}) {
-        if (!is_number(x)) throw HostError("cannot compute with " + to_line(x));
+        if (!suits(x)) throw HostError("cannot compute with " + to_line(x));
     }
 }
 
@@ -29,12 +29,12 @@ bool either_float(Object a, Object b) {
     return has_type(a, type_float) || has_type(b, type_float);
 }
 
-template <class Exact, class Inexact>
-Object arithmetic(Object a, Object b, Exact exact, Inexact inexact) {
-    need_numbers(a, b);
-    if (either_float(a, b)) return new_float(inexact(to_double(a), to_double(b)));
-    if (is_integer(a) && is_integer(b)) return integer_object(mpz_class(exact(integer_of(a), integer_of(b))));
-    return rational_object(mpq_class(exact(rational_of(a), rational_of(b))));
+template <class Operation>
+Object arithmetic(Object a, Object b, Operation operation) {
+    need(is_scalar, a, b);
+    if (either_float(a, b)) return new_float(operation(to_double(a), to_double(b)));
+    if (is_integer(a) && is_integer(b)) return integer_object(mpz_class(operation(integer_of(a), integer_of(b))));
+    return rational_object(mpq_class(operation(rational_of(a), rational_of(b))));
 }
 
 bool both_immediate(Object a, Object b) {
@@ -63,11 +63,8 @@ double nearest_double(const mpq_class &value) {
 // ---- Complex numbers
 
 bool either_complex(Object a, Object b) {
-    const bool complex = is_complex(a) || is_complex(b);
-    if (complex && !(is_scalar(a) && is_scalar(b))) {
-        throw HostError("cannot compute with " + to_line(is_scalar(a) ? b : a));
-    }
-    return complex;
+    if (is_complex(a) || is_complex(b)) need(is_scalar, a, b);
+    return is_complex(a) || is_complex(b);
 }
 
 // An exact 0 stays exact beside floats, so that a purely imaginary number stays one.
@@ -103,15 +100,6 @@ Object integer_object(const mpz_class &value) {
     return host_integer(value);
 }
 
-Object integer_object(int64_t value) {
-    if (value >= 0) return host_integer(static_cast<uint64_t>(value));
-    if (value >= -immediate_limit) return immediate(static_cast<int32_t>(value));
-    const uint64_t magnitude = 0 - static_cast<uint64_t>(value);
-    mpz_class big;
-    mpz_import(big.get_mpz_t(), 1, -1, sizeof magnitude, 0, 0, &magnitude);
-    return host_integer(mpz_class(-big));
-}
-
 mpz_class integer_of(Object x) {
     mpz_class value;
     read_integer(x, &value);
@@ -120,10 +108,8 @@ mpz_class integer_of(Object x) {
 
 Object rational_object(const mpq_class &value) {
     if (value.get_den() == 1) return integer_object(value.get_num());
-    Roots parts;
-    parts.values.push_back(integer_object(value.get_num()));
-    parts.values.push_back(integer_object(value.get_den()));
-    return new_pair(type_rational, parts.values[0], parts.values[1]);
+    const Object numerator = integer_object(value.get_num());
+    return new_pair(type_rational, numerator, integer_object(value.get_den()));
 }
 
 Object complex_unit() {
@@ -178,8 +164,7 @@ Object add(Object a, Object b) {
     if (either_complex(a, b)) {
         return complex_object(add(real_part(a), real_part(b)), add(imaginary_part(a), imaginary_part(b)));
     }
-    const auto sum = [](const auto &x, const auto &y) { return decltype(x + y)(x + y); };
-    return arithmetic(a, b, sum, sum);
+    return arithmetic(a, b, std::plus<>());
 }
 
 Object subtract(Object a, Object b) {
@@ -188,25 +173,19 @@ Object subtract(Object a, Object b) {
     if (either_complex(a, b)) {
         return complex_object(subtract(real_part(a), real_part(b)), subtract(imaginary_part(a), imaginary_part(b)));
     }
-    const auto difference = [](const auto &x, const auto &y) { return decltype(x - y)(x - y); };
-    return arithmetic(a, b, difference, difference);
+    return arithmetic(a, b, std::minus<>());
 }
 
 Object multiply(Object a, Object b) {
     if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} * immediate_value(b));
     if (a == immediate(1) && is_scalar(b)) return b;
-    if (either_complex(a, b)) {
-        return complex_multiply(a, b);
-    }
-    const auto product = [](const auto &x, const auto &y) { return decltype(x * y)(x * y); };
-    return arithmetic(a, b, product, product);
+    if (either_complex(a, b)) return complex_multiply(a, b);
+    return arithmetic(a, b, std::multiplies<>());
 }
 
 Object divide(Object a, Object b) {
-    if (either_complex(a, b)) {
-        return complex_divide(a, b);
-    }
-    need_numbers(a, b);
+    if (either_complex(a, b)) return complex_divide(a, b);
+    need(is_scalar, a, b);
     if (either_float(a, b)) return new_float(to_double(a) / to_double(b));
     const mpq_class divisor = rational_of(b);
     if (divisor == 0) throw HostError("division by zero");
@@ -214,7 +193,7 @@ Object divide(Object a, Object b) {
 }
 
 Object power(Object a, Object b) {
-    if (!is_complex(a)) need_numbers(a, b);
+    if (!is_complex(a)) need(is_number, a, b);
     if (!is_complex(a) && either_float(a, b)) return new_float(std::pow(to_double(a), to_double(b)));
     if (!is_integer(b)) throw HostError("exponent must be an integer");
     mpz_class exponent = integer_of(b);
@@ -236,6 +215,10 @@ Object power(Object a, Object b) {
 
 Object modulo(Object a, Object b) {
     if (!is_integer(b) || !is_number(a)) throw HostError("mod needs a number and an integer modulus");
+    if (both_immediate(a, b) && immediate_value(b) > 0) {
+        const int32_t r = immediate_value(a) % immediate_value(b);
+        return immediate(r < 0 ? r + immediate_value(b) : r);
+    }
     const mpq_class value = has_type(a, type_float) ? mpq_class(integral_float(a)) : rational_of(a);
     const mpz_class m = integer_of(b);
     if (m < 1) throw HostError("modulus must be positive");
@@ -264,7 +247,7 @@ bool is_negative(Object x) {
 }
 
 int compare_numbers(Object a, Object b) {
-    need_numbers(a, b);
+    need(is_number, a, b);
     if (is_immediate(a) && is_immediate(b)) return immediate_value(a) - immediate_value(b);
     if (either_float(a, b)) {
         const double x = to_double(a), y = to_double(b);

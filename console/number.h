@@ -3,12 +3,14 @@
 
 #include <gmpxx.h>
 
-#include "console/heap.h"
+#include "console/big_integer.h"
 
 namespace modla::console {
 
 Object integer_object(const mpz_class &value);
-Object integer_object(int64_t value);
+inline Object integer_object(int64_t value) {
+    return host_integer(value);
+}
 mpz_class integer_of(Object x);                  // x is an integer
 Object rational_object(const mpq_class &value);  // an integer when the denominator is 1
 

@@ -37,26 +37,15 @@ enum Type : uint32_t {
 // Flags of a name.
 enum : int32_t { name_protected = 1, name_in_expressions = 2 };
 
-inline bool is_immediate(Object x) {
-    return modla_is_immediate(x);
-}
-inline int32_t immediate_value(Object x) {
-    return modla_integer_value(x);
-}
-inline Object immediate(int32_t v) {
-    return modla_immediate_integer(v);
-}
+// The header's accessors, by shorter names.
+constexpr auto is_immediate = modla_is_immediate;
+constexpr auto immediate_value = modla_integer_value;
+constexpr auto immediate = modla_immediate_integer;
+constexpr auto words = modla_words;
+constexpr auto type_of = modla_type;
+constexpr auto length_of = modla_length;
 constexpr int32_t immediate_limit = (1 << 30) - 1;
 
-inline Object *words(Object x) {
-    return modla_words(x);
-}
-inline uint32_t type_of(Object x) {
-    return modla_type(x);
-}
-inline uint32_t length_of(Object x) {
-    return modla_length(x);
-}
 inline bool has_type(Object x, Type type) {
     return !is_immediate(x) && type_of(x) == type;
 }

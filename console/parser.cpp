@@ -2,6 +2,7 @@
 #include <array>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "console/algebra.h"
 #include "console/compare.h"
@@ -16,10 +17,6 @@ namespace {
 
 constexpr int deepest_nesting = 1000;
 constexpr int longest_postfix = 500;  // f(1)(2)[3]...
-
-Object truth(bool value) {
-    return global_name(value ? "true" : "false");
-}
 
 template <Type type>
 Object pair(Object a, Object b) {
@@ -70,31 +67,15 @@ struct Parser {
     Scope *scope = nullptr;  // null outside procedures
     int nesting = 0;
 
-    // Bounds the recursion of the parser, and so of everything that walks the tree.
-    struct Nesting {
-        explicit Nesting(Parser &owner) : parser(owner) {
-            if (parser.nesting >= deepest_nesting || stack_is_low()) {
-                throw SyntaxError(parser.peek().line, "nested too deeply");
-            }
-            parser.nesting++;
-        }
-        ~Nesting() { parser.nesting--; }
-        Nesting(const Nesting &) = delete;
-        Nesting &operator=(const Nesting &) = delete;
-        Parser &parser;
-    };
-
-    // The scope of the procedure that is being read.
-    struct ScopeOf {
-        ScopeOf(Parser &owner, ProcedureBody &body) : parser(owner), own{body, {}}, outer(owner.scope) {
-            parser.scope = &own;
-        }
-        ~ScopeOf() { parser.scope = outer; }
-        ScopeOf(const ScopeOf &) = delete;
-        ScopeOf &operator=(const ScopeOf &) = delete;
-        Parser &parser;
-        Scope own, *outer;
-    };
+    // Bounds the recursion of the parser, and so of everything that walks the tree.  (An error ends the parser.)
+    template <class Read>
+    NodePointer nested(Read read) {
+        if (nesting >= deepest_nesting || stack_is_low()) throw SyntaxError(peek().line, "nested too deeply");
+        nesting++;
+        NodePointer node = read();
+        nesting--;
+        return node;
+    }
 
     const Token &peek() const { return tokens[position]; }
     bool is_word() const { return peek().kind == TokenKind::symbol || peek().kind == TokenKind::keyword; }
@@ -132,13 +113,12 @@ struct Parser {
     NodePointer next_statement() {
         skip_separators();
         if (peek().kind == TokenKind::end) return nullptr;
-        NodePointer result = statement();
+        NodePointer result = nested([&] { return statement(); });
         if (!at_separator() && peek().kind != TokenKind::end) fail("the end of the statement");
         return result;
     }
 
     NodePointer statement() {
-        const Nesting one_more(*this);
         if (at("if")) return conditional();
         if (at("for") || at("while")) return loop();
         NodePointer node = make(NodeKind::return_value);
@@ -174,7 +154,7 @@ struct Parser {
         while (true) {
             skip_separators();
             if (at_block_end()) return node;
-            node->parts.push_back(statement());
+            node->parts.push_back(nested([&] { return statement(); }));
             if (!at_separator() && !at_block_end()) fail("'end'");
         }
     }
@@ -219,16 +199,12 @@ struct Parser {
     }
 
     NodePointer expression() {
-        const Nesting one_more(*this);
-        return binary(0);
+        return nested([&] { return binary(0); });
     }
 
     NodePointer binary(int level) {
         if (level > tightest_level) return unary();
-        if (level == comparison_level && at("not")) {
-            const Nesting one_more(*this);
-            return prefix(NodeKind::logical_not, [&] { return binary(level); });
-        }
+        if (level == comparison_level && at("not")) return prefix(NodeKind::logical_not, [&] { return binary(level); });
         NodePointer left = binary(level + 1), node;
         const auto next = [&] {
             return std::find_if(std::begin(operators), std::end(operators),
@@ -255,12 +231,11 @@ struct Parser {
     NodePointer prefix(NodeKind kind, Operand operand) {
         NodePointer node = make(kind);
         position++;
-        node->parts.push_back(operand());
+        node->parts.push_back(nested(operand));
         return node;
     }
 
     NodePointer unary() {
-        const Nesting one_more(*this);
         if (at("-")) return prefix(NodeKind::negation, [&] { return unary(); });
         NodePointer base = postfix();
         if (!at("^")) return base;
@@ -268,7 +243,7 @@ struct Parser {
         node->operations = {to_power};
         position++;
         node->parts.push_back(std::move(base));
-        node->parts.push_back(unary());
+        node->parts.push_back(nested([&] { return unary(); }));
         return node;
     }
 
@@ -343,7 +318,8 @@ struct Parser {
         need("proc");
         node->body = std::make_shared<ProcedureBody>();
         ProcedureBody &body = *node->body;
-        const ScopeOf inner(*this, body);
+        Scope own{body, {}};
+        Scope *const outer = std::exchange(scope, &own);
         need("(");
         if (!take(")")) {
             do {
@@ -360,7 +336,8 @@ struct Parser {
         body.parameters = body.locals.size();
         body.block = block();
         need("end");
-        scope->resolve();
+        own.resolve();
+        scope = outer;
         body.constants = constants;
         return node;
     }

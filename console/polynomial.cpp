@@ -115,11 +115,7 @@ Object modp1_object(Object expression, Object modulus, Object variable) {
 
 Object modp2_object(Object expression, Object modulus, Object variables) {
     check_arguments(expression, modulus);
-    std::vector<Object> both = variables_of(expression);
-    if (variables) {
-        both.clear();
-        for (uint32_t i = 0; i < size_of(variables); i++) both.push_back(element(variables, i));
-    }
+    const std::vector<Object> both = variables ? elements_of(variables) : variables_of(expression);
     if (both.size() != 2 || both[0] == both[1] ||
         !std::all_of(both.begin(), both.end(), [](Object x) { return is_variable(x) && is_operand(x); })) {
         throw HostError("expected a polynomial in two variables, got " + to_line(expression) +

@@ -15,10 +15,7 @@ namespace modla::console {
 
 namespace {
 
-std::string &file_directory() {
-    static auto *const directory = new std::string;
-    return *directory;
-}
+std::string file_directory;
 
 // name[n], or name[] for n = 0
 bool is_indexed_name(Object x, const char *name, int32_t n) {
@@ -62,14 +59,6 @@ Object new_vector(int32_t subtype, const Arguments &arguments) {
     return vector;
 }
 
-Object make_row_vector(const Arguments &arguments) {
-    return new_vector(MODLA_ROW_VECTOR, arguments);
-}
-
-Object make_column_vector(const Arguments &arguments) {
-    return new_vector(MODLA_COLUMN_VECTOR, arguments);
-}
-
 Object make_matrix(const Arguments &arguments) {
     const Object rows = list_argument(arguments[0], "a list of rows");
     const uint32_t m = size_of(rows), n = m > 0 ? size_of(list_argument(element(rows, 0), "a row as a list")) : 0;
@@ -88,10 +77,6 @@ Object make_matrix(const Arguments &arguments) {
 const Table &table_argument(Object x) {
     if (!has_type(x, type_table)) throw HostError("expected a Matrix or Vector, got " + to_line(x));
     return table_of(x);
-}
-
-Object rows_value(const Arguments &arguments) {
-    return integer_object(int64_t{table_rows(table_argument(arguments[0]))});
 }
 
 // A row, a column or a range of them; all without an argument.
@@ -117,18 +102,10 @@ Object show_part(const Arguments &arguments) {
     return null_value();
 }
 
-Object is_matrix_value(const Arguments &arguments) {
-    return global_name(table_argument(arguments[0]).settings.num_dimensions == 2 ? "true" : "false");
-}
-
-Object columns_value(const Arguments &arguments) {
-    return integer_object(int64_t{table_columns(table_argument(arguments[0]))});
-}
-
 // A fresh Matrix made by the library's own Create, which checks modulus, datatype and order.
-Object create_matrix(Object modulus, int32_t rows, int32_t columns, const Arguments &description) {
+Object create_matrix(Object modulus, const MatrixFile &file, const Arguments &description) {
     Roots arguments;
-    arguments.values = {modulus, integer_object(int64_t{rows}), integer_object(int64_t{columns})};
+    arguments.values = {modulus, integer_object(int64_t{file.rows}), integer_object(int64_t{file.columns})};
     arguments.values.insert(arguments.values.end(), description.begin(), description.end());
     return call_procedure(evaluate(global_name("Create")), arguments.values);
 }
@@ -139,51 +116,38 @@ MatrixFile read_file(Object argument, const char *what) {
     return read_matrix_file(*open_input(name), name);
 }
 
-// ReadMatrix("file" [, datatype [, order]]): the entries as they are.
-Object read_unreduced(const Arguments &arguments) {
-    const int32_t datatype = datatype_argument(arguments, 2), order = order_argument(arguments, 3);
-    const MatrixFile file = read_file(arguments[0], "argument 1, the file,");
-    const Object matrix = new_matrix(file.rows, file.columns, datatype, order);
-    for (const MatrixEntry &entry : file.entries) {
-        const Object value = integer_object(entry.value);
-        enter(table_of(matrix), entry.row, entry.column, value, "give a modulus as argument 1");
-    }
+// Puts the entries of a file into a Matrix of zeros, reduced when there is a modulus.
+Object fill_matrix(Object matrix, const MatrixFile &file, Object modulus) {
+    const Table &table = table_of(matrix);
+    const auto put = [&](int32_t row, int32_t column, Object value) {
+        const Object entry = modulus ? modulo(value, modulus) : value;
+        enter(table, row, column, entry, "give a modulus as argument 1");
+    };
+    for (const auto &[row, column, value] : file.entries) put(row, column, integer_object(value));
     for (const auto &[place, fraction] : file.fractions) {
-        const Object sum = add(get_entry(table_of(matrix), place.first, place.second), rational_object(fraction));
-        enter(table_of(matrix), place.first, place.second, sum, "give a modulus as argument 1");
+        const auto [row, column] = place;
+        if (modulus && gcd(fraction.get_den(), integer_of(modulus)) != 1) {
+            throw HostError(fraction.get_str() + " at row " + std::to_string(row) + ", column " +
+                            std::to_string(column) + " has no value mod " + to_line(modulus));
+        }
+        put(row, column, add(get_entry_integer(table, row, column), rational_object(fraction)));
     }
     return matrix;
 }
 
-// ReadMatrix(p, "file", datatype [, order])
+// ReadMatrix("file" [, datatype [, order]]): the entries as they are.  ReadMatrix(p, "file", datatype [, order])
 Object read_matrix(const Arguments &arguments) {
-    if (has_type(arguments[0], type_string)) return read_unreduced(arguments);
+    if (has_type(arguments[0], type_string)) {
+        const int32_t datatype = datatype_argument(arguments, 2), order = order_argument(arguments, 3);
+        const MatrixFile file = read_file(arguments[0], "argument 1, the file,");
+        return fill_matrix(new_matrix(file.rows, file.columns, datatype, order), file, 0);
+    }
     if (arguments.size() < 3) throw HostError("usage: ReadMatrix(p, \"file\", datatype [, order])");
     const Object modulus = arguments[0];
     if (!is_integer(modulus)) throw HostError("argument 1, the modulus, must be an integer");
     const MatrixFile file = read_file(arguments[1], "argument 2, the file,");
-    Roots held;
-    held.values.push_back(
-        create_matrix(modulus, file.rows, file.columns, Arguments(arguments.begin() + 2, arguments.end())));
-    const mpz_class p = integer_of(modulus);
-    const Table &table = table_of(held.values[0]);
-    for (const MatrixEntry &entry : file.entries) {
-        mpz_class residue;
-        mpz_mod(residue.get_mpz_t(), entry.value.get_mpz_t(), p.get_mpz_t());
-        enter(table, entry.row, entry.column, integer_object(residue));
-    }
-    for (const auto &[place, fraction] : file.fractions) {
-        const auto &[row, column] = place;
-        mpz_class residue;
-        if (!mpz_invert(residue.get_mpz_t(), fraction.get_den_mpz_t(), p.get_mpz_t())) {
-            throw HostError(fraction.get_str() + " at row " + std::to_string(row) + ", column " +
-                            std::to_string(column) + " has no value mod " + p.get_str());
-        }
-        residue = residue * fraction.get_num() + integer_of(get_entry_integer(table, row, column));
-        mpz_mod(residue.get_mpz_t(), residue.get_mpz_t(), p.get_mpz_t());
-        enter(table, row, column, integer_object(residue));
-    }
-    return held.values[0];
+    const Object matrix = create_matrix(modulus, file, Arguments(arguments.begin() + 2, arguments.end()));
+    return fill_matrix(matrix, file, modulus);
 }
 
 // WriteMatrix("file", A): SMS when the name ends in .sms, Matrix Market for .mtx and, on standard output, for "-"; packed
@@ -245,10 +209,10 @@ Object read_lists(const Arguments &arguments) {
             list.values.push_back(integer_object(value));
         }
         if (list.values.empty()) continue;
-        lists.values.push_back(new_collection(type_list, new_sequence(list.values)));
+        lists.values.push_back(new_collection(type_list, list.values));
     }
     if (input->bad()) throw HostError("cannot read " + name);
-    return new_collection(type_list, new_sequence(lists.values));
+    return new_collection(type_list, lists.values);
 }
 
 }  // namespace
@@ -256,8 +220,8 @@ Object read_lists(const Arguments &arguments) {
 std::unique_ptr<std::istream> open_input(const std::string &name) {
     std::string place = name;
     auto file = std::make_unique<std::ifstream>(place, std::ios::binary);
-    if (!*file && !file_directory().empty() && name[0] != '/') {
-        place = file_directory() + "/" + name;
+    if (!*file && !file_directory.empty() && name[0] != '/') {
+        place = file_directory + "/" + name;
         file->open(place, std::ios::binary);
     }
     if (!*file) throw HostError("cannot open " + name);
@@ -266,17 +230,19 @@ std::unique_ptr<std::istream> open_input(const std::string &name) {
 }
 
 void set_file_directory(const std::string &directory) {
-    file_directory() = directory;
+    file_directory = directory;
 }
 
 std::vector<Function> table_functions() {
     return {
-        {"is_matrix", 1, 1, is_matrix_value},
+        {"is_matrix", 1, 1,
+         [](const Arguments &A) { return truth(table_argument(A[0]).settings.num_dimensions == 2); }},
         {"show", 1, 3, show_part},
-        {"rows", 1, 1, rows_value},
-        {"columns", 1, 1, columns_value},
-        {"row_vector", 1, 2, make_row_vector},
-        {"column_vector", 1, 2, make_column_vector},
+        {"rows", 1, 1, [](const Arguments &A) { return integer_object(int64_t{table_rows(table_argument(A[0]))}); }},
+        {"columns", 1, 1,
+         [](const Arguments &A) { return integer_object(int64_t{table_columns(table_argument(A[0]))}); }},
+        {"row_vector", 1, 2, [](const Arguments &L) { return new_vector(MODLA_ROW_VECTOR, L); }},
+        {"column_vector", 1, 2, [](const Arguments &L) { return new_vector(MODLA_COLUMN_VECTOR, L); }},
         {"matrix", 1, 3, make_matrix},
         {"ReadMatrix", 1, 4, read_matrix},
         {"WriteMatrix", 2, 2, write_matrix},

@@ -33,7 +33,7 @@ TEST(Registration, TheLatestProcedureIsAskedWithTheParsedName) {
             Roots values;
             values.values = arguments;
             values.values.insert(values.values.begin(), immediate(marker));
-            return new_collection(type_list, new_sequence(values.values));
+            return new_collection(type_list, values.values);
         });
     };
     host = {};

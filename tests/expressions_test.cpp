@@ -448,7 +448,7 @@ TEST(Mod, RandomExpressionsHaveTheirResidues) {
             }
         }
         if (objects.values.empty()) continue;
-        set_name("expressions", new_collection(type_list, new_sequence(objects.values)));
+        set_name("expressions", new_collection(type_list, objects.values));
         const std::string datatype = words_only ? "integer[4]" : "float[8]";
         const std::string call = "Mod(" + p.get_str() + ", expressions, " + values + "], " + datatype + ")";
         if (!defined) {

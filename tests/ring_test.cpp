@@ -406,8 +406,7 @@ TEST(BigIntegers, HaveTheirResidues) {
             }
             EXPECT_EQ(modeval_f(&host_api(), p, 0, object, nullptr, nullptr, 0, 1.0000000000000002 / p), negative);
         }
-        made.values.push_back(new_sequence(made.values));
-        const Object list = new_collection(type_list, made.values.back());
+        const Object list = new_collection(type_list, made.values);
         for (const char *datatype : {"integer[4]", "float[8]"}) {
             if (p > 65535 && *datatype == 'i') continue;
             const Object result = call_entry_point(modLA_Mod, {immediate(p), list, eval(datatype)});

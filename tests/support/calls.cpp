@@ -718,8 +718,7 @@ struct Generator {
         Grid residues;
         std::optional<Block> source;
         const auto list = [&](const std::vector<Object> &elements) {
-            const Object sequence = held(new_sequence(elements));
-            return held(new_collection(maybe(80) ? type_list : type_set, sequence));
+            return held(new_collection(maybe(80) ? type_list : type_set, elements));
         };
         const int64_t x = kind != 0 && kind != 3 && maybe(80) ? below(random, std::min(c.p, 10)) : -1;
         bool undefined_entry = false;
