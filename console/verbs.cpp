@@ -16,6 +16,7 @@
 #include "console/print.h"
 #include "console/progress.h"
 #include "console/shards.h"
+#include "console/spy.h"
 #include "console/table.h"
 #include "console/verb_files.h"
 
@@ -35,16 +36,17 @@ struct Request {
     int32_t stored_as = MODLA_INTEGER;
 };
 
-// What a verb found: a text for a line of its own, or a Matrix; more for --json; a remark for standard error.
+// What a verb found: a text for a line of its own, a Matrix, or a picture; more for --json; a remark for standard error.
 struct Result {
     std::string text;
     MatrixText matrix = {};
     Json facts = Json::object();
     std::string remark = {};
+    std::vector<Pattern> picture = {};
     bool is_shard = false;  // written already
 };
 
-enum Need { prime, any_modulus, prime_or_integers, nothing };
+enum Need { prime, any_modulus, prime_or_integers, prime_or_nothing, nothing };
 
 struct Verb {
     const char *name, *summary, *more;  // the last with what is worth knowing, and an example
@@ -355,6 +357,27 @@ Result describe_file(const Request &request) {
     return result;
 }
 
+// The entries of the file; with a modulus, its residues and beside them what elimination makes of them.
+Result draw_pattern(const Request &request) {
+    Result result;
+    if (request.output.empty()) throw VerbError(2, "-o is missing: the picture goes to a file, as in -o picture.png");
+    if (request.p > 0) {
+        const Object A = read_matrix(request, 0, &result);
+        result.picture = {pattern_of(table_of(A)), pattern_of(table_of(call("Rref", {modulus_of(request), A})))};
+        return result;
+    }
+    const auto file = std::make_shared<const MatrixFile>(read_input(request.files[0]));
+    describe(*file, &result);
+    result.picture = {{file->rows, file->columns, [file](const auto &found) {
+                           for (const MatrixEntry &entry : file->entries) {
+                               if (entry.value != 0) found(entry.row - 1, entry.column - 1);
+                           }
+                           for (const auto &[place, fraction] : file->fractions)
+                               found(place.first - 1, place.second - 1);
+                       }}};
+    return result;
+}
+
 constexpr const char *packed_help =
     "The factors of a nonsingular Matrix, P*A = L*U, where P permutes rows, L has 1s on its diagonal, U is upper\n"
     "triangular.  The packed Matrix has U in its upper triangle and L below; --part gives L, U or P as a Matrix of\n"
@@ -408,6 +431,12 @@ const Verb verbs[] = {
     {"info", "what a file holds",
      "Kind, size, nonzero entries, density, smallest and largest entry, symmetry.\n\n    modla info A.mtx.gz", 1, 1,
      nothing, false, describe_file},
+    {"spy", "a picture of where entries are not 0",
+     "OUT is a PNG file, in which large Matrices are the darker the more entries they have in a place.  With -p, the\n"
+     "Matrix modulo P and beside it its reduced row echelon form.\n\n"
+     "    modla spy A.mtx -o A.png\n"
+     "    modla spy -p 7 A.mtx -o reduced.png",
+     1, 1, prime_or_nothing, false, draw_pattern},
     {"combine", "the result of shards", combine_help, 1, 1000000, nothing, true, combine_shards},
 };
 
@@ -421,7 +450,7 @@ mpz_class read_modulus(const Request &request) {
     const Need need = request.verb->modulus;
     mpz_class p;
     if (request.modulus.empty()) {
-        if (need == prime_or_integers || need == nothing) return 0;
+        if (need != prime && need != any_modulus) return 0;
         throw VerbError(2,
                         std::string("-p is missing: ") + request.verb->name + " works modulo a prime, as in -p 65521");
     }
@@ -489,7 +518,9 @@ void run(Request *request, void (*prepare)(const std::string &library)) {
     const bool has_matrix = result.matrix.rows > 0;
     if (has_matrix && !asks_for_format) format = format_of(request->format, request->output, usual);
     if (!request->json || !request->output.empty()) {
-        if (has_matrix) {
+        if (!result.picture.empty()) {
+            write_spy(result.picture, request->output);
+        } else if (has_matrix) {
             write_matrix(request->output, format, result.matrix);
         } else {
             write_text(request->output, result.text + "\n");
@@ -517,11 +548,12 @@ void add_options(CLI::App *app, Request *request) {
         ->type_name("")
         ->expected(static_cast<int>(verb.least_files), static_cast<int>(verb.most_files));
     if (verb.modulus != nothing) {
-        app->add_option("-p", request->modulus,
-                        verb.modulus == any_modulus ? "the modulus"
-                        : verb.modulus == prime_or_integers
-                            ? "the modulus, a prime of any size; without it, the integers"
-                            : "the modulus, a prime of any size")
+        app->add_option(
+               "-p", request->modulus,
+               verb.modulus == any_modulus         ? "the modulus"
+               : verb.modulus == prime_or_integers ? "the modulus, a prime of any size; without it, the integers"
+               : verb.modulus == prime_or_nothing  ? "the modulus, a prime of any size; without it, entries as they are"
+                                                   : "the modulus, a prime of any size")
             ->type_name("P");
         app->add_option("--datatype", request->datatype, "integer[4], float[8] or integer; by default as P allows")
             ->check(CLI::IsMember({"integer[4]", "float[8]", "integer"}))
