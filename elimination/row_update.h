@@ -28,8 +28,8 @@ struct DelayedReductions {
 
 // Reduces row i from column `from` on, if it holds unreduced sums.
 template <class Ring, class M>
-void normalise_row(const Ring &ring, const M &A, const DelayedReductions &delayed, int32_t i, int32_t from,
-                   int32_t columns) {
+[[gnu::always_inline]] inline void normalise_row(const Ring &ring, const M &A, const DelayedReductions &delayed,
+                                                 int32_t i, int32_t from, int32_t columns) {
     if (!delayed.any(i)) return;
     reduce_line(ring, A.row(i, from), columns - from);
     delayed.clear(i);
