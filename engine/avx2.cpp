@@ -50,6 +50,12 @@ struct Words {
         for (int32_t i = 0; i < 8 && i < count; i++) values[i] = e[i * step];
         return _mm256_load_si256(reinterpret_cast<const __m256i *>(values));
     }
+    static bool are_residues(const Entry *e, ptrdiff_t step, int32_t count, uint32_t p) {
+        const __m256i bound = _mm256_set1_epi32(static_cast<int>(p - 1));
+        __m256i largest = bound;
+        for (; count > 0; count -= 8, e += 8 * step) largest = _mm256_max_epu32(largest, load(e, step, count));
+        return _mm256_movemask_epi8(_mm256_cmpeq_epi32(largest, bound)) == -1;
+    }
     static void store(Entry *e, ptrdiff_t step, int32_t count, __m256i r) {
         if (unit) return _mm256_maskstore_epi32(reinterpret_cast<int *>(e), first(count), r);
         alignas(32) uint32_t values[8];
@@ -67,6 +73,23 @@ struct Doubles {
     using Entry = Double;
     using Unit = Doubles<true>;
 
+    // As with AVX-512.
+    static bool are_residues(const Entry *e, ptrdiff_t step, int32_t count, uint32_t p) {
+        const __m256d two52 = _mm256_set1_pd(4503599627370496.0), bound = _mm256_set1_pd(4503599627370496.0 + p);
+        __m256d other = _mm256_setzero_pd();
+        for (; count > 0; count -= 4, e += 4 * step) {
+            alignas(32) double values[4] = {};
+            for (int32_t i = 0; !(unit && count >= 4) && i < 4 && i < count; i++) values[i] = e[i * step].value;
+            const __m256d x =
+                unit && count >= 4 ? _mm256_loadu_pd(reinterpret_cast<const double *>(e)) : _mm256_load_pd(values);
+            const __m256d sum = _mm256_add_pd(x, two52);
+            const __m256d outside =
+                _mm256_or_pd(_mm256_cmp_pd(sum, two52, _CMP_LT_OQ), _mm256_cmp_pd(sum, bound, _CMP_GE_OQ));
+            other =
+                _mm256_or_pd(other, _mm256_or_pd(outside, _mm256_cmp_pd(_mm256_sub_pd(sum, two52), x, _CMP_NEQ_UQ)));
+        }
+        return !_mm256_movemask_pd(other);
+    }
     static __m256i load(const Entry *e, ptrdiff_t step, int32_t count) {
         if (unit && (count == 4 || count >= 8)) {
             const __m128i low = _mm256_cvtpd_epi32(_mm256_loadu_pd(reinterpret_cast<const double *>(e)));

@@ -56,6 +56,18 @@ struct Words {
         if (unit) return _mm512_maskz_loadu_epi32(some, e);
         return _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), some, offsets(step), e, 4);
     }
+    static bool are_residues(const Entry *e, ptrdiff_t step, int32_t count, uint32_t p) {
+        __m512i largest = _mm512_setzero_si512(), other = largest;
+        for (; count >= 32; count -= 32, e += 32 * step) {
+            largest = _mm512_max_epu32(largest, load(e, step, 0xffff));
+            other = _mm512_max_epu32(other, load(e + 16 * step, step, 0xffff));
+        }
+        for (; count > 0; count -= 16, e += 16 * step) {
+            largest = _mm512_max_epu32(largest, load(e, step, first(count)));
+        }
+        const __m512i bound = _mm512_set1_epi32(static_cast<int>(p));
+        return !_mm512_cmpge_epu32_mask(_mm512_max_epu32(largest, other), bound);
+    }
     static void store(Entry *e, ptrdiff_t step, __mmask16 some, __m512i r) {
         if (unit) return _mm512_mask_storeu_epi32(e, some, r);
         _mm512_mask_i32scatter_epi32(e, some, offsets(step), r, 4);
@@ -74,6 +86,25 @@ struct Doubles {
     static __m512d load8(const Entry *e, ptrdiff_t step, __mmask8 some) {
         if (unit) return _mm512_maskz_loadu_pd(some, e);
         return _mm512_mask_i32gather_pd(_mm512_setzero_pd(), some, _mm512_castsi512_si256(offsets(step)), e, 8);
+    }
+    // The bits of doubles from +0 on are in their order, those of all others come behind; x + 2^52 keeps integers only.
+    static __mmask8 residues_of(__mmask8 of, __m512d x, __m512i bound) {
+        const __m512d two52 = _mm512_set1_pd(4503599627370496.0);
+        const __mmask8 integers =
+            _mm512_mask_cmp_pd_mask(of, _mm512_sub_pd(_mm512_add_pd(x, two52), two52), x, _CMP_EQ_OQ);
+        return _mm512_mask_cmplt_epu64_mask(integers, _mm512_castpd_si512(x), bound);
+    }
+    static bool are_residues(const Entry *e, ptrdiff_t step, int32_t count, uint32_t p) {
+        const __m512i bound = _mm512_castpd_si512(_mm512_set1_pd(p));
+        __mmask8 residues = 0xff, others = 0xff;
+        for (; count >= 16; count -= 16, e += 16 * step) {
+            residues = residues_of(residues, load8(e, step, 0xff), bound);
+            others = residues_of(others, load8(e + 8 * step, step, 0xff), bound);
+        }
+        for (; count > 0; count -= 8, e += 8 * step) {
+            residues = residues_of(residues, load8(e, step, static_cast<__mmask8>(first(count))), bound);
+        }
+        return _kand_mask8(residues, others) == 0xff;
     }
     static __m256i load(const Entry *e, ptrdiff_t step, __mmask8 some) {
         return _mm512_cvtpd_epi32(load8(e, step, some));

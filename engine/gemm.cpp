@@ -114,6 +114,15 @@ bool may_pay(int32_t m, int32_t k, int32_t n) {
     return int64_t{m} * k * n > (sizeof(Entry) == sizeof(double) ? 100 : 64) && m != 1 && n != 1;
 }
 
+void reduce_words(uint32_t p, void *entries, int32_t count) {
+    for (uint32_t *x = static_cast<uint32_t *>(entries); count > 0; count--, x++) *x %= p;
+}
+
+void reduce_doubles(uint32_t p, void *entries, int32_t count) {
+    const FloatRing ring = float_ring(p);
+    for (StoredDouble *x = static_cast<StoredDouble *>(entries); count > 0; count--, x++) *x = ring.canonical(*x);
+}
+
 template <class Entry>
 GemmTask task_of(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
                  Operand<const Entry> B, Operand<Entry> C) {
@@ -131,16 +140,18 @@ GemmTask task_of(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Ope
                      B.steps.column,
                      C.data,
                      C.steps.row,
-                     C.steps.column};
+                     C.steps.column,
+                     nullptr};
     turn_to_rows(&task);
     return task;
 }
 
 template <class Entry>
 bool multiply(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const Entry> A,
-              Operand<const Entry> B, Operand<Entry> C) {
+              Operand<const Entry> B, Operand<Entry> C, bool any_entries) {
     if (!may_pay<Entry>(m, k, n)) return false;
-    const GemmTask task = task_of(p, update, m, k, n, A, B, C);
+    GemmTask task = task_of(p, update, m, k, n, A, B, C);
+    if (any_entries) task.reduce = task.doubles ? reduce_doubles : reduce_words;
     Route route;
     return choose(task, &route) && gemm_with(route, task);
 }
@@ -165,13 +176,13 @@ bool gemm_serves(uint32_t p, int32_t m, int32_t k, int32_t n, Operand<const Stor
 }
 
 bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const uint32_t> A,
-          Operand<const uint32_t> B, Operand<uint32_t> C) {
-    return multiply(p, update, m, k, n, A, B, C);
+          Operand<const uint32_t> B, Operand<uint32_t> C, bool any_entries) {
+    return multiply(p, update, m, k, n, A, B, C, any_entries);
 }
 
 bool gemm(uint32_t p, Update update, int32_t m, int32_t k, int32_t n, Operand<const StoredDouble> A,
-          Operand<const StoredDouble> B, Operand<StoredDouble> C) {
-    return multiply(p, update, m, k, n, A, B, C);
+          Operand<const StoredDouble> B, Operand<StoredDouble> C, bool any_entries) {
+    return multiply(p, update, m, k, n, A, B, C, any_entries);
 }
 
 }  // namespace modla

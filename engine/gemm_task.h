@@ -21,6 +21,9 @@ enum class Route {
 };
 constexpr int route_count = 8;
 
+// Makes residues of any entries, words or doubles.
+using ReduceEntries = void(uint32_t p, void *entries, int32_t count);
+
 struct GemmTask {
     uint32_t p;
     int update;  // an Update
@@ -32,6 +35,7 @@ struct GemmTask {
     ptrdiff_t b_row, b_column;
     void *C;
     ptrdiff_t c_row, c_column;
+    ReduceEntries *reduce;  // when A and B may hold other entries than residues; else null
 };
 
 // Can this processor multiply such entries by the route?

@@ -1,3 +1,4 @@
+#include "engine/gemm.h"
 #include "engine/rows.h"
 #include "host/arguments.h"
 #include "host/native.h"
@@ -157,6 +158,14 @@ bool multiply_natively(const HostApi *api, const Ring &ring, const MultiplyReque
         const bool apart = !overlap(request.A, C) && !overlap(request.B, C);
         // Looks at the entries itself, which pays early; it needs neither copies nor a workspace.
         if (apart && multiply_vector(ring, product, 64)) return true;
+        Workspace<Entry> workspace;
+        HostObject created = 0;
+        // The engine reduces what it packs, so that factors are read once.
+        if (apart && gemm_serves(modulus_of(ring.p), m, k, n, product.A, B, result)) {
+            const Outcome outcome = multiply(api, ring, product, workspace, &created, true);
+            if (outcome != Outcome::unread) return outcome == Outcome::made;
+            if (created) workspace = {static_cast<Entry *>(api->RtableData(created)), INT32_MAX};
+        }
         // Both looks in one change of the floating-point mode, which counts for small products.
         const bool usable = apart && with_standard_mode([&] {
                                 return holds_residues(ring, {m, k}, product.A) && holds_residues(ring, {k, n}, B);
@@ -166,8 +175,7 @@ bool multiply_natively(const HostApi *api, const Ring &ring, const MultiplyReque
             if (!product.A.data) return false;
             product.B = usable_factor(api, ring, request.B, C, &held_b);
         }
-        HostObject workspace;
-        done = product.B.data && multiply(api, ring, product, {}, &workspace);
+        done = product.B.data && multiply(api, ring, product, workspace, &created) == Outcome::made;
     }
     if (held_b) api->Free(held_b);
     if (held_a) api->Free(held_a);
