@@ -540,4 +540,18 @@ Object expand(Object x) {
     return Expansion()(x);
 }
 
+void visit_terms(Object x, const TermVisitor &visit) {
+    const Object expanded = expand(x);
+    const HoldCollection hold;
+    Object number;
+    Pairs terms;
+    split_sum(expanded, &number, &terms);
+    visit(number, {});
+    for (size_t i = 0; i < terms.size(); i += 2) {
+        Pairs factors;
+        split_product(terms[i], &number, &factors);
+        visit(multiply(number, terms[i + 1]), factors);
+    }
+}
+
 }  // namespace modla::console

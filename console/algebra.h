@@ -57,4 +57,9 @@ bool contains_name(Object x, Object name);
 // Products and powers of sums multiplied out.
 Object expand(Object x);
 
+// The terms of the expression multiplied out, each a number times factors, without values being collected meanwhile; its
+// number, 0 if it has none, comes first.
+using TermVisitor = std::function<void(Object number, const Pairs &factors)>;
+void visit_terms(Object x, const TermVisitor &visit);
+
 }  // namespace modla::console

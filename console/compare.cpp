@@ -1,7 +1,8 @@
 #include "console/compare.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <set>
+#include <utility>
 
 #include "console/algebra.h"
 #include "console/number.h"
@@ -13,11 +14,7 @@ namespace modla::console {
 namespace {
 
 // Values may share parts, so that a pair of them can meet very often: pairs that were found equal are remembered.
-using Known = std::unordered_set<uint64_t>;
-
-uint64_t pair_of(Object a, Object b) {
-    return uint64_t{a} << 32 | b;
-}
+using Known = std::set<std::pair<Object, Object>>;
 
 bool same(Object a, Object b, Known &known);
 
@@ -49,11 +46,11 @@ bool same(Object a, Object b, Known &known) {
             break;
     }
     if (length_of(a) != length_of(b) || (is_collection(a) && size_of(a) != size_of(b))) return false;
-    if (known.count(pair_of(a, b))) return true;
+    if (known.contains({a, b})) return true;
     for (uint32_t i = 1; i < length_of(a); i++) {
         if (!same(words(a)[i], words(b)[i], known)) return false;
     }
-    if (!is_unique(a)) known.insert(pair_of(a, b));
+    if (!is_unique(a)) known.insert({a, b});
     return true;
 }
 
@@ -65,12 +62,12 @@ int compare(Object a, Object b, Known &known) {
     if (rank(a) != rank(b)) return rank(a) - rank(b);
     if (rank(a) == 1) return compare_expressions(unique_value(a), unique_value(b));
     if (rank(a) == 3) return to_line(a).compare(to_line(b));
-    if (known.count(pair_of(a, b))) return 0;
+    if (known.contains({a, b})) return 0;
     for (uint32_t i = 0; i < std::min(size_of(a), size_of(b)); i++) {
         if (const int order = compare(element(a, i), element(b, i), known)) return order;
     }
     if (size_of(a) != size_of(b)) return size_of(a) < size_of(b) ? -1 : 1;
-    known.insert(pair_of(a, b));
+    known.insert({a, b});
     return 0;
 }
 

@@ -13,63 +13,39 @@ namespace modla::console {
 namespace {
 
 // The factors of a product, or base and exponent of a power.
-void list_factors(Object x, Roots &parts) {
-    Object number;
-    Roots factors;
+Object list_factors(Object x) {
     const HoldCollection hold;
-    split_product(x, &number, &factors.values);
-    if (number == immediate(1) && factors.values.size() == 2) {
-        parts.values = factors.values;
-        return;
-    }
-    if (number != immediate(1)) parts.values.push_back(number);
-    for (size_t i = 0; i < factors.values.size(); i += 2) {
-        parts.values.push_back(to_power(factors.values[i], factors.values[i + 1]));
-    }
+    Object number;
+    Pairs factors;
+    split_product(x, &number, &factors);
+    if (number == immediate(1) && factors.size() == 2) return new_sequence(factors);
+    std::vector<Object> parts;
+    if (number != immediate(1)) parts.push_back(number);
+    for (size_t i = 0; i < factors.size(); i += 2) parts.push_back(to_power(factors[i], factors[i + 1]));
+    return new_sequence(parts);
 }
 
-void list_operands(Object x, Roots &parts) {
-    if (is_immediate(x)) throw HostError(to_line(x) + " has no operands");
-    switch (type_of(x)) {
-        case type_list:
-        case type_set:
-            parts.values = elements_of(x);
-            break;
-        case type_sum:
-            if (length_of(x) == 3) return list_factors(x, parts);
-            for (uint32_t i = 1; i < length_of(x); i += 2) {
-                parts.values.push_back(times(words(x)[i], words(x)[i + 1]));
-            }
-            break;
-        case type_product:
-        case type_power:
-            return list_factors(x, parts);
-        case type_complex:
-            parts.values = {real_part(x), imaginary_part(x)};
-            break;
-        case type_rational:
-        case type_equation:
-        case type_range:
-            parts.values = {words(x)[1], words(x)[2]};
-            break;
-        default:
-            throw HostError(to_line(x) + " has no operands");
-    }
+Object list_terms(Object x) {
+    const HoldCollection hold;
+    std::vector<Object> parts;
+    for (uint32_t i = 1; i < length_of(x); i += 2) parts.push_back(times(words(x)[i], words(x)[i + 1]));
+    return new_sequence(parts);
 }
 
 Object operands(const Arguments &arguments) {
-    if (is_collection(arguments[0])) return sequence_of(arguments[0]);
-    Roots parts;
-    list_operands(arguments[0], parts);
-    return new_sequence(parts.values);
+    const Object x = arguments[0];
+    if (is_collection(x)) return sequence_of(x);
+    if (has_type(x, type_sum) && length_of(x) > 3) return list_terms(x);
+    if (is_expression(x)) return list_factors(x);
+    if (is_complex(x)) return new_sequence({real_part(x), imaginary_part(x)});
+    const bool pair = has_type(x, type_rational) || has_type(x, type_equation) || has_type(x, type_range);
+    if (!pair) throw HostError(to_line(x) + " has no operands");
+    return new_sequence({words(x)[1], words(x)[2]});
 }
 
 Object size_value(const Arguments &arguments) {
     if (has_type(arguments[0], type_string)) return integer_object(int64_t{words(arguments[0])[1]});
-    if (is_collection(arguments[0])) return integer_object(int64_t{size_of(arguments[0])});
-    Roots parts;
-    list_operands(arguments[0], parts);
-    return integer_object(static_cast<int64_t>(parts.values.size()));
+    return integer_object(int64_t{size_of(operands(arguments))});
 }
 
 Object make_modp1(const Arguments &arguments) {
@@ -83,58 +59,42 @@ Object make_modp2(const Arguments &arguments) {
     return modp2_object(arguments[0], arguments[1], arguments.size() > 2 ? arguments[2] : 0);
 }
 
-Object expand_value(const Arguments &arguments) {
-    if (!is_operand(arguments[0])) throw HostError("cannot compute with " + to_line(arguments[0]));
-    return expand(arguments[0]);
+Object operand_argument(Object x) {
+    if (!is_operand(x)) throw HostError("cannot compute with " + to_line(x));
+    return x;
 }
 
 // The highest exponent of x, at least 0.
 Object degree_value(const Arguments &arguments) {
-    Roots expanded;
-    expanded.values.push_back(expand_value(arguments));
-    const HoldCollection hold;
-    Object number, result = immediate(0);
-    Pairs terms;
-    split_sum(expanded.values[0], &number, &terms);
-    for (size_t i = 0; i < terms.size(); i += 2) {
-        Pairs factors;
-        split_product(terms[i], &number, &factors);
+    Object result = immediate(0);
+    visit_terms(operand_argument(arguments[0]), [&](Object, const Pairs &factors) {
         for (size_t k = 0; k < factors.size(); k += 2) {
             const bool higher = factors[k] == arguments[1] && compare_numbers(factors[k + 1], result) > 0;
             if (higher) result = factors[k + 1];
         }
-    }
+    });
     return result;
 }
 
 // coefficient(e, x, n): what the terms of e with x^n have besides it.
 Object coefficient_value(const Arguments &arguments) {
-    Roots expanded;
-    expanded.values.push_back(expand_value(arguments));
-    const Object variable = arguments[1], exponent = arguments[2];
+    const Object expression = operand_argument(arguments[0]), variable = arguments[1], exponent = arguments[2];
     if (!has_type(variable, type_name) && !has_type(variable, type_indexed)) {
         throw HostError(to_line(variable) + " is no variable");
     }
     if (!is_integer(exponent)) throw HostError("the exponent must be an integer, not " + to_line(exponent));
-    const HoldCollection hold;
-    Object constant;
-    Pairs terms;
-    split_sum(expanded.values[0], &constant, &terms);
-    terms.insert(terms.end(), {immediate(1), constant});
     Object result = immediate(0);
-    for (size_t i = 0; i < terms.size(); i += 2) {
-        Object number, found = immediate(0);
-        Pairs factors, rest;
-        split_product(terms[i], &number, &factors);
+    visit_terms(expression, [&](Object number, const Pairs &factors) {
+        Object found = immediate(0);
+        Pairs rest;
         for (size_t k = 0; k < factors.size(); k += 2) {
             if (factors[k] == variable)
                 found = factors[k + 1];
             else
                 rest.insert(rest.end(), {factors[k], factors[k + 1]});
         }
-        if (!is_scalar(found) || !same_value(found, exponent)) continue;
-        result = plus(result, times(terms[i + 1], build_product(number, rest)));
-    }
+        if (is_scalar(found) && same_value(found, exponent)) result = plus(result, build_product(number, rest));
+    });
     return result;
 }
 
@@ -164,7 +124,7 @@ std::vector<Function> expression_functions() {
         {"size", 1, 1, size_value},
         {"op", 1, 1, operands},
         {"eval", 1, 2, eval_value},
-        {"expand", 1, 1, expand_value},
+        {"expand", 1, 1, [](const Arguments &arguments) { return expand(operand_argument(arguments[0])); }},
         {"coefficient", 3, 3, coefficient_value},
         {"degree", 2, 2, degree_value},
         {"modp1", 2, 3, make_modp1},

@@ -24,18 +24,18 @@ struct Term {
     Object coefficient;  // as it is stored
 };
 
+bool is_plain(Object modulus) {
+    return immediate_value(modulus) <= largest_plain_modulus;
+}
+
 Object stored(Object residue, Object modulus) {
-    const bool plain = immediate_value(modulus) <= largest_plain_modulus;
-    return plain ? static_cast<Object>(immediate_value(residue)) : residue;
+    return is_plain(modulus) ? static_cast<Object>(immediate_value(residue)) : residue;
 }
 
 // An expression multiplied out, as a polynomial in one or two variables.
 std::vector<Term> read_terms(Object expression, Object modulus, const std::vector<Object> &variables) {
-    Roots expanded;
-    expanded.values.push_back(expand(expression));
-    const HoldCollection hold;
     std::vector<Term> result;
-    const auto add = [&](Object number, const Pairs &factors) {
+    visit_terms(expression, [&](Object number, const Pairs &factors) {
         const auto refuse = [&](Object part) {
             throw HostError("expected a polynomial in " + to_line(variables[0]) +
                             (variables.size() > 1 ? " and " + to_line(variables[1]) : "") +
@@ -53,18 +53,30 @@ std::vector<Term> read_terms(Object expression, Object modulus, const std::vecto
             term.exponents[found - variables.begin()] = static_cast<uint32_t>(immediate_value(exponent));
         }
         if (term.coefficient != stored(immediate(0), modulus)) result.push_back(term);
-    };
-    Object constant;
-    Pairs terms;
-    split_sum(expanded.values[0], &constant, &terms);
-    add(constant, {});
-    for (size_t i = 0; i < terms.size(); i += 2) {
-        Object number;
-        Pairs factors;
-        split_product(terms[i], &number, &factors);
-        add(multiply(number, terms[i + 1]), factors);
-    }
+    });
     return result;
+}
+
+// The object of a polynomial in one or two variables.
+Object polynomial_object(Object expression, Object modulus, const std::vector<Object> &variables) {
+    const std::vector<Term> terms = read_terms(expression, modulus, variables);
+    uint32_t rows = 1, width = 1;
+    for (const Term &term : terms) {
+        rows = std::max(rows, term.exponents[0] + 1);
+        width = std::max(width, term.exponents[1] + 1);
+    }
+    if (uint64_t{rows} * width > uint64_t{most_coefficients}) throw HostError("polynomial too large");
+    const HoldCollection hold;
+    const bool two = variables.size() == 2;
+    const size_t first = two ? 3 : 2;
+    std::vector<Object> parts(first + size_t{rows} * width, stored(immediate(0), modulus));
+    parts[0] = two ? unique_object(type_sequence, variables) : variables[0];
+    parts[1] = modulus;
+    if (two) parts[2] = immediate(static_cast<int32_t>(width));
+    for (const Term &term : terms) {
+        parts[first + size_t{term.exponents[0]} * width + term.exponents[1]] = term.coefficient;
+    }
+    return unique_object(type_polynomial, parts);
 }
 
 void collect_variables(Object e, std::unordered_set<Object> &seen, std::vector<Object> &variables) {
@@ -103,14 +115,7 @@ Object modp1_object(Object expression, Object modulus, Object variable) {
         variable = variables[0];
     }
     if (!is_variable(variable) || !is_operand(variable)) throw HostError(to_line(variable) + " is no variable");
-    const std::vector<Term> terms = read_terms(expression, modulus, {variable});
-    uint32_t degree = 0;
-    for (const Term &term : terms) degree = std::max(degree, term.exponents[0]);
-    std::vector<Object> parts(3 + degree, stored(immediate(0), modulus));
-    parts[0] = variable;
-    parts[1] = modulus;
-    for (const Term &term : terms) parts[2 + term.exponents[0]] = term.coefficient;
-    return unique_object(type_polynomial, parts);
+    return polynomial_object(expression, modulus, {variable});
 }
 
 Object modp2_object(Object expression, Object modulus, Object variables) {
@@ -121,22 +126,7 @@ Object modp2_object(Object expression, Object modulus, Object variables) {
         throw HostError("expected a polynomial in two variables, got " + to_line(expression) +
                         (variables ? " and " + to_line(variables) : ""));
     }
-    const HoldCollection hold;
-    const std::vector<Term> terms = read_terms(expression, modulus, both);
-    uint32_t rows = 1, width = 1;
-    for (const Term &term : terms) {
-        rows = std::max(rows, term.exponents[0] + 1);
-        width = std::max(width, term.exponents[1] + 1);
-    }
-    if (uint64_t{rows} * width > uint64_t{most_coefficients}) throw HostError("polynomial too large");
-    std::vector<Object> parts(3 + size_t{rows} * width, stored(immediate(0), modulus));
-    parts[0] = unique_object(type_sequence, both);
-    parts[1] = modulus;
-    parts[2] = immediate(static_cast<int32_t>(width));
-    for (const Term &term : terms) {
-        parts[3 + size_t{term.exponents[0]} * width + term.exponents[1]] = term.coefficient;
-    }
-    return unique_object(type_polynomial, parts);
+    return polynomial_object(expression, modulus, both);
 }
 
 bool is_bivariate(Object x) {
@@ -149,16 +139,23 @@ Object polynomial_modulus(Object x) {
     return words(x)[2];
 }
 
-uint32_t polynomial_size(Object x) {
-    return length_of(x) - (is_bivariate(x) ? 4 : 3);
-}
-
-PolynomialTerm polynomial_term(Object x, uint32_t k) {
-    const int32_t at = static_cast<int32_t>(k), width = is_bivariate(x) ? immediate_value(words(x)[3]) : 1;
-    const Object stored_one = words(x)[length_of(x) - polynomial_size(x) + k];
-    const bool plain = immediate_value(polynomial_modulus(x)) <= largest_plain_modulus;
-    return {{immediate(at / width), immediate(at % width)},
-            plain ? immediate(static_cast<int32_t>(stored_one)) : stored_one};
+void visit_polynomial(Object x, const TermVisitor &visit) {
+    const Object variables = polynomial_variable(x), modulus = polynomial_modulus(x);
+    const bool two = is_bivariate(x);
+    const int32_t width = two ? immediate_value(words(x)[3]) : 1;
+    const uint32_t first = two ? 4 : 3;
+    for (uint32_t k = length_of(x); k-- > first;) {
+        const Object coefficient = words(x)[k];
+        if (coefficient == stored(immediate(0), modulus)) continue;
+        const int32_t at = static_cast<int32_t>(k - first), exponents[] = {at / width, at % width};
+        Pairs factors;
+        for (uint32_t i = 0; i < 2; i++) {
+            if (exponents[i] == 0) continue;
+            factors.push_back(two ? element(variables, i) : variables);
+            factors.push_back(immediate(exponents[i]));
+        }
+        visit(is_plain(modulus) ? immediate(static_cast<int32_t>(coefficient)) : coefficient, factors);
+    }
 }
 
 }  // namespace modla::console

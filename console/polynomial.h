@@ -6,7 +6,7 @@
 // 4 + i*n + j.
 #pragma once
 
-#include "console/heap.h"
+#include "console/algebra.h"
 
 namespace modla::console {
 
@@ -19,11 +19,7 @@ bool is_bivariate(Object x);
 Object polynomial_variable(Object x);  // word 1
 Object polynomial_modulus(Object x);
 
-// Coefficient k, from the lowest, with the exponents of both variables: immediate integers.
-struct PolynomialTerm {
-    Object exponents[2], coefficient;
-};
-uint32_t polynomial_size(Object x);
-PolynomialTerm polynomial_term(Object x, uint32_t k);
+// The terms other than 0, the highest first.
+void visit_polynomial(Object x, const TermVisitor &visit);
 
 }  // namespace modla::console

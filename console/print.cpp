@@ -40,14 +40,14 @@ std::string number_text(Object x) {
 }
 
 // Writes values so that reading the text gives them again, as far as the language can write them.
-class Writer {
-  public:
-    std::string text;
-    bool abridged = false;  // values that are too long are cut short, else they are an error
+struct Writer {
+    bool abridged;  // values that are too long are cut short, else they are an error
+    std::string text = {};
+    size_t parts = 0;
 
     void write(Object x, int depth, Level needed = level_equation) {
-        if (++parts_ > most_parts && !abridged) throw HostError("too long to print");
-        if (depth > deepest || parts_ > most_parts) {
+        if (++parts > most_parts && !abridged) throw HostError("too long to print");
+        if (depth > deepest || parts > most_parts) {
             text += "...";
             return;
         }
@@ -57,15 +57,6 @@ class Writer {
         if (enclosed) text += ")";
     }
 
-    void write_elements(Object sequence, int depth) {
-        for (uint32_t i = 0; i < size_of(sequence); i++) {
-            if (i) text += ", ";
-            write(element(sequence, i), depth);
-            if (parts_ > most_parts) break;
-        }
-    }
-
-  private:
     static Level level_of(Object x) {
         if (is_number(x)) {
             if (is_negative(x)) return level_sign;
@@ -86,22 +77,15 @@ class Writer {
 
     void write_open(Object x, int depth) {
         const uint32_t type = is_number(x) ? type_float : type_of(x);
-        const auto enclosed = [&](const char *opening, const char *closing) {
-            text += opening;
-            write_elements(has_type(x, type_indexed) ? words(x)[2] : x, depth + 1);
-            text += closing;
-        };
         if (is_number(x)) {
             text += number_text(x);
-        } else if (x == complex_unit()) {
-            text += "I";
         } else if (type == type_string) {
             write_string(text_of(x));
         } else if (type == type_name) {
             text += text_of(x);
         } else if (type == type_indexed) {
             write(words(x)[1], depth + 1);
-            enclosed("[", "]");
+            write_elements("[", words(x)[2], "]", depth);
         } else if (type == type_equation || type == type_range) {
             const bool range = type == type_range;
             const Level level = range ? level_sum : level_range;
@@ -109,11 +93,11 @@ class Writer {
             text += range ? ".." : " = ";
             write(words(x)[2], depth + 1, level);
         } else if (type == type_sequence) {
-            enclosed("", "");
+            write_elements("", x, "", depth);
         } else if (type == type_list) {
-            enclosed("[", "]");
+            write_elements("[", x, "]", depth);
         } else if (type == type_set) {
-            enclosed("{", "}");
+            write_elements("{", x, "}", depth);
         } else if (type == type_procedure) {
             text += "<procedure>";
         } else if (type == type_table) {
@@ -125,13 +109,25 @@ class Writer {
         } else if (type == type_polynomial) {
             const bool two = is_bivariate(x);
             text += two ? "modp2(" : "modp1(";
-            write_coefficients(x, depth);
-            text += ", " + number_text(polynomial_modulus(x)) + (two ? ", [" : ", ");
+            bool first = true;
+            visit_polynomial(x, [&](Object coefficient, const Pairs &factors) {
+                write_factors(coefficient, factors, depth, std::exchange(first, false));
+            });
+            text += (first ? "0, " : ", ") + number_text(polynomial_modulus(x)) + (two ? ", [" : ", ");
             write(polynomial_variable(x), depth + 1);
             text += two ? "])" : ")";
         } else {
             text += "<object of type " + std::to_string(type) + ">";
         }
+    }
+
+    void write_elements(const char *opening, Object collection, const char *closing, int depth) {
+        text += opening;
+        for (uint32_t i = 0; i < size_of(collection) && parts <= most_parts; i++) {
+            if (i) text += ", ";
+            write(element(collection, i), depth + 1);
+        }
+        text += closing;
     }
 
     void write_string(const std::string &contents) {
@@ -146,53 +142,24 @@ class Writer {
     void write_sum(Object x, int depth) {
         if (has_type(x, type_complex)) {
             const bool real = real_part(x) != immediate(0);
-            if (real) write_term(real_part(x), immediate(1), depth, true);
-            write_term(complex_unit(), imaginary_part(x), depth, !real);
-            return;
+            if (real) write_factors(real_part(x), {}, depth, true);
+            return write_factors(complex_object(immediate(0), imaginary_part(x)), {}, depth, !real);
         }
-        for (uint32_t i = 1; i < length_of(x); i += 2) {
+        for (uint32_t i = 1; i < length_of(x) && parts <= most_parts; i += 2) {
             write_term(words(x)[i], words(x)[i + 1], depth, i == 1);
-            if (parts_ > most_parts) break;
         }
     }
 
     // A signed term of a sum: number * factor * ... / factor ...
     void write_term(Object x, Object coefficient, int depth, bool first) {
-        Object number = coefficient;
+        const HoldCollection hold;
+        Object number;
         Pairs factors;
-        if (x == complex_unit()) {
-            factors = {x, immediate(1)};
-        } else {
-            const HoldCollection hold;
-            split_product(x, &number, &factors);
-            number = multiply(number, coefficient);
-        }
-        write_factors(number, factors, depth, first);
-    }
-
-    void write_coefficients(Object x, int depth) {
-        const Object variables = polynomial_variable(x);
-        bool first = true;
-        for (uint32_t k = polynomial_size(x); k-- > 0;) {
-            const PolynomialTerm term = polynomial_term(x, k);
-            if (term.coefficient == immediate(0)) continue;
-            Pairs factors;
-            for (uint32_t i = 0; i < 2; i++) {
-                if (term.exponents[i] == immediate(0)) continue;
-                factors.push_back(is_bivariate(x) ? element(variables, i) : variables);
-                factors.push_back(term.exponents[i]);
-            }
-            write_factors(term.coefficient, factors, depth, std::exchange(first, false));
-        }
-        if (first) text += "0";
+        split_product(x, &number, &factors);
+        write_factors(multiply(number, coefficient), factors, depth, first);
     }
 
     void write_factors(Object number, const Pairs &factors, int depth, bool first) {
-        if (is_complex(number) && length_of(number) == 3 && factors.empty()) {
-            text += first ? "" : " + ";
-            write(number, depth + 1, level_product);
-            return;
-        }
         // A purely imaginary number is written as one factor more.
         const bool imaginary = is_complex(number) && length_of(number) == 2;
         Object real = imaginary ? imaginary_part(number) : number;
@@ -262,13 +229,10 @@ class Writer {
         text += "^";
         write(exponent, depth + 1, level_primary);
     }
-
-    size_t parts_ = 0;
 };
 
 std::string text_at(Object x, int depth, bool abridged = false) {
-    Writer writer;
-    writer.abridged = abridged;
+    Writer writer{abridged};
     writer.write(x, depth);
     return std::move(writer.text);
 }
