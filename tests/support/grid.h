@@ -40,22 +40,19 @@ inline int64_t inverse(int64_t a, int64_t p) {
     return g == 1 ? mod(x, p) : 0;
 }
 
-inline bool is_prime(int64_t p) {
-    for (int64_t d = 2; d * d <= p; d++) {
-        if (p % d == 0) return false;
-    }
-    return p > 1;
-}
-
 inline Grid make_grid(size_t rows, size_t columns, int64_t value = 0) {
     return Grid(rows, Row(columns, value));
 }
 
+// Of residues mod p < 2^25: 4096 products are added before a sum is reduced.
 inline Grid product(const Grid &A, const Grid &B, size_t columns, int64_t p) {
     Grid C = make_grid(A.size(), columns);
     for (size_t i = 0; i < A.size(); i++) {
         for (size_t k = 0; k < B.size(); k++) {
-            for (size_t j = 0; j < columns; j++) C[i][j] = (C[i][j] + A[i][k] * B[k][j]) % p;
+            for (size_t j = 0; j < columns; j++) C[i][j] += A[i][k] * B[k][j];
+            if (k % 4096 == 4095 || k + 1 == B.size()) {
+                for (int64_t &x : C[i]) x %= p;
+            }
         }
     }
     return C;
@@ -173,7 +170,8 @@ inline Grid random_grid(Random &random, size_t rows, size_t columns, int64_t p) 
     }
     if (kind == 7) A = largest_products(rows, columns, p);
     for (size_t j = 0; j < columns; j++) {
-        if (chance(random, 8)) change_entries([&](int64_t x, size_t, size_t k) { return k == j ? 0 : x; });
+        const int64_t f = chance(random, 50) ? 0 : pick(random, factors);
+        if (chance(random, 8)) change_entries([&](int64_t x, size_t, size_t k) { return k == j ? f * x : x; });
     }
     for (Row &row : A) {
         if (chance(random, 8)) row.assign(columns, 0);
