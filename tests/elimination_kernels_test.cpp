@@ -1,12 +1,63 @@
 // Row reduction, LU, substitution, row gcd and zigzag kernels: entry by entry against the plain models, and against FLINT.
 #include <gtest/gtest.h>
 
+#include "elimination/lu_factor.h"
+#include "elimination/row_reduction.h"
+#include "elimination/triangular_solve.h"
 #include "modla.h"
+#include "residue/fp_mode.h"
 #include "tests/support/models.h"
 
 using namespace modla_test;
 
 namespace {
+
+// ---- The kernels by blocks of any size; the exported ones take blocks for large matrices only ----
+
+const modla::BlockSizes all_sizes[] = {{1, 1, 1, 1, 1},   {1, 1, 2, 2, 3}, {1, 2, 2, 3, 9}, {1, 3, 3, 2, 10},
+                                       {1, 3, 12, 4, 12}, {1, 7, 7, 7, 7}, {1, 2, 7, 7, 7}, {1}};
+modla::BlockSizes block_sizes;
+
+template <bool c_order, class W>
+auto matrix(W *data, int32_t ld) {
+    return modla::Matrix<std::remove_pointer_t<decltype(modla::entries(data))>, c_order>{modla::entries(data), ld};
+}
+
+template <bool c_order, class W>
+uint32_t reduce_by_blocks(MODLA_REDUCE_ARGUMENTS(W), int32_t *pending, int32_t maxpending) {
+    const modla::RowReductionTask task = {nrows, ncols,   nred, rank,         pivsig,
+                                          extra, pivcols, mode, detonly != 0, {pending, maxpending}};
+    return modla::with_standard_mode([&] {
+        return modla::row_reduce(modla::RowReduction{task, modla::kernel_ring(p, pinv), matrix<c_order>(A, ld),
+                                                     modla::entries(det), modla::entries(pivprod)},
+                                 block_sizes);
+    });
+}
+
+template <bool c_order, class W>
+uint32_t factor_by_blocks(MODLA_LU_ARGUMENTS(W)) {
+    return modla::with_standard_mode([&] {
+        return modla::lu_factor(modla::LUFactorization{modla::kernel_ring(p, pinv),
+                                                       matrix<c_order>(A, ld),
+                                                       n,
+                                                       perm,
+                                                       modla::entries(det),
+                                                       {pending, maxpending}},
+                                block_sizes);
+    });
+}
+
+template <bool c_order, class W>
+uint32_t solve_by_blocks(MODLA_BACKSUB_ARGUMENTS(W), bool forward, bool unit) {
+    const auto solve = [&](auto X, int32_t columns) {
+        return modla::with_standard_mode([&] {
+            return modla::triangular_solve(modla::TriangularSolve{modla::kernel_ring(p, pinv), matrix<c_order>(T, ldT),
+                                                                  n, X, columns, forward, unit, maxpending},
+                                           block_sizes);
+        });
+    };
+    return nrhs == 0 ? solve(matrix<true>(B, ldB), 1) : solve(matrix<c_order>(B, ldB), nrhs);
+}
 
 // ---- Row reduction ----
 
@@ -21,9 +72,13 @@ struct ReduceKernel {
 const ReduceKernel<uint32_t> word_kernels[] = {{"C_iw", true, modLA_reduce_C_iw, nullptr},
                                                {"F_iw", false, modLA_reduce_F_iw, nullptr},
                                                {"C_iw_nop", true, nullptr, modLA_reduce_C_iw_nop},
-                                               {"F_iw_nop", false, nullptr, modLA_reduce_F_iw_nop}};
+                                               {"F_iw_nop", false, nullptr, modLA_reduce_F_iw_nop},
+                                               {"C_iw by blocks", true, nullptr, reduce_by_blocks<true, uint32_t>},
+                                               {"F_iw by blocks", false, nullptr, reduce_by_blocks<false, uint32_t>}};
 const ReduceKernel<double> float_kernels[] = {{"C_f_nop", true, nullptr, modLA_reduce_C_f_nop},
-                                              {"F_f_nop", false, nullptr, modLA_reduce_F_f_nop}};
+                                              {"F_f_nop", false, nullptr, modLA_reduce_F_f_nop},
+                                              {"C_f by blocks", true, nullptr, reduce_by_blocks<true, double>},
+                                              {"F_f by blocks", false, nullptr, reduce_by_blocks<false, double>}};
 
 template <class Visit>
 void for_each_reduce_kernel(int32_t p, const Visit &visit) {
@@ -76,9 +131,10 @@ Reduced run(const ReduceKernel<W> &kernel, const Reduction &q, const Grid &input
 }
 
 template <class W>
-void compare_with_model(const ReduceKernel<W> &kernel, const Reduction &q, const Grid &input, const Setting<W> &setting,
-                        Ways *ways) {
-    const Reduced expected = reduce_model(q, input, ways), answer = run(kernel, q, input, setting);
+void expect_reduced(const ReduceKernel<W> &kernel, const Reduction &q, const Grid &input, const Setting<W> &setting,
+                    Reduced expected) {
+    if (expected.status == 3) expected.A = blank_reduced(q, input).A;
+    const Reduced answer = run(kernel, q, input, setting);
     EXPECT_TRUE(answer == expected) << kernel.name << ", " << describe(q) << ", " << setting.text() << ", of"
                                     << text_of(input) << "gives " << describe(answer) << "instead of "
                                     << describe(expected);
@@ -100,41 +156,37 @@ Reduction random_reduction(Random &random, int32_t least, int32_t most) {
 }
 
 // Every kernel, in random settings, on one random case per seed.
-void compare_random_reductions(uint32_t first_seed, uint32_t cases, int32_t least, int32_t most, Ways *ways) {
+void compare_random_reductions(uint32_t first_seed, uint32_t cases, int32_t least, int32_t most) {
     for (uint32_t seed = first_seed; seed < first_seed + cases && !testing::Test::HasFailure(); seed++) {
         SCOPED_TRACE(seed);
         Random random(seed);
         const Reduction q = random_reduction(random, least, most);
+        block_sizes = pick(random, all_sizes);
         const Grid A = random_grid(random, static_cast<size_t>(q.nrows), static_cast<size_t>(q.ncols), q.p);
+        const Reduced expected = reduce_model(q, A);
         for_each_reduce_kernel(q.p, [&]<class W>(const ReduceKernel<W> &kernel) {
             const Setting<W> setting(random, kernel.c_order, q.p);
-            compare_with_model(kernel, q, unreduced(random, A, q.p, sum_limit<W>), setting, ways);
+            expect_reduced(kernel, q, unreduced(random, A, q.p, sum_limit<W>), setting, expected);
         });
     }
 }
 
 TEST(Reduce, FollowsTheModel) {
-    Ways ways;
-    compare_random_reductions(1, 40000 / slowness, 0, 12, &ways);
-    for (const int count : ways.statuses) EXPECT_GT(count, 200 / slowness);
-    for (const int count : {ways.descents, ways.ties, ways.kept_with_exchange, ways.reduced_above_kept, ways.exchanges,
-                            ways.zero_det_exits[0], ways.zero_det_exits[1], ways.rows_moved_up, ways.nullspace_rows,
-                            ways.nullspace_rows_below}) {
-        EXPECT_GT(count, 100 / slowness);
-    }
-    compare_random_reductions(500000, 60 / slowness, 60, 130, &ways);
+    compare_random_reductions(1, 40000 / slowness, 0, 12);
+    compare_random_reductions(400000, 1500 / slowness, 12, 40);
+    compare_random_reductions(500000, 60 / slowness, 60, 130);
 }
 
 TEST(Reduce, HoldsSumsUpToTheLimit) {
-    Ways ways;
     for (const int32_t p : {2, 3, 107, 32749, 46337, 46339, 65521, 65535, 1048573, 16777213, 33554393, 33554431}) {
         for (const size_t n : {10, 40, 90}) {
             for (const Grid &A : {largest_products(n, n + 5, p), make_grid(n, n + 5, p - 1)}) {
                 for (const int32_t mode : {0, 1}) {
                     const int32_t size = static_cast<int32_t>(n);
                     const Reduction q = {p, size, size + 5, size + 5, mode, false, true, true, true, true};
+                    const Reduced expected = reduce_model(q, A);
                     for_each_reduce_kernel(p, [&]<class W>(const ReduceKernel<W> &kernel) {
-                        compare_with_model(kernel, q, A, Setting<W>(kernel.c_order, p), &ways);
+                        expect_reduced(kernel, q, A, Setting<W>(kernel.c_order, p), expected);
                     });
                 }
             }
@@ -204,7 +256,8 @@ TEST(Reduce, DeterminantsAreThoseOfTheIntegers) {
 // ---- LU ----
 
 template <class W>
-auto lu_kernel(bool c_order) {
+auto lu_kernel(bool c_order, bool by_blocks) {
+    if (by_blocks) return c_order ? factor_by_blocks<true, W> : factor_by_blocks<false, W>;
     if constexpr (is_float<W>)
         return c_order ? modLA_LU_C_f_nop : modLA_LU_F_f_nop;
     else
@@ -212,18 +265,19 @@ auto lu_kernel(bool c_order) {
 }
 
 template <class W>
-Factored factor(const Setting<W> &setting, const Grid &input, int64_t p, bool with_det) {
+Factored factor(const Setting<W> &setting, const Grid &input, int64_t p, bool with_det, bool by_blocks) {
     const size_t n = input.size();
     Cells<W> A = setting.cells(n, n);
     A.put(input);
     Output<W> det(setting.misaligned);
     Cells<int32_t> perm(n, 1, 1, 1), pending(n, 1, 1, 1);
     Factored f = {};
-    EXPECT_TRUE(keeps_fp_mode(setting.mode, [&, modulus = static_cast<W>(p),
-                                             pinv = reciprocal(static_cast<double>(p))] {
-        f.status = lu_kernel<W>(setting.c_order)(A.data(), perm.data(), static_cast<int32_t>(n), A.ld(), modulus, pinv,
-                                                 with_det ? det.data() : nullptr, pending.data(), setting.maxpending);
-    }));
+    EXPECT_TRUE(
+        keeps_fp_mode(setting.mode, [&, modulus = static_cast<W>(p), pinv = reciprocal(static_cast<double>(p))] {
+            f.status = lu_kernel<W>(setting.c_order, by_blocks)(A.data(), perm.data(), static_cast<int32_t>(n), A.ld(),
+                                                                modulus, pinv, with_det ? det.data() : nullptr,
+                                                                pending.data(), setting.maxpending);
+        }));
     EXPECT_TRUE(A.intact() && det.intact() && perm.intact() && pending.intact());
     for (size_t i = 0; i < n; i++) f.perm.push_back(perm.get(i, 0));
     f.det = with_det ? det.value() : untouched;
@@ -245,18 +299,20 @@ TEST(LU, FollowsTheModelAndFlint) {
     for (uint32_t seed = 1; seed <= 2500u / slowness && !HasFailure(); seed++) {
         Random random(seed);
         const int32_t p = random_modulus(random);
-        const size_t n = seed % 100 == 0 ? pick(random, {63u, 64u, 65u, 120u}) : below(random, size_t{10});
+        const size_t n = seed % 100 == 0 ? pick(random, {63u, 64u, 65u, 120u}) : below(random, seed % 5 ? 10u : 41u);
+        block_sizes = pick(random, all_sizes);
         const Grid A = seed % 50 == 1 ? largest_products(n + 40, n + 40, p) : random_square(random, n, p);
         Factored expected = factor_model(A, p);
         statuses[expected.status]++;
         ASSERT_TRUE(expected.status != 0 || expected.det == determinant(A, A.size(), p)) << "the model";
         for_each_twin(p, [&]<class W>(W, bool c_order) {
             const Setting<W> setting(random, c_order, p);
-            const bool with_det = chance(random, 70);
+            const bool with_det = chance(random, 70), by_blocks = chance(random, 50);
             Factored wanted = expected;
             if (!with_det) wanted.det = untouched;
-            EXPECT_TRUE(factor(setting, unreduced(random, A, p, sum_limit<W>), p, with_det) == wanted)
-                << "seed " << seed << ", n = " << A.size() << ", p = " << p << ", " << setting.text();
+            EXPECT_TRUE(factor(setting, unreduced(random, A, p, sum_limit<W>), p, with_det, by_blocks) == wanted)
+                << (by_blocks ? "by blocks, " : "") << "seed " << seed << ", n = " << A.size() << ", p = " << p << ", "
+                << setting.text();
         });
     }
     for (const int count : statuses) EXPECT_GT(count, 100 / slowness);
@@ -265,9 +321,14 @@ TEST(LU, FollowsTheModelAndFlint) {
 // ---- Substitution ----
 
 template <class W>
-uint32_t substitute(const Triangle &system, bool c_order, Cells<W> *T, Cells<W> *B, int32_t nrhs, W p, double pinv,
-                    int32_t maxpending) {
+uint32_t substitute(const Triangle &system, bool c_order, bool by_blocks, Cells<W> *T, Cells<W> *B, int32_t nrhs, W p,
+                    double pinv, int32_t maxpending) {
     const int32_t n = static_cast<int32_t>(system.T.size());
+    if (by_blocks) {
+        return (c_order ? solve_by_blocks<true, W> : solve_by_blocks<false, W>)(T->data(), n, T->ld(), B->data(), nrhs,
+                                                                                B->ld(), p, pinv, maxpending,
+                                                                                system.forward, system.unit);
+    }
     const auto call = [&](auto forward, auto backward) {
         return system.forward
                    ? forward(T->data(), n, T->ld(), B->data(), nrhs, B->ld(), p, pinv, system.unit, maxpending)
@@ -284,8 +345,8 @@ uint32_t substitute(const Triangle &system, bool c_order, Cells<W> *T, Cells<W> 
 
 // nrhs = 0 is a vector with some stride.
 template <class W>
-void check_substitution(Random &random, const Setting<W> &setting, const Triangle &system, const Grid &B,
-                        int32_t nrhs) {
+void check_substitution(Random &random, const Setting<W> &setting, const Triangle &system, const Grid &B, int32_t nrhs,
+                        bool by_blocks) {
     const size_t n = system.T.size(), columns = static_cast<size_t>(std::max(nrhs, 1));
     Cells<W> T = setting.cells(n, n);
     const Grid stored = unreduced(random, system.T, system.p, sum_limit<W>);
@@ -302,7 +363,7 @@ void check_substitution(Random &random, const Setting<W> &setting, const Triangl
     uint32_t status = 99;
     ASSERT_TRUE(keeps_fp_mode(
         setting.mode, [&, p = static_cast<W>(system.p), pinv = reciprocal(static_cast<double>(system.p))] {
-            status = substitute(system, setting.c_order, &T, &X, nrhs, p, pinv, setting.maxpending);
+            status = substitute(system, setting.c_order, by_blocks, &T, &X, nrhs, p, pinv, setting.maxpending);
         }));
     ASSERT_TRUE(X.intact());
     ASSERT_EQ(T.words(), T_before);
@@ -322,7 +383,8 @@ TEST(Substitution, SolvesWhatTheModelSolves) {
     for (uint32_t seed = 1; seed <= 3000u / slowness && !HasFailure(); seed++) {
         Random random(seed);
         const int64_t p = random_modulus(random);
-        const size_t n = seed % 50 == 0 ? pick(random, {63u, 64u, 65u, 150u}) : below(random, size_t{10});
+        const size_t n = seed % 50 == 0 ? pick(random, {63u, 64u, 65u, 150u}) : below(random, seed % 5 ? 10u : 41u);
+        block_sizes = pick(random, all_sizes);
         const bool forward = chance(random, 50), extreme = chance(random, 40);
         Triangle system = {p, forward, forward && chance(random, 40), random_triangle(random, n, p, forward, extreme)};
         const int32_t nrhs = pick(random, {0, 1, 2, 17});
@@ -347,7 +409,7 @@ TEST(Substitution, SolvesWhatTheModelSolves) {
             const Setting<W> setting(random, c_order, p);
             SCOPED_TRACE(testing::Message() << "seed " << seed << ", n = " << n << ", p = " << p << ", nrhs = " << nrhs
                                             << (forward ? ", forward, " : ", backward, ") << setting.text());
-            check_substitution(random, setting, system, B, nrhs);
+            for (const bool by_blocks : {false, true}) check_substitution(random, setting, system, B, nrhs, by_blocks);
         });
     }
     for (const int count : statuses) EXPECT_GT(count, 10 / slowness);
@@ -384,8 +446,8 @@ auto gcd_kernel(bool c_order) {
 }
 
 // The first k rows of a matrix; the others, which are no residues, must stay as they are.
-void check_gcd(Random &random, const Grid &A, size_t columns, size_t k, int32_t p, GcdWays *ways) {
-    const Formed expected = gcd_model({A.begin(), A.begin() + static_cast<ptrdiff_t>(k)}, p, ways);
+void check_gcd(Random &random, const Grid &A, size_t columns, size_t k, int32_t p) {
+    const Formed expected = gcd_model({A.begin(), A.begin() + static_cast<ptrdiff_t>(k)}, p);
     const int density = pick(random, {0, 0, 20, 100});
     for_each_twin(p, [&]<class W>(W, bool c_order) {
         const Setting<W> setting(random, c_order, p);
@@ -440,7 +502,6 @@ Grid random_polynomials(Random &random, size_t rows, size_t columns, int64_t p) 
 }
 
 TEST(RowGcd, FollowsTheModel) {
-    GcdWays ways;
     for (uint32_t seed = 1; seed <= 12000u / slowness && !HasFailure(); seed++) {
         SCOPED_TRACE(seed);
         Random random(seed);
@@ -448,15 +509,11 @@ TEST(RowGcd, FollowsTheModel) {
         const size_t k = 1 + below(random, size_t{large ? 20u : 6u}),
                      columns = below(random, size_t{large ? 200u : 13u});
         const int32_t p = random_modulus(random);
-        check_gcd(random, random_polynomials(random, k + below(random, size_t{3}), columns, p), columns, k, p, &ways);
+        check_gcd(random, random_polynomials(random, k + below(random, size_t{3}), columns, p), columns, k, p);
     }
     for (const int32_t p : {251, 65521, 33554393}) {  // wider than what is copied at a time
         Random random(8);
-        check_gcd(random, random_residues(random, 2, 1100, p), 1100, 2, p, &ways);
-    }
-    for (const int count :
-         {ways.composite, ways.zero, ways.ties, ways.vanished, ways.taken_over, ways.common_factors}) {
-        EXPECT_GT(count, 500 / slowness);
+        check_gcd(random, random_residues(random, 2, 1100, p), 1100, 2, p);
     }
     uint32_t entry = 5;
     for (const int32_t k : {0, -1, -2147483647}) EXPECT_EQ(modLA_RowGcd_C_iw(&entry, k, 1, 1, 7, 0, 1), 0);
@@ -466,7 +523,6 @@ TEST(RowGcd, FollowsTheModel) {
 
 // Divisions in which every multiplier and nearly every coefficient is p-1: sums come as close to the limit as they can.
 TEST(RowGcd, HoldsSumsUpToTheLimit) {
-    GcdWays ways;
     Random random(5);
     for (const int32_t p :
          {2, 3, 7, 101, 9851, 20011, 32749, 46337, 46339, 65521, 65535, 1048573, 14529495, 33554393, 33554431}) {
@@ -476,57 +532,27 @@ TEST(RowGcd, HoldsSumsUpToTheLimit) {
         a[da] = 1;
         Row b = multiply(a, Row(quotient, 1), columns, p);
         for (size_t j = 0; j < da; j++) b[j] = mod(b[j] - 1 - static_cast<int64_t>(j), p);
-        check_gcd(random, {a, b}, columns, 2, p, &ways);
-        check_gcd(random, {b, a}, columns, 2, p, &ways);
+        check_gcd(random, {a, b}, columns, 2, p);
+        check_gcd(random, {b, a}, columns, 2, p);
     }
 }
 
-struct Polynomial {
-    nmod_poly_t poly;
-    Polynomial(const Row &coefficients, int64_t p) {
-        nmod_poly_init(poly, static_cast<mp_limb_t>(p));
-        for (size_t j = 0; j < coefficients.size(); j++) {
-            nmod_poly_set_coeff_ui(poly, static_cast<slong>(j), static_cast<mp_limb_t>(coefficients[j]));
-        }
-    }
-    Polynomial(const Polynomial &) = delete;
-    ~Polynomial() { nmod_poly_clear(poly); }
-    void make_monic() {
-        if (!nmod_poly_is_zero(poly)) nmod_poly_make_monic(poly, poly);
-    }
-};
-
-TEST(RowGcd, AgreesWithFlintUpToAUnit) {
+// Of a common factor and cofactors of such degrees.
+TEST(RowGcd, OfLongPolynomials) {
     const struct {
-        size_t rows, common, cofactor;  // degrees
-    } shapes[] = {{2, 1500, 500}, {2, 0, 2000}, {20, 300, 40}, {3, 700, 0}, {7, 31, 64}, {1, 12, 30}};
-    uint32_t seed = 1;
+        size_t rows, common, cofactor;
+    } shapes[] = {{2, 1500, 500}, {2, 0, 1200}, {20, 300, 40}, {3, 700, 0}, {7, 31, 64}, {1, 12, 30}};
     for (const auto &[rows, common, cofactor] : shapes) {
         for (const int32_t p : {2, 251, 46349, 65521, 33554393}) {
-            Random random(seed++);
+            Random random(static_cast<uint32_t>(common));
             const size_t columns = common + cofactor + 1 + below(random, size_t{4});
             const Row factor = random_residues(random, 1, common + 1, p)[0];
             Grid A;
-            Polynomial gcd({}, p);
             for (size_t i = 0; i < rows; i++) {
                 A.push_back(
                     multiply(factor, random_residues(random, 1, cofactor + 1 - i % (cofactor + 1), p)[0], columns, p));
-                nmod_poly_gcd(gcd.poly, gcd.poly, Polynomial(A.back(), p).poly);
             }
-            for_each_twin(p, [&]<class W>(W, bool c_order) {
-                Cells<W> cells = Cells<W>::lines(c_order, rows, columns);
-                cells.put(A);
-                EXPECT_EQ(
-                    gcd_kernel<W>(c_order)(cells.data(), static_cast<int32_t>(rows), static_cast<int32_t>(columns),
-                                           cells.ld(), static_cast<W>(p), reciprocal(p), sum_bound<W>(p)),
-                    nmod_poly_degree(gcd.poly));
-                const Grid left = cells.grid();
-                Polynomial first(left[0], p);
-                first.make_monic();
-                gcd.make_monic();
-                EXPECT_TRUE(nmod_poly_equal(first.poly, gcd.poly)) << rows << " rows, " << common << " mod " << p;
-                EXPECT_TRUE(rows == 1 || std::all_of(left.begin() + 1, left.end(), is_zero));
-            });
+            check_gcd(random, A, columns, rows, p);
         }
     }
 }
@@ -541,8 +567,8 @@ auto zigzag_kernel(bool c_order) {
         return c_order ? modLA_ZigZag_C_iw : modLA_ZigZag_F_iw;
 }
 
-Formed check_zigzag(Random &random, const Grid &A, int32_t p, ZigZagWays *ways) {
-    const Formed expected = ZigZagModel(A, p, ways).run();
+Formed check_zigzag(Random &random, const Grid &A, int32_t p) {
+    const Formed expected = ZigZagModel(A, p).run();
     const int density = pick(random, {0, 0, 20, 100});
     for_each_twin(p, [&]<class W>(W, bool c_order) {
         Setting<W> setting(random, c_order, p);
@@ -584,15 +610,16 @@ Grid companions(Random &random, size_t n, int64_t p) {
 
 Row characteristic_polynomial(const Grid &A, int64_t p) {
     const Nmod matrix(A, A.size(), p);
-    Polynomial polynomial({}, p);
-    nmod_mat_charpoly_berkowitz(polynomial.poly, matrix.mat);  // for every modulus
+    nmod_poly_t polynomial;
+    nmod_poly_init(polynomial, static_cast<mp_limb_t>(p));
+    nmod_mat_charpoly_berkowitz(polynomial, matrix.mat);  // for every modulus
     Row result;
-    for (slong j = 0; j <= matrix.mat->r; j++) result.push_back(nmod_poly_get_coeff_ui(polynomial.poly, j));
+    for (slong j = 0; j <= matrix.mat->r; j++) result.push_back(nmod_poly_get_coeff_ui(polynomial, j));
+    nmod_poly_clear(polynomial);
     return result;
 }
 
 TEST(ZigZag, FollowsTheModelAndKeepsTheCharacteristicPolynomial) {
-    ZigZagWays ways;
     int done = 0;
     for (uint32_t seed = 1; seed <= 20000u / slowness && !HasFailure(); seed++) {
         SCOPED_TRACE(seed);
@@ -600,7 +627,7 @@ TEST(ZigZag, FollowsTheModelAndKeepsTheCharacteristicPolynomial) {
         const size_t n = seed % 1000 == 0 ? pick(random, {60u, 90u}) : below(random, size_t{13});
         const int32_t p = random_modulus(random);
         const Grid A = chance(random, 30) ? companions(random, n, p) : random_grid(random, n, n, p);
-        const Formed answer = check_zigzag(random, A, p, &ways);
+        const Formed answer = check_zigzag(random, A, p);
         if (answer.status != 0) continue;
         EXPECT_TRUE(is_zigzag(answer.A)) << text_of(A) << text_of(answer.A);
         if (seed % 20 != 0) continue;
@@ -608,13 +635,6 @@ TEST(ZigZag, FollowsTheModelAndKeepsTheCharacteristicPolynomial) {
         done++;
     }
     EXPECT_GT(done, 400 / slowness);
-    EXPECT_GT(ways.most_blocks, 6);
-    for (const int *counts : {ways.exchanges, ways.places}) {
-        for (int k = 0; k < 4; k++) EXPECT_GT(counts[k], 50 / slowness);
-    }
-    for (const int *counts : {ways.coupled, ways.cleared}) {
-        for (int k = 0; k < 2; k++) EXPECT_GT(counts[k], 500 / slowness);
-    }
 }
 
 // Wider than what is copied at a time; one order goes by products of rows, the other by sums of columns.
@@ -638,15 +658,14 @@ TEST(ZigZag, BothOrdersAgreeOnWideMatrices) {
 }
 
 TEST(ZigZag, HoldsSumsUpToTheLimit) {
-    ZigZagWays ways;
     Random random(9);
     for (const int32_t p : {2, 3, 101, 32749, 46337, 46339, 65521, 65535, 14529495, 33554393, 33554431}) {
         for (const size_t n : {9, 40}) {
             // Column 0 makes all multipliers p-1, the other entries are p-1 too.
             Grid A = make_grid(n, n, p - 1);
-            check_zigzag(random, A, p, &ways);
+            check_zigzag(random, A, p);
             for (size_t i = 0; i < n; i++) A[i][0] = 1, A[1][i] = p - 1, A[i][i] = below(random, p);
-            check_zigzag(random, A, p, &ways);
+            check_zigzag(random, A, p);
         }
     }
     uint32_t entry = 5;

@@ -273,10 +273,6 @@ TEST(LargeTables, AreMovedInTiles) {
                  {MODLA_INTEGER4, 1104, 1104, 0, 4}, {MODLA_FLOAT8, 1024, 640, 0, 0},
                  {MODLA_FLOAT8, 768, 768, 8, 3},     {MODLA_FLOAT8, 1101, 1101, 0, 1}};
     const char *const triangles[] = {"", "upper, ", "uppernodiag, ", "lower, ", "lowernodiag, "};
-    const auto moves = [](int kind, int32_t i, int32_t j) {
-        return kind == 0 || (kind == 1 && j >= i) || (kind == 2 && j > i) || (kind == 3 && j <= i) ||
-               (kind == 4 && j < i);
-    };
     for (const auto &[datatype, rows, columns, margin, triangle] : cases) {
         reset();
         const Object A = make_table({datatype, MODLA_C_ORDER}, MODLA_MATRIX, rows, columns);
@@ -295,9 +291,9 @@ TEST(LargeTables, AreMovedInTiles) {
             int wrong = 0;
             for (int32_t i = 0; i < rows + margin; i++) {
                 for (int32_t j = 0; j < columns; j++) {
-                    const bool moved = i >= margin && moves(triangle, i - margin, j);
+                    const bool moved = i >= margin && in_triangle(triangle, i - margin, j);
                     wrong += get_number(B, i, j) != (moved ? tag(i - margin, j) : 77);
-                    const bool swapped = i < rows && entry == "Swap" && moves(triangle, i, j);
+                    const bool swapped = i < rows && entry == "Swap" && in_triangle(triangle, i, j);
                     wrong += i < rows && get_number(A, i, j) != (swapped ? 77 : tag(i, j));
                 }
             }

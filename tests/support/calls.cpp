@@ -23,6 +23,10 @@ uint64_t stored_at(int32_t datatype, const char *at) {
     return cell;
 }
 
+bool in_triangle(int kind, int32_t i, int32_t j) {
+    return kind == 0 || (kind == 1 && j >= i) || (kind == 2 && j > i) || (kind == 3 && j <= i) || (kind == 4 && j < i);
+}
+
 namespace {
 
 using Shape = std::pair<int32_t, int32_t>;  // 0: a row (column) object
@@ -64,10 +68,6 @@ int64_t drawn_residue(int32_t p) {
     do r = static_cast<uint32_t>(std::rand());
     while (r > limit);
     return r % modulus;
-}
-
-bool in_triangle(int kind, int32_t i, int32_t j) {
-    return kind == 0 || (kind == 1 && j >= i) || (kind == 2 && j > i) || (kind == 3 && j <= i) || (kind == 4 && j < i);
 }
 
 struct Generator {
@@ -537,8 +537,7 @@ struct Generator {
                              mode,      false,     wanted[0], wanted[1],
                              wanted[2], wanted[3], wanted[4]};
         model = [=, this] {
-            Ways ways;
-            const Reduced found = reduce_model(q, A.grid(), &ways);
+            const Reduced found = reduce_model(q, A.grid());
             const char *const messages[] = {"", "no inverse exists: modulus is composite", "matrix is singular",
                                             "matrix has more rows than columns, cannot compute determinant"};
             c.message = messages[found.status];
@@ -604,8 +603,7 @@ struct Generator {
         reduced_range(A.top, size, m), reduced_range(A.left, size, n);
         output_name(true, 2);
         model = [=, this] {
-            Ways ways;
-            const Reduced found = reduce_model({c.p, size, size, size, 0, true, true}, A.grid(), &ways);
+            const Reduced found = reduce_model({c.p, size, size, size, 0, true, true}, A.grid());
             set(A, found.A);
             assign(2, found.det);
         };
@@ -618,12 +616,11 @@ struct Generator {
         const bool nullspace = n <= m && maybe(50);
         add(boolean(nullspace));
         model = [=, this] {
-            Ways ways;
             const int32_t used = k < 0 ? 0 : k == 0 ? m : k;
             Reduction q = {c.p, used, n, n, 2};
             q.rank = true, q.pivcols = nullspace;
             Grid whole = A.grid();
-            const Reduced found = reduce_model(q, Grid(whole.begin(), whole.begin() + used), &ways);
+            const Reduced found = reduce_model(q, Grid(whole.begin(), whole.begin() + used));
             for (size_t i = 0; i < found.A.size(); i++) {
                 if (std::count(found.A[i].begin(), found.A[i].end(), untouched) == 0) whole[i] = found.A[i];
             }
@@ -643,8 +640,7 @@ struct Generator {
         A.rows = k;
         add(integer(k));
         model = [=, this] {
-            GcdWays ways;
-            const Formed found = gcd_model(A.grid(), c.p, &ways);
+            const Formed found = gcd_model(A.grid(), c.p);
             set(A, found.A);
             if (found.status == -2)
                 c.message = "unable to compute gcd: modulus is composite";
@@ -657,8 +653,7 @@ struct Generator {
         const int32_t n = number(1, 6);
         const Block A = matrix(n, n);
         model = [=, this] {
-            ZigZagWays ways;
-            const Formed found = ZigZagModel(A.grid(), c.p, &ways).run();
+            const Formed found = ZigZagModel(A.grid(), c.p).run();
             set(A, found.A);
             if (found.status == 1) c.message = "cannot obtain zigzag form: modulus is composite";
         };

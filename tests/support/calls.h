@@ -49,6 +49,9 @@ RandomCall draw_call(uint32_t seed, const Variation &variation, Shadow *shadow);
 
 std::string describe(const RandomCall &call);
 
+// Of the kinds whole, upper, uppernodiag, lower, lowernodiag.
+bool in_triangle(int kind, int32_t i, int32_t j);
+
 // Names that outputs are assigned to.
 inline const char *const output_names[] = {"d", "e", "alias", "s", "t"};
 

@@ -24,12 +24,6 @@ struct Reduced {
     bool operator==(const Reduced &) const = default;
 };
 
-// How often the model went which way: random cases must reach everything.
-struct Ways {
-    int statuses[5] = {}, descents = 0, ties = 0, kept_with_exchange = 0, reduced_above_kept = 0, exchanges = 0;
-    int zero_det_exits[2] = {}, rows_moved_up = 0, nullspace_rows = 0, nullspace_rows_below = 0;
-};
-
 inline Reduced blank_reduced(const Reduction &q, const Grid &input) {
     Reduced result;
     result.A = input;
@@ -42,12 +36,11 @@ inline bool is_zero(const Row &row) {
     return std::all_of(row.begin(), row.end(), [](int64_t x) { return x == 0; });
 }
 
-inline Reduced reduce_model(const Reduction &q, Grid A, Ways *ways) {
+inline Reduced reduce_model(const Reduction &q, Grid A) {
     const int64_t p = q.p;
     Reduced out = blank_reduced(q, A);
     const auto end = [&](uint32_t status) {
         out.status = status;
-        ways->statuses[status]++;
         if (status != 3) std::copy(A.begin(), A.end(), out.A.begin());
         return out;
     };
@@ -86,7 +79,6 @@ inline Reduced reduce_model(const Reduction &q, Grid A, Ways *ways) {
         if (c >= nred) {
             if (!q.extra) return end(2);
             const auto first = A.begin() + static_cast<ptrdiff_t>(r);
-            ways->rows_moved_up += is_zero(*first);
             out.extra = std::stable_partition(first, A.end(), [](const Row &row) { return !is_zero(row); }) - first;
             break;
         }
@@ -95,7 +87,6 @@ inline Reduced reduce_model(const Reduction &q, Grid A, Ways *ways) {
             const int64_t pivot = A[s][c];
             if (q.det && r != c) {
                 out.det = 0;
-                ways->zero_det_exits[0] += q.detonly;
                 if (q.detonly) return end(0);
             }
             multiply_output(&out.det, pivot);
@@ -105,7 +96,6 @@ inline Reduced reduce_model(const Reduction &q, Grid A, Ways *ways) {
                 multiply_output(&out.det, -1);
                 multiply_output(&out.pivprod, -1);
                 std::swap(A[s], A[r]);
-                ways->exchanges++;
             }
             const int64_t scale = inverse(pivot, p);
             for (int64_t &x : A[r]) x = mod(x * scale, p);
@@ -118,26 +108,19 @@ inline Reduced reduce_model(const Reduction &q, Grid A, Ways *ways) {
             const auto smaller = [&](size_t a, size_t b) { return A[a][c] < A[b][c]; };
             const size_t t = *std::min_element(nonzeros.begin(), nonzeros.end(), smaller);
             for (const size_t i : nonzeros) {
-                ways->ties += i != t && A[i][c] == A[t][c];
                 if (i != t) add_multiple(i, -(A[i][c] / A[t][c]), t);
             }
-            ways->descents++;
         } else {
             const size_t s = nonzeros.front();
             if (q.mode != 2 && !q.detonly) return end(1);
             multiply_output(&out.det, A[s][c]);
-            if (q.detonly && out.det == 0) {
-                ways->zero_det_exits[1]++;
-                return end(0);
-            }
+            if (q.detonly && out.det == 0) return end(0);
             kept_nonunit = true;
             if (s != r) {
                 multiply_output(&out.det, -1);
                 std::swap(A[s], A[r]);
-                ways->kept_with_exchange++;
             }
             for (size_t i = 0; q.mode == 2 && i < r; i++) {
-                ways->reduced_above_kept += A[i][c] >= A[r][c];
                 add_multiple(i, -(A[i][c] / A[r][c]), r);
             }
             r++, c++;
@@ -157,8 +140,6 @@ inline Reduced reduce_model(const Reduction &q, Grid A, Ways *ways) {
         A[i][free] = 1;
         // A pivot row is zero before its pivot, so that later pivots get 0.
         for (size_t k = 0; k < r; k++) A[i][static_cast<size_t>(out.pivcols[k])] = mod(-reduced[k][free], p);
-        ways->nullspace_rows++;
-        ways->nullspace_rows_below += i >= nrows;
         i++;
     }
     return end(0);
@@ -247,12 +228,8 @@ inline int64_t degree(const Row &row) {
     return -1;
 }
 
-struct GcdWays {
-    int composite = 0, zero = 0, ties = 0, vanished = 0, taken_over = 0, common_factors = 0;
-};
-
 // One long division after the other.
-inline Formed gcd_model(Grid rows, int64_t p, GcdWays *ways) {
+inline Formed gcd_model(Grid rows, int64_t p) {
     for (Row &row : rows) {
         for (int64_t &x : row) x = mod(x, p);
     }
@@ -272,48 +249,30 @@ inline Formed gcd_model(Grid rows, int64_t p, GcdWays *ways) {
     for (size_t i = 1; i < rows.size(); i++) {
         Row &a = rows[0], &b = rows[i];
         while (degree(a) >= 0 && degree(b) >= 0) {
-            ways->ties += degree(a) == degree(b);
-            if (!(degree(a) < degree(b) ? reduce_by(b, a) : reduce_by(a, b))) {
-                ways->composite++;
-                return {-2, rows};
-            }
-            ways->vanished += degree(a) < 0;
+            if (!(degree(a) < degree(b) ? reduce_by(b, a) : reduce_by(a, b))) return {-2, rows};
         }
-        if (degree(a) < 0 && degree(b) >= 0) {
-            ways->taken_over++;
-            std::swap(a, b);
-        }
+        if (degree(a) < 0 && degree(b) >= 0) std::swap(a, b);
     }
-    const int64_t result = rows.empty() ? -1 : degree(rows[0]);
-    ways->zero += result < 0;
-    ways->common_factors += result > 0;
-    return {result, rows};
+    return {rows.empty() ? -1 : degree(rows[0]), rows};
 }
-
-struct ZigZagWays {
-    int places[4] = {}, exchanges[4] = {}, coupled[2] = {}, cleared[2] = {}, most_blocks = 0;
-};
 
 // Column blocks and row blocks in turn.  A step on the transposed matrix, with the operations on rows and columns
 // exchanged, is the step of the other kind.
 class ZigZagModel {
   public:
-    ZigZagModel(Grid A, int64_t p, ZigZagWays *ways) : A_(std::move(A)), p_(p), n_(A_.size()), ways_(ways) {
+    ZigZagModel(Grid A, int64_t p) : A_(std::move(A)), p_(p), n_(A_.size()) {
         for (Row &row : A_) {
             for (int64_t &x : row) x = mod(x, p);
         }
     }
     Formed run() {
         if (n_ <= 1) return {0, A_};
-        int blocks = 0;
         size_t k = 0;
         do {
             for (const bool by_rows : {false, true}) {
                 transposed_ = by_rows;
                 if (!block(&k)) return {1, A_};
-                blocks++;
             }
-            ways_->most_blocks = std::max(ways_->most_blocks, blocks);
         } while (k + 1 < n_);
         return {0, A_};
     }
@@ -331,8 +290,8 @@ class ZigZagModel {
             e = j;
             if (i >= n_) break;
             const int64_t pivot = at(i, j), unit = inverse(pivot, p_);
-            if (unit == 0) return fails(0);
-            if (i > j + 1) swap_rows(i, j + 1, j), swap_columns(i, j + 1, k), ways_->exchanges[transposed_]++;
+            if (unit == 0) return false;
+            if (i > j + 1) swap_rows(i, j + 1, j), swap_columns(i, j + 1, k);
             scale_row(j + 1, unit, j);
             scale_column(j + 1, pivot, k);
             for (size_t r = k; r < n_; r++) {
@@ -346,7 +305,6 @@ class ZigZagModel {
             for (size_t c = e + 1; c < n_; c++) {
                 const int64_t t = std::exchange(at(r, c), 0);
                 add_row(r - 1, t, c, e + 1);
-                ways_->cleared[transposed_] += t != 0;
             }
         }
         *start = e + 1;
@@ -356,8 +314,8 @@ class ZigZagModel {
         const int64_t v = at(k, c), unit = inverse(v, p_);
         at(k, c) = at(k, e + 1);
         at(k, e + 1) = 1;
-        if (unit == 0) return fails(2);
-        if (c > e + 1) swap_rows(c, e + 1, e + 1), swap_columns(c, e + 1, e + 1), ways_->exchanges[2 + transposed_]++;
+        if (unit == 0) return false;
+        if (c > e + 1) swap_rows(c, e + 1, e + 1), swap_columns(c, e + 1, e + 1);
         scale_row(e + 1, v, e + 1);
         scale_column(e + 1, unit, e + 1);
         for (size_t c2 = e + 2; c2 < n_; c2++) {
@@ -366,14 +324,9 @@ class ZigZagModel {
             add_row(e + 1, t, c2, e + 1);
             add_column(c2, p_ - t, e + 1, e + 1);
         }
-        ways_->coupled[transposed_]++;
         return true;
     }
 
-    bool fails(size_t place) {
-        ways_->places[place + transposed_]++;
-        return false;
-    }
     void swap_rows(size_t a, size_t b, size_t from) {
         for (size_t c = from; c < n_; c++) std::swap(at(a, c), at(b, c));
     }
@@ -397,7 +350,6 @@ class ZigZagModel {
     int64_t p_;
     size_t n_;
     bool transposed_ = false;
-    ZigZagWays *ways_;
 };
 
 // Is this a chain of column and row blocks, with single ones between them?
