@@ -92,52 +92,7 @@ TEST(Language, UnfinishedTextIsToldFromWrongText) {
 
 // ---- Memory ----
 
-// Statements over a few names; M1..M4 are 3 x 3 and, with the Vectors V1 and V2, modulo q.
-const Grammar statements = {
-    {'2', {"1", "2"}},
-    {'3', {"1", "2", "3"}},
-    {'4', {"1", "2", "3", "4"}},
-    {'S',
-     {"n&2 := &N",
-      "L&2 := &L",
-      "s&2 := &T",
-      "T&2 := Create(101, &4, &4, &t)",
-      "L&2[&3] := &V",
-      "T&2[1, &3] := &N",
-      "for i to 3 do L1 := concat(L1, [i, &V]) end",
-      "f := proc(x, y) z := [x, &V]; y := concat(z, [y]); return [y, z, x, y] end; print(f(&V, &V))",
-      "seed(&4); Fill(101, random, T&2)",
-      "RowReduce(101, T&2, -1, -1, 0, 0, 0, 'n1', 'n2', 0, 2); print(n1, n2)",
-      "for x in &L do if x = &V then print(x) else L2 := [x, L1] end end",
-      "print(&V)",
-      "e := (w + 10^20*y/3)^2 - x^(1/2)*2^n*I*v[1, \"t\"] + 1.5*&N*z; L&2 := [op(e), modp1(10^20*u^3 + u, 65521)]",
-      "e := expand((u + y/2 + I)^4); print(e, coefficient(e, y, 2), eval([e, e = u], u = 2)); e := w",
-      "M&4 := Create(q, 3, 3, random, integer&o)",
-      "M&4 := Multiply(q, M&4, M&4&r)",
-      "M&4 := AddMult(q, q - 2, M&4, M&4, C_order)",
-      "AddMult(q, 3, M&4&b, M&4&b, M&4&b)",
-      "B := Copy(q, M&4); Determinant(q, B, -1, -1, 'd'); print(d)",
-      "RowReduce(q, M&4, &3, -1, 0, 'd', 'e', 'r', 's', 't', true); print(r, s)",
-      "B := Copy(q, M&4); LUDecomp(q, B, P, 'd'); print(d, P); ForSub(q, B, V&2, true)",
-      "V&2 := Multiply(q, M&4, V&2)",
-      "Fill(q, random, M&4, &3, &3..3)",
-      "print(MatBasis(q, M&4, 2, true))",
-      "print(MatGcd(q, M&4, 3), M&4)",
-      "ZigZag(q, M&4); print(M&4)",
-      "M&4 := Mod(q, [[10^40, -1, 1/3], [q, 2^100], [5, 'w', -q]], ['w' = q - 1], integer)",
-      "print(Multiply(q, M&4, &3, M&4, 1..3, &3))",
-      "Swap(q, M&4, 1, M&4, &3); Permute(q, P, V&2, true, true)",
-      "BackSub(q, M&4, V&2); print(M&4[&3, &3], V&2)"}},
-    {'V', {"n&2", "&L", "&T", "&N", "T&2"}},
-    {'N', {"&c", "size(&L)", "T&2[1, 1]", "(&N + &N)", "(&N - &N)", "(&N * &N)", "(&N / &N)"}},
-    {'c', {"n1", "n2", "1", "-3", "2.5", "10^20", "7/3", "123456789123456789", "0"}},
-    {'L', {"L&2", "sort(&L)", "unique(&L)", "concat(&L, {&V, &V})", "[op(&L), &V]", "[&V, &V, &V]"}},
-    {'T', {"s&2", "\"some text\"", "join(&V, &T)"}},
-    {'t', {"integer[4]", "random, float[8]", "5, integer", "5, integer[4]"}},
-    {'o', {"", ", Fortran_order"}},
-    {'r', {"", ", transpose"}},
-    {'b', {"", ", 2..3, 1..3", ", 1..3", ", transpose"}},
-    {'q', {"2^64 + 13", "10^20", "7", "10^60 + 7", "2^31"}}};
+const Grammar statements = read_grammar(MODLA_TESTS "/statements.txt");
 
 // A random program, each statement's outcome by itself.
 std::string run_random_program(unsigned seed) {

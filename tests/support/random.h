@@ -3,6 +3,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <fstream>
 #include <initializer_list>
 #include <iterator>
 #include <map>
@@ -35,8 +36,17 @@ T pick(Random &random, std::initializer_list<T> list) {
     return list.begin()[below(random, list.size())];
 }
 
-// Texts of a grammar: &X stands for any of X's forms; below the depth, for the first one if X is a capital.
-using Grammar = std::map<char, std::vector<const char *>>;
+// Texts of a grammar: &X stands for any of X's forms; below the depth, for the first one if X is a capital.  Its file
+// has a form a line: "X ", and the form between quotes.
+using Grammar = std::map<char, std::vector<std::string>>;
+inline Grammar read_grammar(const std::string &path) {
+    Grammar grammar;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        if (line[0] != '#') grammar[line[0]].push_back(line.substr(3, line.size() - 4));
+    }
+    return grammar;
+}
 inline std::string random_text(Random &random, const Grammar &grammar, const std::string &form, int depth) {
     std::string text;
     for (size_t at = 0; at < form.size(); at++) {
@@ -44,9 +54,8 @@ inline std::string random_text(Random &random, const Grammar &grammar, const std
             text += form[at];
             continue;
         }
-        const char symbol = form[++at];
-        const auto &forms = grammar.at(symbol);
-        const bool any = depth > 0 || symbol < 'A' || symbol > 'Z';
+        const auto &forms = grammar.at(form[++at]);
+        const bool any = depth > 0 || form[at] < 'A' || form[at] > 'Z';
         text += random_text(random, grammar, any ? pick(random, forms) : forms[0], depth - 1);
     }
     return text;
