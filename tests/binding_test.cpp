@@ -62,37 +62,13 @@ TEST(Datatype, OfEveryKindOfArgument) {
     };
     add(eval("integer"), MODLA_INTEGER), add(eval("integer[4]"), MODLA_INTEGER4);
     add(eval("integer[]"), MODLA_INTEGER4), add(eval("float[8]"), MODLA_FLOAT8);
-    for (const char *text : {"float",
-                             "float[]",
-                             "float[4]",
-                             "float[8, 8]",
-                             "integer[8]",
-                             "integer[0]",
-                             "integer[4, 4]",
-                             "integer[4.0]",
-                             "integer[-4]",
-                             "integer[10^20]",
-                             "integer[[4]]",
-                             "float['x']",
-                             "foo",
-                             "foo[4]",
-                             "foo[8]",
-                             "\"integer\"",
-                             "[4]",
-                             "[integer]",
-                             "4",
-                             "8",
-                             "10^20",
-                             "2.5",
-                             "1/2",
-                             "1..4",
-                             "integer = 4",
-                             "{}",
-                             "NULL",
-                             "proc() end",
-                             "Create(7, 2, 2, integer[4])"}) {
-        add(eval(text), -1);
+    for (const Object other : arguments(
+             "float, float[], float[4], float[8, 8], integer[8], integer[0], integer[4, 4], integer[4.0], "
+             "integer[-4], integer[10^20], integer[[4]], float['x'], foo, foo[4], foo[8], \"integer\", [4], "
+             "[integer], 4, 8, 10^20, 2.5, 1/2, 1..4, integer = 4, {}, proc() end, Create(7, 2, 2, integer[4])")) {
+        add(other, -1);
     }
+    add(null_value(), -1);
     add(local_name("integer"), -1);
     add(new_pair(type_indexed, local_name("float"), new_sequence({immediate(8)})), -1);
     add(new_pair(type_indexed, global_name("integer"), eval("[4]")), -1);
@@ -253,16 +229,9 @@ TEST(IntegerValue, LiesBelowTheModulus) {
     int counts[2] = {};
     // Around the places where the representation changes.
     const auto integer = [&] {
-        const char *const edges[] = {"0",
-                                     "1",
-                                     "1073741823",
-                                     "1073741824",
-                                     "9999999999",
-                                     "10000000000",
-                                     "999999999999",
-                                     "1000000000000",
-                                     "10000000000000000"};
-        mpz_class value = chance(random, 40) ? mpz_class(pick(random, edges)) : mpz_class(0);
+        const mpz_class large("10000000000"),
+            edges[] = {0, 1, (1 << 30) - 1, 1 << 30, large - 1, large, 100 * large - 1, 100 * large, 1000000 * large};
+        mpz_class value = chance(random, 40) ? pick(random, edges) : mpz_class(0);
         for (int bits = chance(random, 60) ? below(random, 160) : 0; bits > 0; bits--)
             value = 2 * value + chance(random, 50);
         return mpz_class(value + between(random, -2, 2));

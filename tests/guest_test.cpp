@@ -391,15 +391,10 @@ class BigSizes : public Guest {
 
 TEST_F(BigSizes, OfNewObjectsAreTheHostsToRefuse) {
     const std::string too_large = "object too large";
-    for (const auto &[rows, columns] : std::vector<std::pair<int32_t, int32_t>>{{65536, 65536},
-                                                                                {65536, 65537},
-                                                                                {46341, 46341},
-                                                                                {1073741823, 1073741823},
-                                                                                {1073741823, 0},
-                                                                                {0, 1073741823},
-                                                                                {1, 1073741823},
-                                                                                {536870912, 1},
-                                                                                {3, 1431655766 / 2}}) {
+    const int32_t sizes[][2] = {{65536, 65536},           {65536, 65537},  {46341, 46341},
+                                {1073741823, 1073741823}, {1073741823, 0}, {0, 1073741823},
+                                {1, 1073741823},          {536870912, 1},  {3, 1431655766 / 2}};
+    for (const auto &[rows, columns] : sizes) {
         for (const std::string content : {"", "5, ", "random, "}) {
             for (const int32_t datatype : datatypes) {
                 expect_refused({"Create(7, " + std::to_string(rows) + ", " + std::to_string(columns) + ", " + content +

@@ -5,17 +5,18 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/support/random.h"
+
 using namespace modla::console;
+using namespace modla_test;
 
 namespace {
 
-using Random = std::mt19937;
 using Cells = std::map<std::pair<int32_t, int32_t>, mpz_class>;  // nonzero entries only
 
 struct Matrix {
@@ -28,10 +29,6 @@ struct Matrix {
     }
     bool operator==(const Matrix &) const = default;
 };
-
-int32_t below(Random &random, size_t bound) {
-    return static_cast<int32_t>(random() % bound);
-}
 
 mpz_class random_integer(Random &random) {
     mpz_class value = 0;
@@ -229,52 +226,6 @@ TEST(MatrixFile, TruncatedFiles) {
         for (size_t length = 0; length <= last_number; ++length)
             EXPECT_NE(failure(text.substr(0, length)), "") << text << " cut to " << length;
     }
-}
-
-void mutate(std::string &text, Random &random) {
-    const auto place = static_cast<size_t>(random()) % text.size();
-    const std::string likely = "0123456789 \n\r-+.e%M";
-    switch (below(random, 4)) {
-        case 0:
-            text.erase(place, 1 + random() % 4);
-            break;
-        case 1:
-            text.insert(place, 1, likely[random() % likely.size()]);
-            break;
-        case 2:
-            text[place] = likely[random() % likely.size()];
-            break;
-        default:
-            text[place] = static_cast<char>(text[place] ^ (1 << below(random, 8)));
-    }
-    if (text.empty()) text = " ";
-}
-
-// Whatever the bytes are, a file is read or refused, and what is read can be written.
-TEST(MatrixFile, MutatedFiles) {
-    Random random(4);
-    std::vector<std::string> files = written_files(random);
-    for (const Form &form : forms) {
-        if (!form.is_fault()) files.push_back(form.text);
-    }
-    int good = 0, bad = 0;
-    for (int trial = 0; trial < 50'000; ++trial) {
-        std::string text = files[random() % files.size()];
-        for (int32_t changes = 1 + below(random, 3); changes > 0; --changes) mutate(text, random);
-        const std::string message = failure(text);
-        if (!message.empty()) {
-            ++bad;
-            EXPECT_TRUE(message.starts_with("file:")) << text;
-            continue;
-        }
-        ++good;
-        const Matrix matrix = read(text);
-        if (int64_t{matrix.rows} * matrix.columns > 1000) continue;
-        EXPECT_EQ(read(written(write_sms, matrix)), matrix) << text;
-        EXPECT_EQ(read(written(write_matrix_market, matrix)), matrix) << text;
-    }
-    EXPECT_GT(good, 1000);
-    EXPECT_GT(bad, 1000);
 }
 
 }  // namespace

@@ -82,7 +82,6 @@ class Messages : public testing::Test {
     }
 
     void make_tables(const std::string &name, const std::string &codes) {
-        std::istringstream words(codes);
         int32_t datatype, subtype, order, rows, columns, storage = MODLA_RECTANGULAR;
         for (const char *each : {"0", "4", "6"}) {
             std::string its_name = name, text = codes;

@@ -13,12 +13,15 @@
 #include "console/interpreter.h"
 #include "console/library.h"
 #include "console/print.h"
+#include "tests/support/fp_mode.h"
 
 extern "C" void *__libc_stack_end;  // above every frame of the process
 
 namespace modla_fuzz {
 
 using namespace modla::console;
+using modla_test::current_fp_mode;
+using modla_test::FpMode;
 
 // An input breaks a promise: libFuzzer records it.
 inline void require(bool condition, const char *promise) {
@@ -58,26 +61,13 @@ inline void start_session() {
     start = make_checkpoint();
 }
 
-struct FpState {
-    uint32_t mxcsr;
-    uint16_t x87;
-    bool operator==(const FpState &) const = default;
-};
-inline FpState fp_state() {
-    FpState state;
-    asm volatile("stmxcsr %0" : "=m"(state.mxcsr));
-    asm volatile("fnstcw %0" : "=m"(state.x87));
-    state.mxcsr &= ~0x3fu;  // the flags may change
-    return state;
-}
-
 // Runs one input's work in the session.
 template <class Work>
 void in_session(Work work) {
     steps = 0;
     deadline = now() + most_seconds;
     std::srand(1);
-    const FpState before = fp_state();
+    const FpMode before = current_fp_mode();
     try {
         work();
     } catch (const std::exception &error) {
@@ -85,7 +75,7 @@ void in_session(Work work) {
     }
     set_collect_always(false);
     require(lent_count() == 0, "work memory is given back");
-    require(fp_state() == before, "floating-point modes are as before");
+    require(current_fp_mode() == before, "floating-point modes are as before");
     go_back(start);
 }
 

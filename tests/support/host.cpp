@@ -477,13 +477,6 @@ void op_free(void *data) {
     });
 }
 
-void op_assign_name(Object name, Object value) {
-    operation("AssignName", [&] {
-        host_api().AssignName(name, value);
-        host.assigned.push_back(text_of(name));
-    });
-}
-
 void op_raise_error(const char *format, ...) {
     va_list list;
     va_start(list, format);
@@ -507,13 +500,12 @@ Object op_call_procedure(Object procedure, uint32_t n, ...) {
         const std::string name = has_type(procedure, type_procedure) ? procedure_of(procedure)->name : "";
         const Object found = call_procedure(procedure, values.values);
         if (name == "callbacks") return found;
-        host.callbacks.push_back(name);
         watched.clear();
         for (const Object value : values.values) {
             const bool native = has_type(value, type_table) && table_of(value).settings.datatype != MODLA_INTEGER;
             if (native && name != "cbLUDecomp" && name != "cbReduce") violation(name + " was given a native table");
         }
-        return host.callback_result ? host.callback_result : found;
+        return found;
     });
     va_end(list);
     return result;
@@ -576,11 +568,10 @@ HostApi make_api() {
     WATCH(NewObject), WATCH(Evaluate), WATCH(IsInteger), WATCH(IsName), WATCH(IsNumeric), WATCH(IsRtable);
     WATCH(ToDouble), WATCH(ToInt), WATCH(NumArgs), WATCH(RtableData), WATCH(RtableGetSettings), WATCH(RtableNumDims);
     WATCH(RtableUpperBound), WATCH(NormalizeInteger), WATCH(ToInteger), WATCH(ToFloat), WATCH(ToName);
-    WATCH(NullValue), WATCH(ParseString);
+    WATCH(NullValue), WATCH(ParseString), WATCH(AssignName);
 #undef WATCH
     table.Alloc = op_alloc;
     table.Free = op_free;
-    table.AssignName = op_assign_name;
     table.RaiseError = op_raise_error;
     table.CallProcedure = op_call_procedure;
     table.CheckName = op_check_name;
@@ -618,8 +609,7 @@ void reset() {
 }
 
 Outcome attempt(const std::function<void()> &calls) {
-    host.operations.clear(), host.messages.clear(), host.assigned.clear(), host.callbacks.clear(),
-        host.allocated.clear();
+    host.operations.clear(), host.messages.clear(), host.allocated.clear();
     host.copies = 0;
     leaving_now = false;
     library_blocks = 0;

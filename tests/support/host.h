@@ -126,11 +126,10 @@ struct Host {
     bool dirty_tables = false;  // new native tables are not zero
     uint64_t memory_limit = 1u << 26;
     bool no_checks_after_writes = false;  // note operations other than those that report results after a first write
-    Object callback_result = 0;           // of procedures of the host, in the place of theirs; 0: theirs
 
     // Noted.
     std::vector<const char *> operations;
-    std::vector<std::string> messages, violations, assigned, callbacks;
+    std::vector<std::string> messages, violations;
     std::vector<uint32_t> allocated;  // bytes that Alloc gave
     int copies = 0;                   // blocks of Alloc, new tables
     uint32_t asked_bytes = 0;         // of the last Alloc, also of one that failed
