@@ -160,7 +160,7 @@ TYPED_TEST(Engine, ManyBlocks) {
                 }
                 return A;
             };
-            check_routes<TypeParam>(this->random, p, make(m, k), make(k, n), make(m, n), below(this->random, 50));
+            check_routes<TypeParam>(this->random, p, make(m, k), make(k, n), make(m, n), below(this->random, 50u));
             if (this->HasFatalFailure()) return;
         }
     }
