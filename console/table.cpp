@@ -94,7 +94,8 @@ std::string integer_text(const Table &table, int32_t i, int32_t j) {
         if (value >= 0 && value < 1e15 && value == std::floor(value))
             return std::to_string(static_cast<int64_t>(value));
     }
-    return integer_of(get_entry_integer(table, i, j)).get_str();
+    const Object value = get_entry_integer(table, i, j);
+    return is_immediate(value) ? std::to_string(immediate_value(value)) : integer_of(value).get_str();
 }
 
 std::string describe_table(const Table &table) {
