@@ -112,8 +112,7 @@ Object create_matrix(Object modulus, const MatrixFile &file, const Arguments &de
 
 MatrixFile read_file(Object argument, const char *what) {
     const std::string name = string_argument(argument, what);
-    if (name == "-") return read_matrix_file(std::cin, "standard input");
-    return read_matrix_file(*open_input(name), name);
+    return read_matrix_file(*open_input(name), name == "-" ? "standard input" : name);
 }
 
 // Puts the entries of a file into a Matrix of zeros, reduced when there is a modulus.
@@ -218,6 +217,10 @@ Object read_lists(const Arguments &arguments) {
 }  // namespace
 
 std::unique_ptr<std::istream> open_input(const std::string &name) {
+    if (name == "-") {
+        std::unique_ptr<std::istream> unpacked = unpack_gzip(std::cin, "standard input");
+        return unpacked ? std::move(unpacked) : std::make_unique<std::istream>(std::cin.rdbuf());
+    }
     std::string place = name;
     auto file = std::make_unique<std::ifstream>(place, std::ios::binary);
     if (!*file && !file_directory.empty() && name[0] != '/') {
@@ -225,8 +228,8 @@ std::unique_ptr<std::istream> open_input(const std::string &name) {
         file->open(place, std::ios::binary);
     }
     if (!*file) throw HostError("cannot open " + name);
-    if (!name.ends_with(".gz")) return file;
-    return std::make_unique<std::istringstream>(read_gzip(place), std::ios::binary);
+    std::unique_ptr<std::istream> unpacked = unpack_gzip(*file, name);
+    return unpacked ? std::move(unpacked) : std::move(file);
 }
 
 void set_file_directory(const std::string &directory) {

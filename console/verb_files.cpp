@@ -49,8 +49,7 @@ void store(const Table &table, int32_t row, int32_t column, const mpz_class &res
 
 MatrixFile read_input(const std::string &name) {
     const auto progress = [&](uint64_t line) { show_progress("reading " + name + ", line", int64_t(line), 0); };
-    if (name == "-") return read_matrix_file(std::cin, "standard input", default_memory_limit, progress);
-    return read_matrix_file(*open_input(name), name, default_memory_limit, progress);
+    return read_matrix_file(*open_input(name), name == "-" ? "standard input" : name, default_memory_limit, progress);
 }
 
 Object residue_matrix(const MatrixFile &file, const mpz_class &p, int32_t datatype) {
