@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -142,7 +143,9 @@ std::optional<Json> parse_line(const std::string &text) {
     }
     const size_t k = line["k"], count = line["of"];
     const bool solve = line["verb"] == "solve";
-    if (k < 1 || k > count || (!solve && multimodular_prime(k) != line["p"])) return {};
+    if (!solve && line["verb"] != "det" && line["verb"] != "rank") return {};
+    constexpr size_t most_primes = 1'000'000;  // more than multimodular_prime has
+    if (k < 1 || k > count || count > most_primes || (!solve && multimodular_prime(k) != line["p"])) return {};
     if (line.contains("proof") && line["proof"].is_string()) return line;
     if (!line.contains("residue")) return {};
     const auto is_residue = [&](const Json &value) { return value.is_number_unsigned() && value < line["p"]; };
@@ -157,7 +160,7 @@ std::optional<Json> parse_line(const std::string &text) {
 
 // The lines of a file, and how many bytes they take: what follows was cut short.
 Lines read_lines(const std::string &name, size_t *bytes) {
-    std::ifstream file(name, std::ios::binary);
+    std::ifstream file(name == "-" ? "/dev/stdin" : name, std::ios::binary);
     if (!file) throw VerbError(2, "cannot open " + name);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     Lines lines;
@@ -188,11 +191,11 @@ struct Worker {
     try {
         for (const size_t k : share) {
             const Json line = compute_line(task, k);
-            write_all(output, line.dump() + "\n");
+            write_all(output, text_of_line(line));
             if (is_proof(line)) break;
         }
     } catch (const std::exception &error) {
-        const std::string message = Json{{"error", error.what()}}.dump() + "\n";
+        const std::string message = text_of_line({{"error", error.what()}});
         status = write(output, message.data(), message.size()) > 0 ? 0 : 1;
     }
     _exit(status);
@@ -374,8 +377,9 @@ void write_shard(const Task &task, const std::string &part, const std::string &o
     if (!output.empty()) {
         file = open(output.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
         if (file < 0) throw VerbError(2, "cannot write " + output);
+        const bool is_continued = std::filesystem::is_regular_file(output);  // a device or pipe may never end
         size_t bytes;
-        for (const Json &line : read_lines(output, &bytes)) {
+        for (const Json &line : is_continued ? read_lines(output, &bytes) : Lines()) {
             if (task_of(line) != task_of(task.facts)) {
                 throw VerbError(2, output + " holds lines of something else; it is left as it is");
             }
@@ -383,14 +387,15 @@ void write_shard(const Task &task, const std::string &part, const std::string &o
             done[line["k"]] = true;
         }
         // A line that was cut short when its process ended.
-        if (ftruncate(file, static_cast<off_t>(bytes)) != 0) throw VerbError(2, "cannot write " + output);
+        if (is_continued && ftruncate(file, static_cast<off_t>(bytes)) != 0)
+            throw VerbError(2, "cannot write " + output);
     }
     for (size_t k = own; k <= task.count; k += parts) {
         if (done[k]) continue;
         show_progress("prime", static_cast<int64_t>(k), static_cast<int64_t>(task.count));
         const Json line = compute_line(task, k);
         clear_progress();
-        write_all(file, line.dump() + "\n");
+        write_all(file, text_of_line(line));
         if (is_proof(line)) break;
     }
     if (!output.empty()) close(file);
@@ -414,6 +419,10 @@ Lines read_shards(const std::vector<std::string> &files) {
     }
     if (lines.empty()) throw VerbError(1, "there is no line in the shards yet");
     return lines;
+}
+
+std::string text_of_line(const Json &object) {
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::string list_numbers(const std::vector<size_t> &numbers) {

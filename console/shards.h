@@ -49,6 +49,7 @@ void write_shard(const Task &task, const std::string &part, const std::string &o
 // The lines of shards, all of one task.  Throws VerbError for others; a last line that was cut short is left out.
 Lines read_shards(const std::vector<std::string> &files);
 
+std::string text_of_line(const Json &object);  // file names that are not UTF-8 get replacement characters
 std::string list_numbers(const std::vector<size_t> &numbers);  // "1, 3-5"
 
 }  // namespace modla::console

@@ -441,7 +441,7 @@ const Verb verbs[] = {
 };
 
 constexpr const char *common_help =
-    "\n\nFILEs are in Matrix Market or SMS format, packed by gzip if they end in .gz; - is standard input.\n"
+    "\n\nFILEs are in Matrix Market or SMS format, which gzip may have packed; - is standard input.\n"
     "Exit status: 0 done; 1 there is no such thing (no solution, a singular Matrix); 2 anything else.";
 
 // ---- The call
@@ -469,6 +469,9 @@ int32_t choose_datatype(const Request &request) {
     const std::pair<const char *, std::pair<int32_t, int32_t>> kinds[] = {{"integer[4]", {MODLA_INTEGER4, 65535}},
                                                                           {"float[8]", {MODLA_FLOAT8, 33554431}},
                                                                           {"integer", {MODLA_INTEGER, 0}}};
+    if (request.p == 0 && request.datatype == "integer[4]") {
+        throw VerbError(2, "integer[4] needs -p: primes for work over the integers are larger than it holds");
+    }
     for (const auto &[name, kind] : kinds) {
         const auto &[datatype, largest] = kind;
         const bool fits = largest == 0 || request.p <= largest;
@@ -495,6 +498,7 @@ Json entries_of(const MatrixText &matrix) {
 void run(Request *request, void (*prepare)(const std::string &library)) {
     const auto start = std::chrono::steady_clock::now();
     const Verb &verb = *request->verb;
+    if (request->output == "-") request->output.clear();
     request->p = read_modulus(*request);
     request->stored_as = choose_datatype(*request);
     const bool is_solve_over_integers = verb.gives_matrix && request->p == 0;
@@ -504,9 +508,11 @@ void run(Request *request, void (*prepare)(const std::string &library)) {
     if (request->p > 0 && (!request->shard.empty() || request->jobs > 1)) {
         throw VerbError(2, "--jobs and --shard share primes out, -p is only one");
     }
-    if (!request->shard.empty() && std::count(request->files.begin(), request->files.end(), "-") > 0) {
+    const auto standard_inputs = std::count(request->files.begin(), request->files.end(), "-");
+    if (!request->shard.empty() && standard_inputs > 0) {
         throw VerbError(2, "a shard tells which file it belongs to: standard input will not do");
     }
+    if (standard_inputs > 1) throw VerbError(2, "- stands for one file only");
     prepare(request->library);
     if (!request->datatype.empty()) {
         // As the prelude knows it.
@@ -538,7 +544,7 @@ void run(Request *request, void (*prepare)(const std::string &library)) {
     if (has_matrix && request->output.empty()) object["matrix"] = entries_of(result.matrix);
     if (!request->output.empty()) object["output"] = request->output;
     object["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::cout << object.dump() << std::endl;
+    std::cout << text_of_line(object) << std::flush;
 }
 
 void add_options(CLI::App *app, Request *request) {
@@ -587,6 +593,10 @@ void add_options(CLI::App *app, Request *request) {
                   verb.gives_matrix ? "one JSON object on standard output, with the Matrix unless -o takes it"
                                     : "one JSON object on standard output");
     app->add_option("--library", request->library, "the libmodla.so to load")->type_name("LIB");
+    // A variable of a shell that is not set must not select another computation.
+    const CLI::Validator not_empty([](const std::string &text) { return text.empty() ? "is empty" : std::string(); },
+                                   "");
+    for (CLI::Option *const option : app->get_options()) option->check(not_empty);
 }
 
 std::string first_line(const std::string &text) {
