@@ -7,9 +7,9 @@ cd "$1"
 failed=0
 fail() { echo "FAILED: $*"; failed=1; }
 
-# Row operations and products of doubles through CBLAS, with the largest sums and results that FLINT confirms.
+# Row operations and products of doubles through CBLAS, with the largest sums.
 smoke() {
-    "$@" ./test_kernels --gtest_filter='ProductKernels/1.HoldTheLargestSums:Reduce.HoldsSumsUpToTheLimit'
+    "$@" ./test_kernels --gtest_filter='ProductKernels/1.HoldTheLargestSums:*.HoldsSumsUpToTheLimit'
 }
 
 # old NAME MODEL: the tests on a processor of QEMU's that OpenBLAS takes for a NAME.
