@@ -38,13 +38,12 @@ void read_magnitude(Object x, mpz_ptr value) {
     mpz_limbs_finish(value, mpn_set_str(mpz_limbs_write(value, limbs), first, count, byte_base));
 }
 
-void read_integer(Object x, mpz_class *value) {
-    if (is_immediate(x)) {
-        *value = immediate_value(x);
-        return;
-    }
-    read_magnitude(x, value->get_mpz_t());
-    if (type_of(x) == type_negative) mpz_neg(value->get_mpz_t(), value->get_mpz_t());
+mpz_class integer_of(Object x) {
+    if (is_immediate(x)) return immediate_value(x);
+    mpz_class value;
+    read_magnitude(x, value.get_mpz_t());
+    if (type_of(x) == type_negative) mpz_neg(value.get_mpz_t(), value.get_mpz_t());
+    return value;
 }
 
 Object host_integer(const mpz_class &value) {

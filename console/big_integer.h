@@ -7,7 +7,7 @@
 
 namespace modla::console {
 
-void read_integer(Object x, mpz_class *value);
+mpz_class integer_of(Object x);                // x is an integer
 void read_magnitude(Object x, mpz_ptr value);  // of an integer that is not immediate
 Object host_integer(const mpz_class &value);
 Object host_integer(int64_t value);

@@ -14,14 +14,12 @@ bool word_moduli = true;
 std::vector<std::pair<std::string, Object>> own_callbacks;
 
 Object make_callback(const CallbackDefinition &callback) {
-    const Object procedure = make_native(callback.name, [callback](const Arguments &arguments) {
+    return keep(make_native(callback.name, [callback](const Arguments &arguments) {
         if (arguments.size() != callback.arguments) {
             throw HostError(std::string(callback.name) + " takes " + std::to_string(callback.arguments) + " arguments");
         }
         return callback.run(arguments);
-    });
-    keep(procedure);
-    return procedure;
+    }));
 }
 
 }  // namespace
@@ -54,8 +52,7 @@ bool is_word_modulus(const mpz_class &p) {
 
 mpz_class modulus_argument(Object x) {
     if (!is_integer(x)) throw HostError("a modulus must be an integer, not " + to_line(x));
-    mpz_class p;
-    read_integer(x, &p);
+    mpz_class p = integer_of(x);
     if (p < 2) throw HostError("modulus must be at least 2");
     return p;
 }

@@ -33,18 +33,9 @@ bool same(Object a, Object b, Known &known) {
     if (a == b) return true;
     if (is_number(a) && is_number(b)) return compare_numbers(a, b) == 0;
     if (is_number(a) || is_number(b) || type_of(a) != type_of(b)) return false;
-    switch (type_of(a)) {
-        case type_string:
-            return text_of(a) == text_of(b);
-        case type_name:
-        case type_procedure:
-        case type_polynomial:
-            return false;
-        case type_table:
-            return same_tables(table_of(a), table_of(b), known);
-        default:
-            break;
-    }
+    if (has_type(a, type_string)) return text_of(a) == text_of(b);
+    if (has_type(a, type_table)) return same_tables(table_of(a), table_of(b), known);
+    if (has_type(a, type_name) || has_type(a, type_procedure) || has_type(a, type_polynomial)) return false;
     if (length_of(a) != length_of(b) || (is_collection(a) && size_of(a) != size_of(b))) return false;
     if (known.contains({a, b})) return true;
     for (uint32_t i = 1; i < length_of(a); i++) {

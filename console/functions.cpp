@@ -56,9 +56,13 @@ Object fixed_text(const Arguments &arguments) {
     return new_string(buffer);
 }
 
+bool is_before(Object a, Object b) {
+    return compare_values(a, b) < 0;
+}
+
 Object sort_values(const Arguments &arguments) {
     std::vector<Object> elements = elements_of(collection_argument(arguments[0]));
-    std::stable_sort(elements.begin(), elements.end(), [](Object a, Object b) { return compare_values(a, b) < 0; });
+    std::stable_sort(elements.begin(), elements.end(), is_before);
     return new_collection(type_list, elements);
 }
 
@@ -80,14 +84,9 @@ Object find_position(const Arguments &arguments) {
 // The position in a list that `sort` or `unique` made, by bisection.
 Object find_sorted(const Arguments &arguments) {
     const Object list = collection_argument(arguments[1]);
-    uint32_t low = 0, high = size_of(list);
-    while (low < high) {
-        const uint32_t middle = low + (high - low) / 2;
-        const int order = compare_values(element(list, middle), arguments[0]);
-        if (order == 0) return integer_object(int64_t{middle} + 1);
-        (order < 0 ? low : high) = order < 0 ? middle + 1 : middle;
-    }
-    return immediate(0);
+    const Object *const first = words(sequence_of(list)) + 1, *const last = first + size_of(list);
+    const Object *const found = std::lower_bound(first, last, arguments[0], is_before);
+    return immediate(found == last || is_before(arguments[0], *found) ? 0 : static_cast<int32_t>(found - first) + 1);
 }
 
 // The list without its element at a position.
@@ -131,7 +130,6 @@ Object seed_random(const Arguments &arguments) {
 }
 
 Object assign_value(const Arguments &arguments) {
-    if (!has_type(arguments[0], type_name)) throw HostError("cannot assign to " + to_line(arguments[0]));
     assign_global(arguments[0], arguments[1]);
     return null_value();
 }
@@ -187,17 +185,6 @@ Object show_help(const Arguments &arguments) {
     return null_value();
 }
 
-const std::vector<Function> &all_functions() {
-    static const auto *const all = [] {
-        auto *const list = new std::vector<Function>(value_functions());
-        for (const auto &more : {table_functions(), expression_functions(), multimodular_functions()}) {
-            list->insert(list->end(), more.begin(), more.end());
-        }
-        return list;
-    }();
-    return *all;
-}
-
 }  // namespace
 
 std::vector<Function> value_functions() {
@@ -246,14 +233,16 @@ void define_prelude() {
 }
 
 void define_functions() {
-    for (const Function &function : all_functions()) {
-        define_protected(function.name, make_native(function.name, [&function](const Arguments &arguments) {
-                             if (arguments.size() < function.least || arguments.size() > function.most) {
-                                 const ReferenceEntry *const entry = find_reference(function.name);
-                                 throw HostError(entry ? "usage: " + entry->call : "wrong number of arguments");
-                             }
-                             return function.run(arguments);
-                         }));
+    for (const auto &list : {value_functions(), table_functions(), expression_functions(), multimodular_functions()}) {
+        for (const Function &function : list) {
+            const auto run = [function](const Arguments &arguments) {
+                if (arguments.size() >= function.least && arguments.size() <= function.most)
+                    return function.run(arguments);
+                const ReferenceEntry *const entry = find_reference(function.name);
+                throw HostError(entry ? "usage: " + entry->call : "wrong number of arguments");
+            };
+            define_protected(function.name, make_native(function.name, run));
+        }
     }
     define_prelude();
     define_callbacks();

@@ -296,8 +296,8 @@ void set_guard(void (*guard)()) {
 HeapStatistics heap_statistics() {
     return {heap().objects.size(), heap().bytes, heap().collections};
 }
-void keep(Object x) {
-    heap().kept.push_back(x);
+Object keep(Object x) {
+    return heap().kept.emplace_back(x);
 }
 
 Roots::Roots() : previous(nullptr), next(heap().roots) {
@@ -328,6 +328,12 @@ Object new_object(uint32_t length, uint32_t type_id) {
     return x;
 }
 
+Object new_value(Type type, std::initializer_list<Object> content) {
+    const Object x = new_object(static_cast<uint32_t>(content.size()) + 1, type);
+    std::copy(content.begin(), content.end(), words(x) + 1);
+    return x;
+}
+
 Object new_string(const std::string &text) {
     const uint32_t bytes = static_cast<uint32_t>(text.size());
     const Object x = new_object(2 + (bytes + 3) / 4, type_string);
@@ -343,16 +349,11 @@ Object new_sequence(const std::vector<Object> &elements) {
 }
 
 Object new_collection(Type type, const std::vector<Object> &elements) {
-    const Object sequence = new_sequence(elements), x = new_object(2, type);
-    words(x)[1] = sequence;
-    return x;
+    return new_value(type, {new_sequence(elements)});
 }
 
 Object new_pair(Type type, Object first, Object second) {
-    const Object x = new_object(3, type);
-    words(x)[1] = first;
-    words(x)[2] = second;
-    return x;
+    return new_value(type, {first, second});
 }
 
 Object new_float(double value) {
@@ -368,11 +369,7 @@ Object new_procedure(std::shared_ptr<Procedure> procedure) {
 }
 
 Object null_value() {
-    static const Object null = [] {
-        const Object x = new_sequence({});
-        keep(x);
-        return x;
-    }();
+    static const Object null = keep(new_sequence({}));
     return null;
 }
 
@@ -382,11 +379,7 @@ std::vector<Object> elements_of(Object x) {
 }
 
 Object local_name(const std::string &text) {
-    const Object string = new_string(text);
-    const Object name = new_object(4, type_name);
-    words(name)[2] = string;
-    words(name)[3] = immediate(0);
-    return name;
+    return new_value(type_name, {0, new_string(text), immediate(0)});
 }
 
 void protect(Object name) {
@@ -435,27 +428,6 @@ bool is_unique(Object x) {
     return is_immediate(x) || has_type(x, type_name) || prefix_of(x).unique;
 }
 
-namespace {
-
-uint32_t saturated_sum(uint32_t a, uint32_t b) {
-    return a + b < a ? ~uint32_t{0} : a + b;
-}
-
-// Takes a part of an expression into account.
-void count_part(Object part, Prefix &whole) {
-    whole.size = saturated_sum(whole.size, 1);
-    if (is_immediate(part)) return;
-    if (has_type(part, type_name)) {
-        words(part)[3] = immediate(immediate_value(words(part)[3]) | name_in_expressions);
-        set_value(part, words(part)[1]);
-        return;
-    }
-    whole.size = saturated_sum(whole.size, prefix_of(part).size);
-    whole.depth = std::max<uint16_t>(whole.depth, static_cast<uint16_t>(prefix_of(part).depth + 1));
-}
-
-}  // namespace
-
 Object unique_object(Type type, const std::vector<Object> &parts) {
     if (parts.size() >= 0x3ffffff) throw HostError("expression too large");
     std::vector<Object> content = {uint32_t{type} << 26 | static_cast<uint32_t>(parts.size() + 1)};
@@ -463,16 +435,27 @@ Object unique_object(Type type, const std::vector<Object> &parts) {
     const auto found = heap().unique.find({content.data(), content.size()});
     if (found != heap().unique.end()) return found->second;
     const HoldCollection hold;
-    Prefix counted{};
     const uint32_t length = static_cast<uint32_t>(content.size()), end = end_of_values(type, length);
-    if (end < length) counted.size = length;
-    for (uint32_t i = 1; i < end; i++) count_part(content[i], counted);
-    if (counted.depth > deepest_expression) throw HostError("expression nested too deeply");
-    if (counted.size > largest_expression) throw HostError("expression too large");
+    uint64_t size = end < length ? length : 0;
+    uint32_t depth = 0;
+    for (uint32_t i = 1; i < end; i++) {
+        const Object part = content[i];
+        size++;
+        if (is_immediate(part)) continue;
+        if (has_type(part, type_name)) {
+            words(part)[3] = immediate(immediate_value(words(part)[3]) | name_in_expressions);
+            set_value(part, words(part)[1]);
+            continue;
+        }
+        size += prefix_of(part).size;
+        depth = std::max<uint32_t>(depth, prefix_of(part).depth + 1);
+    }
+    if (depth > deepest_expression) throw HostError("expression nested too deeply");
+    if (size > largest_expression) throw HostError("expression too large");
     const Object x = new_sequence(parts);
     words(x)[0] = content[0];
-    prefix_of(x).size = counted.size;
-    prefix_of(x).depth = counted.depth;
+    prefix_of(x).size = static_cast<uint32_t>(size);
+    prefix_of(x).depth = static_cast<uint16_t>(depth);
     prefix_of(x).unique = true;
     heap().unique.emplace(content_of(x), x);
     return x;

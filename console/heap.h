@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -34,8 +35,9 @@ struct Table {
     DataBlock *block;
 };
 
-// An uninitialised value: length words including the header, the others 0.
+// An uninitialised value: length words including the header, the others 0.  A value with these words behind the header.
 Object new_object(uint32_t length, uint32_t type_id);
+Object new_value(Type type, std::initializer_list<Object> words);
 Object new_string(const std::string &text);
 Object new_sequence(const std::vector<Object> &elements);
 Object new_collection(Type type, const std::vector<Object> &elements);  // a list or a set
@@ -97,8 +99,8 @@ struct Roots {
     Roots *previous, *next;
 };
 
-// Keeps a value for ever (constants of a program).
-void keep(Object x);
+// Keeps a value for ever (constants of a program), and returns it.
+Object keep(Object x);
 
 struct HeapStatistics {
     size_t objects, bytes, collections;

@@ -201,12 +201,7 @@ HostApi make_api() {
     HostApi api = reserved_api(std::make_index_sequence<sizeof(HostApi) / sizeof(void *)>());
     api.Alloc = [](uint32_t bytes) { return operation([&] { return lend_memory(bytes); }); };
     api.NewObject = [](uint32_t length, uint32_t type) { return operation([&] { return new_object(length, type); }); };
-    api.AssignName = [](Object name, Object value) {
-        operation([&] {
-            if (!has_type(name, type_name)) throw HostError("cannot assign to " + to_line(name));
-            assign_global(name, value);
-        });
-    };
+    api.AssignName = [](Object name, Object value) { operation([&] { assign_global(name, value); }); };
     api.Free = [](void *memory) {
         operation([&] {
             if (memory && !return_memory(memory)) throw HostError("released memory that was not allocated");
@@ -340,6 +335,7 @@ Object evaluate(Object x) {
 }
 
 void assign_global(Object name, Object value) {
+    if (!has_type(name, type_name)) throw HostError("cannot assign to " + to_line(name));
     if (is_protected(name)) throw HostError("the name " + text_of(name) + " is protected");
     if (is_in_expressions(name) && is_expression(value) && contains_name(value, name)) {
         throw HostError("recursive assignment of " + text_of(name));
@@ -354,10 +350,7 @@ void define_protected(const std::string &text, Object value) {
 }
 
 Object make_native(const std::string &name, std::function<Object(const std::vector<Object> &arguments)> run) {
-    auto procedure = std::make_shared<Procedure>();
-    procedure->name = name;
-    procedure->run = std::move(run);
-    return new_procedure(std::move(procedure));
+    return new_procedure(std::make_shared<Procedure>(Procedure{name, std::move(run)}));
 }
 
 std::string fill_placeholders(const std::string &format, const std::vector<Object> &values) {

@@ -46,7 +46,7 @@ Object call_procedure(Object procedure, const std::vector<Object> &arguments);
 // Full evaluation: the value of a name that has one.
 Object evaluate(Object x);
 
-// Gives a name a value; a protected name is refused.
+// Gives a name a value; a protected name is refused, and what is no name.
 void assign_global(Object name, Object value);
 
 // Gives a global name a value (or none, 0) that programs cannot change.

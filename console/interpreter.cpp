@@ -398,12 +398,8 @@ Object run_procedure(const ProcedureBody &body, const std::vector<Object> &argum
 }  // namespace
 
 Object make_procedure(std::shared_ptr<ProcedureBody> body) {
-    auto procedure = std::make_shared<Procedure>();
-    procedure->name = body->name;
-    procedure->run = [body = std::move(body)](const std::vector<Object> &arguments) {
-        return run_procedure(*body, arguments);
-    };
-    return new_procedure(std::move(procedure));
+    return make_native(body->name,
+                       [body](const std::vector<Object> &arguments) { return run_procedure(*body, arguments); });
 }
 
 void run_program(const std::string &text, const Printer &print) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <string_view>
 
 namespace modla::console {
@@ -73,21 +74,14 @@ struct Lexer {
     }
 
     void number() {
-        std::string number = take_while(is_digit);
-        bool floating = false;
-        if (peek() == '.' && peek(1) != '.') {
-            floating = true;
-            at++;
-            number += "." + take_while(is_digit);
-        }
-        const size_t sign = peek(1) == '-' || peek(1) == '+' ? 1 : 0;
-        if ((peek() == 'e' || peek() == 'E') && is_digit(peek(1 + sign))) {
-            floating = true;
-            number += text.substr(at, 1 + sign);
-            at += 1 + sign;
-            number += take_while(is_digit);
-        }
-        emit(floating ? TokenKind::floating : TokenKind::integer, std::move(number));
+        double value;  // only where it ends is asked for
+        const char *const first = text.data() + at;
+        const char *last = std::from_chars(first, text.data() + text.size(), value).ptr;
+        if (last[-1] == '.' && *last == '.') last--;  // the operator of a range
+        const std::string number(first, last);
+        at += number.size();
+        const bool floating = number.find_first_of(".eE") != std::string::npos;
+        emit(floating ? TokenKind::floating : TokenKind::integer, number);
     }
 
     void string() {

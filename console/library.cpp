@@ -52,11 +52,8 @@ void load_entry_points() {
         unload_library();
         throw HostError(library_path + " is no modLA library");
     }
-    static const Object dispatcher = [] {
-        const Object procedure = make_native("callbacks", find_callback);
-        keep(procedure);  // the library's own reference is not seen by the collector
-        return procedure;
-    }();
+    // Kept: the library's own reference is not seen by the collector.
+    static const Object dispatcher = keep(make_native("callbacks", find_callback));
     call_entry_point(enroll, {dispatcher});
 }
 

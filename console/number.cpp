@@ -86,6 +86,19 @@ Object complex_divide(Object a, Object b) {
     return complex_object(part(real_part(product)), part(imaginary_part(product)));
 }
 
+// A sum or a difference; of_parts is the whole function again, for the parts of complex numbers.
+template <class Operation>
+Object sum(Object a, Object b, Object (*of_parts)(Object, Object)) {
+    const Operation operation;
+    if (both_immediate(a, b)) {
+        return integer_object(operation(int64_t{immediate_value(a)}, int64_t{immediate_value(b)}));
+    }
+    if (b == immediate(0) && is_scalar(a)) return a;
+    if (!either_complex(a, b)) return arithmetic(a, b, operation);
+    const Object real = of_parts(real_part(a), real_part(b));
+    return complex_object(real, of_parts(imaginary_part(a), imaginary_part(b)));
+}
+
 size_t digits_of(Object x) {
     if (has_type(x, type_float)) return 0;
     if (is_complex(x)) return digits_of(real_part(x)) + digits_of(imaginary_part(x));
@@ -96,14 +109,9 @@ size_t digits_of(Object x) {
 }  // namespace
 
 Object integer_object(const mpz_class &value) {
-    if (mpz_sizeinbase(value.get_mpz_t(), 10) > most_digits) throw HostError("result too large");
+    const bool small = mpz_size(value.get_mpz_t()) <= 1;  // told faster than the digits
+    if (!small && mpz_sizeinbase(value.get_mpz_t(), 10) > most_digits) throw HostError("result too large");
     return host_integer(value);
-}
-
-mpz_class integer_of(Object x) {
-    mpz_class value;
-    read_integer(x, &value);
-    return value;
 }
 
 Object rational_object(const mpq_class &value) {
@@ -113,21 +121,14 @@ Object rational_object(const mpq_class &value) {
 }
 
 Object complex_unit() {
-    static const Object unit = [] {
-        const Object x = unique_object(type_complex, {immediate(1)});
-        keep(x);
-        return x;
-    }();
+    static const Object unit = keep(unique_object(type_complex, {immediate(1)}));
     return unit;
 }
 
 Object complex_object(Object real, Object imaginary) {
     if (is_zero(imaginary)) return real;
     if (real == immediate(0) && imaginary == immediate(1)) return complex_unit();
-    if (real != immediate(0)) return new_pair(type_complex, real, imaginary);
-    const Object x = new_object(2, type_complex);
-    words(x)[1] = imaginary;
-    return x;
+    return real == immediate(0) ? new_value(type_complex, {imaginary}) : new_pair(type_complex, real, imaginary);
 }
 
 bool is_complex(Object x) {
@@ -158,22 +159,12 @@ double to_double(Object x) {
 }
 
 Object add(Object a, Object b) {
-    if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} + immediate_value(b));
     if (a == immediate(0) && is_scalar(b)) return b;  // also -0.0
-    if (b == immediate(0) && is_scalar(a)) return a;
-    if (either_complex(a, b)) {
-        return complex_object(add(real_part(a), real_part(b)), add(imaginary_part(a), imaginary_part(b)));
-    }
-    return arithmetic(a, b, std::plus<>());
+    return sum<std::plus<>>(a, b, add);
 }
 
 Object subtract(Object a, Object b) {
-    if (both_immediate(a, b)) return integer_object(int64_t{immediate_value(a)} - immediate_value(b));
-    if (b == immediate(0) && is_scalar(a)) return a;
-    if (either_complex(a, b)) {
-        return complex_object(subtract(real_part(a), real_part(b)), subtract(imaginary_part(a), imaginary_part(b)));
-    }
-    return arithmetic(a, b, std::minus<>());
+    return sum<std::minus<>>(a, b, subtract);
 }
 
 Object multiply(Object a, Object b) {

@@ -11,7 +11,6 @@ Object integer_object(const mpz_class &value);
 inline Object integer_object(int64_t value) {
     return host_integer(value);
 }
-mpz_class integer_of(Object x);                  // x is an integer
 Object rational_object(const mpq_class &value);  // an integer when the denominator is 1
 
 mpz_class integral_float(Object x);  // of a float without fraction

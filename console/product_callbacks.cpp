@@ -39,9 +39,8 @@ struct FlintMatrix {
 void set_residue(fmpz *to, uint64_t value) {
     fmpz_set_ui(to, static_cast<ulong>(value));
 }
-void set_residue(fmpz *to, mpz_class value) {
-    mpz_swap(_fmpz_promote(to), value.get_mpz_t());
-    _fmpz_demote_val(to);
+void set_residue(fmpz *to, const mpz_class &value) {
+    fmpz_set_mpz(to, value.get_mpz_t());
 }
 
 template <class Residue>
