@@ -639,6 +639,16 @@ int run_verb(int count, char **arguments, void (*prepare)(const std::string &lib
         std::cout << app.help();
         return 0;
     } catch (const CLI::ParseError &error) {
+        for (int i = 2; i < count; i++) {  // whose value would otherwise be called one FILE too many
+            const std::string argument = arguments[i];
+            const std::string option =
+                argument.starts_with("--") ? argument.substr(0, argument.find('=')) : argument.substr(0, 2);
+            const bool is_option = option.size() > 1 && option[0] == '-' && (option[1] < '0' || option[1] > '9');
+            if (option == "--") break;
+            if (is_option && !app.get_option_no_throw(option)) {
+                return complain(2, "unknown option " + argument + " (" + name + " --help tells more)");
+            }
+        }
         return complain(2, std::string(error.what()) + " (" + name + " --help tells more)");
     } catch (const VerbError &error) {
         return complain(error.status, error.what());
