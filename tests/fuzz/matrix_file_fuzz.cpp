@@ -89,7 +89,8 @@ void check_functions(const std::string &name, const MatrixFile *matrix) {
                 require_residue(table, entry.row, entry.column, entry.value);
             }
         }
-        for (const auto &[place, fraction] : matrix->fractions) {
+        for (const auto &[at, fraction] : matrix->fractions) {
+            const auto &place = at;  // Clang 14 captures no structured binding
             const auto same_place = [&](const MatrixEntry &entry) {
                 return place == std::pair(entry.row, entry.column);
             };
