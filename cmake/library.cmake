@@ -4,6 +4,7 @@ add_library(modla_engine OBJECT
   ${PROJECT_SOURCE_DIR}/engine/avx2_kernels.S
   ${PROJECT_SOURCE_DIR}/engine/avx512.cpp
   ${PROJECT_SOURCE_DIR}/engine/avx512_kernels.S
+  ${PROJECT_SOURCE_DIR}/engine/avx512_slices.cpp
   ${PROJECT_SOURCE_DIR}/engine/gemm.cpp
   ${PROJECT_SOURCE_DIR}/engine/packing_memory.cpp
   ${PROJECT_SOURCE_DIR}/engine/processor.cpp
@@ -12,7 +13,8 @@ add_library(modla_engine OBJECT
   ${PROJECT_SOURCE_DIR}/engine/rows_avx512.cpp)
 # A file of one instruction set is entered only where the processor has it.  (GCC 12 takes the undefined vectors in its
 # own headers for uninitialised ones.)
-set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp PROPERTIES COMPILE_OPTIONS
+set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp ${PROJECT_SOURCE_DIR}/engine/avx512_slices.cpp
+  PROPERTIES COMPILE_OPTIONS
   "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mavx512ifma;-mavx512vbmi;-mgfni;-mbmi2;-Wno-uninitialized;$<$<CONFIG:Release>:-O2>;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx2.cpp PROPERTIES COMPILE_OPTIONS
   "-mavx2;-mfma;$<$<CONFIG:Release>:-O2>")

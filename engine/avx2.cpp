@@ -16,9 +16,7 @@ void modla_avx2_doubles(const void *a, const void *b, void *tile, int segments, 
 namespace modla {
 namespace {
 
-int32_t smaller(int32_t a, int32_t b) {
-    return a < b ? a : b;
-}
+#include "engine/packing.inc"
 
 // ---- Entries of matrices, up to `count` <= 8 of them as 32-bit integers
 

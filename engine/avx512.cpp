@@ -19,112 +19,7 @@ void modla_avx512_wide(const void *a, const void *b, void *tile, int segments, i
 namespace modla {
 namespace {
 
-// ---- Entries of matrices
-
-__mmask16 first(int32_t count) {
-    return count >= 16 ? __mmask16{0xffff} : static_cast<__mmask16>((1u << count) - 1);
-}
-
-// Offsets of entries that are `step` apart.  They wrap around modulo 2^32, as addresses do.
-__m512i offsets(ptrdiff_t step) {
-    const __m512i counts = _mm512_set_epi32(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-    return _mm512_mullo_epi32(counts, _mm512_set1_epi32(step));
-}
-
-// c + r or c - r mod p.
-__m512i updated(__m512i c, __m512i r, __m512i p, int update) {
-    if (update == 1) {
-        const __m512i sum = _mm512_add_epi32(c, r);
-        return _mm512_min_epu32(sum, _mm512_sub_epi32(sum, p));
-    }
-    const __m512i difference = _mm512_sub_epi32(c, r);
-    return _mm512_min_epu32(difference, _mm512_add_epi32(difference, p));
-}
-
-__m256i updated(__m256i c, __m256i r, __m256i p, int update) {
-    return _mm512_castsi512_si256(
-        updated(_mm512_castsi256_si512(c), _mm512_castsi256_si512(r), _mm512_castsi256_si512(p), update));
-}
-
-// With `unit`, all steps are known to be 1.  Both load up to 16 entries as 32-bit integers, 0 for those that are not there, and store them.
-template <bool unit>
-struct Words {
-    using Entry = uint32_t;
-    using Unit = Words<true>;
-
-    static __m512i load(const Entry *e, ptrdiff_t step, __mmask16 some) {
-        if (unit) return _mm512_maskz_loadu_epi32(some, e);
-        return _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), some, offsets(step), e, 4);
-    }
-    static bool are_residues(const Entry *e, ptrdiff_t step, int32_t count, uint32_t p) {
-        __m512i largest = _mm512_setzero_si512(), other = largest;
-        for (; count >= 32; count -= 32, e += 32 * step) {
-            largest = _mm512_max_epu32(largest, load(e, step, 0xffff));
-            other = _mm512_max_epu32(other, load(e + 16 * step, step, 0xffff));
-        }
-        for (; count > 0; count -= 16, e += 16 * step) {
-            largest = _mm512_max_epu32(largest, load(e, step, first(count)));
-        }
-        const __m512i bound = _mm512_set1_epi32(static_cast<int>(p));
-        return !_mm512_cmpge_epu32_mask(_mm512_max_epu32(largest, other), bound);
-    }
-    static void store(Entry *e, ptrdiff_t step, __mmask16 some, __m512i r) {
-        if (unit) return _mm512_mask_storeu_epi32(e, some, r);
-        _mm512_mask_i32scatter_epi32(e, some, offsets(step), r, 4);
-    }
-};
-
-struct Double {  // aligned to 4 only
-    uint32_t halves[2];
-};
-
-template <bool unit>
-struct Doubles {
-    using Entry = Double;
-    using Unit = Doubles<true>;
-
-    static __m512d load8(const Entry *e, ptrdiff_t step, __mmask8 some) {
-        if (unit) return _mm512_maskz_loadu_pd(some, e);
-        return _mm512_mask_i32gather_pd(_mm512_setzero_pd(), some, _mm512_castsi512_si256(offsets(step)), e, 8);
-    }
-    // The bits of doubles from +0 on are in their order, those of all others come behind; x + 2^52 keeps integers only.
-    static __mmask8 residues_of(__mmask8 of, __m512d x, __m512i bound) {
-        const __m512d two52 = _mm512_set1_pd(4503599627370496.0);
-        const __mmask8 integers =
-            _mm512_mask_cmp_pd_mask(of, _mm512_sub_pd(_mm512_add_pd(x, two52), two52), x, _CMP_EQ_OQ);
-        return _mm512_mask_cmplt_epu64_mask(integers, _mm512_castpd_si512(x), bound);
-    }
-    static bool are_residues(const Entry *e, ptrdiff_t step, int32_t count, uint32_t p) {
-        const __m512i bound = _mm512_castpd_si512(_mm512_set1_pd(p));
-        __mmask8 residues = 0xff, others = 0xff;
-        for (; count >= 16; count -= 16, e += 16 * step) {
-            residues = residues_of(residues, load8(e, step, 0xff), bound);
-            others = residues_of(others, load8(e + 8 * step, step, 0xff), bound);
-        }
-        for (; count > 0; count -= 8, e += 8 * step) {
-            residues = residues_of(residues, load8(e, step, static_cast<__mmask8>(first(count))), bound);
-        }
-        return _kand_mask8(residues, others) == 0xff;
-    }
-    static __m256i load(const Entry *e, ptrdiff_t step, __mmask8 some) {
-        return _mm512_cvtpd_epi32(load8(e, step, some));
-    }
-    static void store(Entry *e, ptrdiff_t step, __mmask8 some, __m256i r) {
-        const __m512d values = _mm512_cvtepi32_pd(r);
-        if (unit) return _mm512_mask_storeu_pd(e, some, values);
-        _mm512_mask_i32scatter_pd(e, some, _mm512_castsi512_si256(offsets(step)), values, 8);
-    }
-    static __m512i load(const Entry *e, ptrdiff_t step, __mmask16 some) {
-        const __m256i low = load(e, step, static_cast<__mmask8>(some));
-        if (!(some >> 8)) return _mm512_zextsi256_si512(low);
-        return _mm512_inserti64x4(_mm512_castsi256_si512(low),
-                                  load(e + 8 * step, step, static_cast<__mmask8>(some >> 8)), 1);
-    }
-    static void store(Entry *e, ptrdiff_t step, __mmask16 some, __m512i r) {
-        store(e, step, static_cast<__mmask8>(some), _mm512_castsi512_si256(r));
-        if (some >> 8) store(e + 8 * step, step, static_cast<__mmask8>(some >> 8), _mm512_extracti64x4_epi64(r, 1));
-    }
-};
+#include "engine/avx512_entries.inc"
 
 // ---- Residues in 32-bit lanes
 
@@ -168,9 +63,7 @@ struct Modulus {
 
 // ---- Forms
 
-int32_t smaller(int32_t a, int32_t b) {
-    return a < b ? a : b;
-}
+#include "engine/packing.inc"
 
 constexpr int vector_bytes = 64, tile_rows = 7, plane_bytes = tile_rows * vector_bytes;
 

@@ -13,6 +13,8 @@ bool route_takes(Route route, uint32_t p, bool doubles) {
     switch (route) {
         case Route::bits:
             return has.avx512_gfni && p == 2;
+        case Route::slices:
+            return has.avx512_vnni && p == 3;
         case Route::bytes:
             return has.avx512_vnni && p <= 256;
         case Route::pairs:
@@ -50,6 +52,7 @@ void turn_to_rows(GemmTask *task) {
 bool gemm_with(Route route, GemmTask task) {
     if (task.m <= 0 || task.n <= 0 || task.k <= 0 || !route_takes(route, task.p, task.doubles)) return false;
     turn_to_rows(&task);
+    if (route == Route::slices) return multiply_by_slices(task);
     const bool avx2 = route == Route::pairs2 || route == Route::balanced2;
     return avx2 ? multiply_with_avx2(route, task) : multiply_with_avx512(route, task);
 }
@@ -68,6 +71,7 @@ Cost cost_of(Route route, bool with_blas) {
     switch (route) {
         case Route::bits:
             return with_blas ? Cost{200, 2, 1} : Cost{130, 0, 1};
+        case Route::slices:
         case Route::bytes:
         case Route::pairs:
             return with_blas ? Cost{200, 2, 1} : Cost{100, 0, 1};
@@ -91,16 +95,23 @@ bool has_blas(const GemmTask &task) {
            sum <= FloatRing::limit - task.p;
 }
 
+// Slices are 512 columns wide, and their tables serve all rows.  Fitted as above, against bytes.
+bool slices_pay(int64_t m, int64_t n) {
+    const int64_t panels = (n + 511) / 512;
+    return m * (n - 100 * panels) >= 13000 * panels;
+}
+
 // The fastest route for rows, where there is one that pays.
 bool choose(const GemmTask &task, Route *route) {
     const int64_t m = task.m, k = task.k, n = task.n, products = m * k * n;
     // Limbs take three packed forms of each operand, which thin ones do not repay.
     const bool thin = m < 32 || k < 32 || n < 32;
     const Route by_speed[] = {
-        Route::bits,  Route::bytes, Route::pairs,  Route::triple,   thin ? Route::wide : Route::limbs,
-        Route::limbs, Route::wide,  Route::pairs2, Route::balanced2};
+        Route::bits,  Route::slices, Route::bytes,  Route::pairs,    Route::triple, thin ? Route::wide : Route::limbs,
+        Route::limbs, Route::wide,   Route::pairs2, Route::balanced2};
     for (const Route candidate : by_speed) {
         if (!route_takes(candidate, task.p, task.doubles)) continue;
+        if (candidate == Route::slices && !slices_pay(m, n)) continue;
         *route = candidate;
         const Cost cost = cost_of(candidate, has_blas(task));
         return products > cost.call + k * (cost.left * m + cost.right * n);

@@ -10,6 +10,7 @@ namespace modla {
 // How residues are multiplied and summed.
 enum class Route {
     bits,    // p = 2: blocks of 8 x 8 bits
+    slices,  // p = 3: two bits of 512 entries side by side, four rows by a table
     bytes,   // p <= 256: bytes in 32-bit sums
     pairs,   // p <= 8191: 16-bit halves in 32-bit sums
     triple,  // p <= 65535: the sums modulo 2^32 by pairs and modulo 255 by bytes
@@ -19,7 +20,7 @@ enum class Route {
     pairs2,    // p <= 8191: as pairs
     balanced2  // p < 2^25: balanced residues in doubles
 };
-constexpr int route_count = 8;
+constexpr int route_count = 9;
 
 // Makes residues of any entries, words or doubles.
 using ReduceEntries = void(uint32_t p, void *entries, int32_t count);
@@ -47,6 +48,7 @@ bool gemm_with(Route route, GemmTask task);
 // Each multiplies with one set of instructions, which the caller has found to be usable, by a route that takes p and the
 // entries.  False: there is no memory; nothing was written.
 bool multiply_with_avx512(Route route, const GemmTask &task);
+bool multiply_by_slices(const GemmTask &task);  // with AVX-512
 bool multiply_with_avx2(Route route, const GemmTask &task);
 
 // Memory for packed operands, to be given to free(); null when there is none.  Up to kept_packing_memory bytes are likely
