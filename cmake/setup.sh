@@ -64,11 +64,11 @@ build() {
     fi
 }
 
-# The formatting, and the checks of .clang-tidy, of the sources that the fuzz preset compiles.
+# The formatting, and the checks of .clang-tidy, of the sources that the sanitize preset compiles.
 read_sources() {
     find . -name build -prune -o \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) -print0 |
         xargs -0 clang-format-14 --dry-run -Werror
     # Only what the database compiles: the rest of the tree has no commands there.
-    sed -n 's|^ *"file": "\(.*\.cpp\)",*$|\1|p' build/fuzz/compile_commands.json | grep -v /tests/ | sort -u |
-        xargs -P 2 -n 6 clang-tidy-14 -p build/fuzz --quiet 2>/dev/null
+    sed -n 's|^ *"file": "\(.*\.cpp\)",*$|\1|p' build/sanitize/compile_commands.json | grep -v /tests/ | sort -u |
+        xargs -P 2 -n 6 clang-tidy-14 -p build/sanitize --quiet 2>/dev/null
 }

@@ -853,7 +853,7 @@ TEST_F(Prompt, AbandonsCallsWithoutATrace) {
     for (int i = 0; i < 5; i++) abandon();
     const size_t before = megabytes();
     for (int i = 0; i < 20; i++) abandon();
-#if !defined(__SANITIZE_ADDRESS__)  // the sanitizer's heap is not the console's
+#if !defined(MODLA_SANITIZED)  // the sanitizer's heap is not the console's
     EXPECT_LT(megabytes(), before + 100) << "before: " << before;
 #endif
     EXPECT_EQ(enter("equal(C, Multiply(65521, B, B))"), "true\n");

@@ -258,11 +258,11 @@ TEST_F(Guest, BearsAnyConditionsOnASmallStack) {
                 host.conditions = {4 * static_cast<uint32_t>(next % 3 + 1), modes[next * 7 % modes.size()]};
                 host.leaving = next % 2 ? Leaving::exception : Leaving::long_jump;
                 host.aligned_data = next % 5 == 0;
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(MODLA_SANITIZED)
                 if (k == 0) paint_stack();
 #endif
                 const Result result = make_call(call, p);
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(MODLA_SANITIZED)
                 ASSERT_TRUE(k > 0 || painted - painted_left() < size_t{140} << 10)
                     << call.name << ": 40 KB of them are the host's";
 #endif
@@ -501,7 +501,7 @@ TEST_F(BigSizes, OfStepsThatAreNotTaken) {
           modLA_MatMatMult_f_N1, modLA_MatMatAdd_f, rand_fill_f);
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(MODLA_SANITIZED)
 // 576 MB a Matrix: its last entries lie beyond 2^29 bytes.
 TEST_F(BigSizes, AMatrixOf12000x12000Words) {
     const int32_t n = 12000, block = 150;

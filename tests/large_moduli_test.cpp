@@ -439,19 +439,20 @@ TEST(HostIntegers, CallbacksMayCallTheLibraryAgain) {
             EXPECT_EQ(expected.back().find("Error"), std::string::npos) << expected.back();
         }
         size_t depth = 0, calls = 0;
-        const Callback callback(name, [&, name = std::string(name)](const std::vector<Object> &arguments) {
-            Roots held;
-            held.values = arguments;
-            calls++;
-            if (depth < 2) {
-                depth++;
-                for (const size_t inner : {depth, size_t{3}, size_t{4}}) {
-                    EXPECT_EQ(run_instance(statement, instances[inner]), expected[inner]);
+        const Callback callback(
+            name, [&, name = std::string(name), statement = statement](const std::vector<Object> &arguments) {
+                Roots held;
+                held.values = arguments;
+                calls++;
+                if (depth < 2) {
+                    depth++;
+                    for (const size_t inner : {depth, size_t{3}, size_t{4}}) {
+                        EXPECT_EQ(run_instance(statement, instances[inner]), expected[inner]);
+                    }
+                    depth--;
                 }
-                depth--;
-            }
-            return call_procedure(own_callback(name), arguments);
-        });
+                return call_procedure(own_callback(name), arguments);
+            });
         EXPECT_EQ(run_instance(statement, instances[0]), expected[0]);
         EXPECT_EQ(calls, 3u);
     }

@@ -11,7 +11,7 @@
 
 #include "console/functions.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MODLA_SANITIZED)
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -23,7 +23,7 @@ int library_blocks = 0;
 
 }  // namespace
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(MODLA_SANITIZED)
 extern "C" {
 void *__libc_malloc(size_t);
 void *__libc_calloc(size_t, size_t);
@@ -175,7 +175,7 @@ struct Guarded {
         std::fill(data + bytes, end, guard);
     }
     void poison([[maybe_unused]] bool on) const {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MODLA_SANITIZED)
         const auto set = on ? __asan_poison_memory_region : __asan_unpoison_memory_region;
         set(base, static_cast<size_t>(data - base));
         set(data + bytes, static_cast<size_t>(end - data) - bytes);

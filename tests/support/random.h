@@ -62,7 +62,7 @@ inline std::string random_text(Random &random, const Grammar &grammar, const std
 }
 
 // The rounds of a test that the sanitizers slow down.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MODLA_SANITIZED)
 constexpr int slowness = 8;
 #else
 constexpr int slowness = 1;
