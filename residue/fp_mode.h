@@ -8,6 +8,13 @@
 #include <cstdint>
 #include <type_traits>
 
+// Not inlined and not analysed, so that no arithmetic can move across a change of the mode.
+#if defined(__clang__)
+#define MODLA_OPAQUE gnu::noinline, clang::optnone
+#else
+#define MODLA_OPAQUE gnu::noipa
+#endif
+
 namespace modla {
 
 struct FpMode {
@@ -35,9 +42,8 @@ inline void leave_standard_mode(const FpMode &saved) {
     asm volatile("ldmxcsr %0" : : "m"(saved.mxcsr) : "memory");
 }
 
-// Not inlined and not analysed, so that no arithmetic of the body can move across the mode change.
 template <class Body>
-[[gnu::noipa]] void run_in_standard_mode(Body &body) {
+[[MODLA_OPAQUE]] void run_in_standard_mode(Body &body) {
     body();
 }
 
@@ -67,7 +73,7 @@ auto with_standard_mode_around(Body body) {
 
 // A call of the host from within the standard mode, made in the host's own.
 template <class Call>
-[[gnu::noipa]] auto in_host_mode(FpMode &host_mode, Call call) {
+[[MODLA_OPAQUE]] auto in_host_mode(FpMode &host_mode, Call call) {
     leave_standard_mode(host_mode);
     const auto result = call();
     host_mode = enter_standard_mode();
