@@ -18,7 +18,7 @@ set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp ${PROJECT_SO
   "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mavx512ifma;-mavx512vbmi;-mgfni;-mbmi2;-Wno-uninitialized;$<$<CONFIG:Release>:-O2>;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
 # (Clang 14 assembles displacements of vgf2p8affineqb with a broadcast wrongly: 8 becomes 64.)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512_kernels.S PROPERTIES COMPILE_OPTIONS
-  "$<$<ASM_COMPILER_ID:Clang>:-fno-integrated-as>")
+  "$<$<CXX_COMPILER_ID:Clang>:-fno-integrated-as>")
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx2.cpp PROPERTIES COMPILE_OPTIONS
   "-mavx2;-mfma;$<$<CONFIG:Release>:-O2>")
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/rows_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2;-mfma")

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "residue/fp_mode.h"
+
 namespace modla_test {
 
 // The control and mask bits of MXCSR and the x87 control word.
@@ -48,7 +50,7 @@ inline std::vector<FpMode> foreign_fp_modes(bool all = false) {
 
 // Runs call in a mode; is that mode still set when it returns?  Not inlined, so that no arithmetic moves in or out.
 template <class Call>
-[[gnu::noipa]] bool keeps_fp_mode(const FpMode &mode, const Call &call) {
+[[MODLA_OPAQUE]] bool keeps_fp_mode(const FpMode &mode, const Call &call) {
     const FpMode own = current_fp_mode();
     set_fp_mode(mode);
     call();
