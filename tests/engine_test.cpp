@@ -187,6 +187,7 @@ Operand<Stored<W>> operand(Cells<W> &A) {
 TYPED_TEST(Engine, PanelsBeyond32Bits) {
     using W = TypeParam;
     for (const uint32_t p : {3, is_float<W> ? 33554393 : 65521}) {
+        if (slowness > 1 && p != 3) continue;
         const int32_t k = 8192, n = p == 3 ? 17000 : is_float<W> ? 65552 : 174768;
         Cells<W> A(3, 8192, k, 1), row(1, static_cast<size_t>(n), 0, 1), C(3, static_cast<size_t>(n), n, 1);
         A.put(make_grid(3, 8192, p - 1));

@@ -49,7 +49,9 @@ inline Grid product(const Grid &A, const Grid &B, size_t columns, int64_t p) {
     Grid C = make_grid(A.size(), columns);
     for (size_t i = 0; i < A.size(); i++) {
         for (size_t k = 0; k < B.size(); k++) {
-            for (size_t j = 0; j < columns; j++) C[i][j] += A[i][k] * B[k][j];
+            const int64_t a = A[i][k], *const b = B[k].data();
+            int64_t *const c = C[i].data();
+            for (size_t j = 0; j < columns; j++) c[j] += a * b[j];
             if (k % 4096 == 4095 || k + 1 == B.size()) {
                 for (int64_t &x : C[i]) x %= p;
             }
