@@ -275,6 +275,7 @@ TEST(LargeTables, AreMovedInTiles) {
     const char *const triangles[] = {"", "upper, ", "uppernodiag, ", "lower, ", "lowernodiag, "};
     for (const auto &[datatype, rows, columns, margin, triangle] : cases) {
         reset();
+        host.aligned_data = margin % 16 == 0;
         const Object A = make_table({datatype, MODLA_C_ORDER}, MODLA_MATRIX, rows, columns);
         const Object B = make_table({datatype, MODLA_FORTRAN_ORDER}, MODLA_MATRIX, rows + margin, columns);
         set_name("A", A), set_name("B", B);

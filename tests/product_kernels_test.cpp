@@ -267,6 +267,11 @@ TYPED_TEST(ProductKernels, MultiplyLikeTheModelOnEveryLayout) {
             if (this->HasFailure()) return;
         }
     }
+    // Where one more level of the recursion just pays, or just does not.
+    for (const auto &[m, k, n] : {std::array{25, 300, 300}, {300, 25, 300}, {300, 300, 60}, {19, 400, 200}}) {
+        Random random(1);
+        check_products<TypeParam>(random, m, k, n, largest_modulus<TypeParam>, Content::random, true);
+    }
 }
 
 // As many products as fit beside a residue, one more, and up to twice as many, for moduli that leave no room.  Halving

@@ -212,11 +212,12 @@ Object new_guarded_table(const RtableSettings &settings, const int32_t *upper) {
     plain.datatype = settings.datatype == MODLA_INTEGER ? MODLA_INTEGER : MODLA_INTEGER4;
     plain.subtype = MODLA_COLUMN_VECTOR;
     plain.num_dimensions = 1;
-    const int32_t length = static_cast<int32_t>((bytes + 2 * zone) / 4 + 1);
+    const int32_t length = static_cast<int32_t>((bytes + 3 * zone) / 4 + 1);
     const Object storage = new_table(plain, &length, nullptr);
     memory().held.values.push_back(storage);
     const DataBlock &block = *table_of(storage).block;
-    const Guarded guarded = {block.base, block.base + zone + (host.aligned_data ? 0 : 4), static_cast<size_t>(bytes),
+    char *const line = block.base + 2 * zone - reinterpret_cast<uintptr_t>(block.base) % zone;
+    const Guarded guarded = {block.base, host.aligned_data ? line : block.base + zone + 4, static_cast<size_t>(bytes),
                              block.base + block.bytes};
     guarded.close_zones();
     memory().tables.push_back(guarded);

@@ -122,7 +122,7 @@ struct Host {
     Conditions conditions;
     Leaving leaving = Leaving::exception;
     int failing_call = 0;       // from 1: this call of an operation fails; 0: none
-    bool aligned_data = false;  // of new tables and Alloc memory
+    bool aligned_data = false;  // of new tables, to lines of the cache, and Alloc memory
     bool dirty_tables = false;  // new native tables are not zero
     uint64_t memory_limit = 1u << 26;
     bool no_checks_after_writes = false;  // note operations other than those that report results after a first write
