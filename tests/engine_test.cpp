@@ -79,10 +79,13 @@ GemmTask task_of(uint32_t p, Update update, size_t m, size_t k, size_t n, Cells<
 
 // Runs all routes that take the entries.
 template <class W>
-void check_routes(Random &random, uint32_t p, const Grid &a, const Grid &b, const Grid &c, uint64_t foreign = 0) {
+void check_routes(Random &random, uint32_t p, const Grid &a, const Grid &b, const Grid &c, uint64_t foreign = 0,
+                  bool by_columns = false) {
     const Update update = pick(random, {Update::store, Update::add, Update::subtract});
-    const Cells<W> A = random_cells<W>(random, spoilt<W>(random, a, p, foreign)),
-                   B = random_cells<W>(random, spoilt<W>(random, b, p, foreign / 2)), C = random_cells<W>(random, c);
+    Cells<W> A = random_cells<W>(random, spoilt<W>(random, a, p, foreign)),
+             B = random_cells<W>(random, spoilt<W>(random, b, p, foreign / 2)), C = random_cells<W>(random, c);
+    if (by_columns)
+        A = Cells<W>(a.size(), b.size(), 1, static_cast<int32_t>(a.size())), A.put(spoilt<W>(random, a, p, foreign));
     const Grid expected = updated(c, p, update, a, b);
     for (int r = 0; r < route_count; r++) {
         const Route route = static_cast<Route>(r);
@@ -172,6 +175,11 @@ TYPED_TEST(Engine, ManyBlocks) {
             check_routes<TypeParam>(this->random, p, make(m, k), make(k, n), make(m, n), below(this->random, 50u));
             if (this->HasFatalFailure()) return;
         }
+    }
+    // A by columns, whose foreign entries are found with the first of two parts of B.
+    for (int round = 0; round < 8 / std::min(slowness, 4) && !this->HasFatalFailure(); round++) {
+        const auto make = [&](size_t m, size_t n) { return random_residues(this->random, m, n, 251); };
+        check_routes<TypeParam>(this->random, 251, make(40, 1000), make(1000, 800), make(40, 800), 5, true);
     }
 }
 
