@@ -70,5 +70,5 @@ read_sources() {
         xargs -0 clang-format-14 --dry-run -Werror
     # Only what the database compiles: the rest of the tree has no commands there.
     sed -n 's|^ *"file": "\(.*\.cpp\)",*$|\1|p' build/sanitize/compile_commands.json | grep -v /tests/ | sort -u |
-        xargs -P 2 -n 6 clang-tidy-14 -p build/sanitize --quiet 2>/dev/null
+        xargs -P 2 -n 1 clang-tidy-14 -p build/sanitize --quiet 2>/dev/null
 }

@@ -22,7 +22,7 @@ constexpr int32_t panel_columns = 512, slice_bytes = 64, row_bytes = 2 * slice_b
 constexpr int32_t table_rows = 4, combinations = 81;  // of the rows of a table
 constexpr int32_t tables = 4;                         // that stay in the first-level cache together
 constexpr int32_t group_rows = tables * table_rows;
-constexpr int32_t table_bytes = combinations * row_bytes;
+constexpr int32_t table_bytes = combinations * row_bytes, all_tables_bytes = tables * table_bytes;
 constexpr int32_t octet_rows = 8;    // of A, whose lookups in a group fill a line of the cache
 constexpr int32_t most_rows = 2048;  // of C, which stay in the second-level cache
 
@@ -186,10 +186,10 @@ bool product(const GemmTask &task) {
     const size_t bytes_of_lookups = static_cast<size_t>(padded_rows / octet_rows) * lookup_pitch * sizeof(uint16_t);
     const size_t bytes_of_rows = static_cast<size_t>(padded_rows) * row_bytes;
     void *const memory =
-        take_packing_memory(bytes_of_panels + bytes_of_lookups + bytes_of_rows + tables * table_bytes + 64);
+        take_packing_memory(bytes_of_panels + bytes_of_lookups + bytes_of_rows + all_tables_bytes + 64);
     if (!memory) return false;
     char *rest = aligned_to_line(memory);
-    char *const table = take(&rest, tables * table_bytes), *const sums = take(&rest, bytes_of_rows);
+    char *const table = take(&rest, all_tables_bytes), *const sums = take(&rest, bytes_of_rows);
     uint16_t *const lookups = reinterpret_cast<uint16_t *>(take(&rest, bytes_of_lookups));
     char *const packed_b = rest;
     const Entry *const A = static_cast<const Entry *>(task.A), *const B = static_cast<const Entry *>(task.B);
