@@ -229,7 +229,7 @@ TEST_F(Messages, TheEarliestFaultIsReportedAndNothingIsWritten) {
             const Fault &first = subject.faults[i];
             expect_message(*apply(subject, {&first}), first.message);
             // Two faults of one kind may make up for each other.
-            for (size_t j = i + 1; j < subject.faults.size(); j++) {
+            for (size_t j = i + 1; j < subject.faults.size(); j += slowness) {
                 const Fault &second = subject.faults[j];
                 const auto both = first.message == second.message ? std::nullopt : apply(subject, {&first, &second});
                 if (!both) continue;
@@ -239,7 +239,7 @@ TEST_F(Messages, TheEarliestFaultIsReportedAndNothingIsWritten) {
             if (HasFailure()) return;
         }
     }
-    EXPECT_GT(pairs, 5000);
+    EXPECT_GT(pairs, 5000 / slowness);
     for (const Subject &subject : subjects_) {
         const std::string text = *apply(subject, {});
         const std::string message = call(text).message;
