@@ -13,8 +13,9 @@ add_library(modla_engine OBJECT
   ${PROJECT_SOURCE_DIR}/engine/rows_avx512.cpp)
 # A file of one instruction set is entered only where the processor has it.  (GCC 12 takes the undefined vectors in its
 # own headers for uninitialised ones.)
-set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp ${PROJECT_SOURCE_DIR}/engine/avx512_slices.cpp
-  PROPERTIES COMPILE_OPTIONS
+set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512_slices.cpp PROPERTIES COMPILE_OPTIONS
+  "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mbmi2;-Wno-uninitialized;$<$<CONFIG:Release>:-O2>;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512.cpp PROPERTIES COMPILE_OPTIONS
   "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vnni;-mavx512ifma;-mavx512vbmi;-mgfni;-mbmi2;-Wno-uninitialized;$<$<CONFIG:Release>:-O2>;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
 # (Clang 14 assembles displacements of vgf2p8affineqb with a broadcast wrongly: 8 becomes 64.)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/engine/avx512_kernels.S PROPERTIES COMPILE_OPTIONS

@@ -2,7 +2,9 @@
 //
 // A residue is two bits: is it nonzero, and is it 2.  512 residues are two vectors of these, whose sum takes three
 // instructions.  Rows of B are taken four at a time: all 81 of their combinations are tabulated, so that a row of C grows
-// by four products at each lookup (Arlazarov, Dinic, Kronrod and Faradzev 1970; modulo 3: Boothby and Bradshaw 2009).
+// by four products at each lookup (Arlazarov, Dinic, Kronrod and Faradzev 1970; modulo 3: Boothby and Bradshaw 2009).  A
+// group is 16 rows of B, whose four tables are used together; the lookups of an octet of rows of A in a group are a line
+// of the cache.
 //
 // As in the other files of one instruction set, everything has internal linkage.
 #include <immintrin.h>
@@ -38,7 +40,7 @@ void store(char *row, Slices x) {
     _mm512_store_si512(row + slice_bytes, x.two);
 }
 
-// With t = (a is 2) xor (b is 1): a sum is nonzero where only one of a and b is, or where both are and t holds; it is 2
+// (The constants are tables of functions of three bits a, b, t by 4a + 2b + t.)  With t = (a is 2) xor (b is 1): a sum is nonzero where only one of a and b is, or where both are and t holds; it is 2
 // where t holds of a nonzero a and a b that is not 2, or does not hold of a zero a and a b that is 2.
 Slices sum(Slices a, Slices b) {
     const __m512i t = _mm512_ternarylogic_epi32(a.two, b.nonzero, b.two, 0x96);
@@ -73,7 +75,8 @@ struct Run {
     }
     // Up to 16 of them as 32-bit integers, 0 for those that are not there.
     __m512i load(ptrdiff_t step, int32_t i, int32_t count) const {
-        const __mmask16 some = first(count > i ? count - i : 0);
+        if (i >= count) return _mm512_setzero_si512();
+        const __mmask16 some = first(count - i);
         return copied ? Storage::Unit::load(entries + i, 1, some) : Storage::load(entries + i * step, step, some);
     }
 };
@@ -109,7 +112,7 @@ template <class Storage>
 void pack_lookups(const GemmTask &task, const typename Storage::Entry *A, int32_t rows, int32_t k, uint16_t *packed,
                   size_t pitch) {
     constexpr int32_t width = 64;
-    const __m512i weights = _mm512_set1_epi32(0x1b090301);
+    const __m512i weights = _mm512_set1_epi32(0x1b090301);  // bytes 1, 3, 9, 27
     alignas(64) int32_t first_places[16];
     for (int32_t i = 0; i < 16; i++) first_places[i] = i % tables * table_bytes;
     const __m512i of_tables = _mm512_load_si512(first_places);

@@ -48,7 +48,7 @@ bool gemm_with(Route route, GemmTask task);
 // Each multiplies with one set of instructions, which the caller has found to be usable, by a route that takes p and the
 // entries.  False: there is no memory; nothing was written.
 bool multiply_with_avx512(Route route, const GemmTask &task);
-bool multiply_by_slices(const GemmTask &task);  // with AVX-512
+bool multiply_by_slices(const GemmTask &task);  // with AVX-512 and VNNI
 bool multiply_with_avx2(Route route, const GemmTask &task);
 
 // Memory for packed operands, to be given to free(); null when there is none.  Up to kept_packing_memory bytes are likely
