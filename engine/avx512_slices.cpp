@@ -40,8 +40,9 @@ void store(char *row, Slices x) {
     _mm512_store_si512(row + slice_bytes, x.two);
 }
 
-// (The constants are tables of functions of three bits a, b, t by 4a + 2b + t.)  With t = (a is 2) xor (b is 1): a sum is nonzero where only one of a and b is, or where both are and t holds; it is 2
-// where t holds of a nonzero a and a b that is not 2, or does not hold of a zero a and a b that is 2.
+// With t = (a is 2) xor (b is 1): a sum is nonzero where only one of a and b is, or where both are and t holds; it is 2
+// where t holds of a nonzero a and a b that is not 2, or does not hold of a zero a and a b that is 2.  (The constants are
+// tables of functions of three bits, by 4 times the first, 2 times the second and the third.)
 Slices sum(Slices a, Slices b) {
     const __m512i t = _mm512_ternarylogic_epi32(a.two, b.nonzero, b.two, 0x96);
     return {_mm512_ternarylogic_epi32(a.nonzero, b.nonzero, t, 0xbc),

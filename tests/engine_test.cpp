@@ -191,8 +191,8 @@ Operand<Stored<W>> operand(Cells<W> &A) {
     return {static_cast<Stored<W> *>(static_cast<void *>(A.data())), {A.row_step, A.column_step}};
 }
 
-// All of B in packed form would pass 2^32 bytes: of words in three bytes an entry, of doubles in eight; modulo 3, what is
-// packed at a time.
+// All of B in packed form would pass 2^32 bytes: of words in three bytes an entry, of doubles in eight.  Modulo 3 it passes
+// what is packed at a time.
 TYPED_TEST(Engine, PanelsBeyond32Bits) {
     using W = TypeParam;
     for (const uint32_t p : {3, is_float<W> ? 33554393 : 65521}) {

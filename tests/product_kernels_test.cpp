@@ -269,10 +269,9 @@ TYPED_TEST(ProductKernels, MultiplyLikeTheModelOnEveryLayout) {
             if (this->HasFailure()) return;
         }
     }
-    // Where one more level of the recursion just pays, or just does not.
+    // Where one more level of the recursion pays or not; in turn with none of a workspace, a short one and so on.
     for (const auto &[m, k, n] : {std::array{25, 300, 300}, {300, 25, 300}, {300, 300, 60}, {19, 400, 200}}) {
-        for (uint32_t seed = 1; seed <= (slowness > 1 ? 1u : 4u);
-             seed++) {  // with none of a workspace, a short one ...
+        for (uint32_t seed = 1; seed <= (slowness > 1 ? 1u : 4u); seed++) {
             Random random(seed);
             check_products<TypeParam>(random, m, k, n, largest_modulus<TypeParam>, Content::random, true);
         }
